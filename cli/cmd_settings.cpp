@@ -1,0 +1,65 @@
+#include <cstdio>
+
+#include "commands.h"
+#include "config/clsRegistry2Xml.h"
+#include "frame/encoding.h"
+#include "session.h"
+
+namespace qkp {
+
+namespace {
+std::string to_8bit(const std::string& utf8, const char* what) {
+  auto r = qk::utf8_to_cp1252(utf8);
+  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
+  return *r;
+}
+}  // namespace
+
+void add_settings_command(CLI::App& app, Options&) {
+  auto* cmd = app.add_subcommand("settings", "Read and write the settings store (registry.xml)");
+  cmd->require_subcommand(1);
+
+  auto* get = cmd->add_subcommand("get", "Print a setting (the first key of that name)");
+  auto* gs = new std::string;
+  auto* gk = new std::string;
+  get->add_option("SECTION", *gs)->required();
+  get->add_option("KEY", *gk)->required();
+  get->callback([gs, gk] {
+    qk::clsRegistry2Xml store;
+    std::string v = store.GetSetting("Varlen System", to_8bit(*gs, "SECTION"),
+                                     to_8bit(*gk, "KEY"), "");
+    std::printf("%s\n", qk::cp1252_to_utf8(v).c_str());
+  });
+
+  auto* set = cmd->add_subcommand("set", "Write a setting");
+  auto* ss = new std::string;
+  auto* sk = new std::string;
+  auto* sv = new std::string;
+  set->add_option("SECTION", *ss)->required();
+  set->add_option("KEY", *sk)->required();
+  set->add_option("VALUE", *sv)->required();
+  set->callback([ss, sk, sv] {
+    qk::clsRegistry2Xml store;
+    store.SaveSetting("Varlen System", to_8bit(*ss, "SECTION"), to_8bit(*sk, "KEY"),
+                      to_8bit(*sv, "VALUE"), true);
+  });
+
+  auto* init = cmd->add_subcommand(
+      "init", "Create an empty store, import a registry export (*.reg) and apply defaults");
+  auto* force = new bool(false);
+  init->add_flag("--force", *force, "replace an existing store");
+  init->callback([force] {
+    qk::clsRegistry2Xml store;
+    if (std::FILE* f = std::fopen(store.file_name().c_str(), "r")) {
+      std::fclose(f);
+      if (!*force) {
+        fail(store.file_name() + " exists; use --force to replace it");
+        return;
+      }
+    }
+    store.CreateDoc();
+    store.RetrieveValuesFromRegistry();
+  });
+}
+
+}  // namespace qkp

@@ -1,0 +1,22 @@
+// Each command group adds its subcommands to the application.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "output.h"
+
+namespace qkp {
+
+struct Options {
+  std::string home;
+  std::string format_name = "text";
+  Format format = Format::Text;
+};
+
+// Prints strings in the global format.
+void print(const Options& o, const std::vector<std::string>& strings);
+
+void add_date_command(CLI::App& app, Options& o);
+void add_settings_command(CLI::App& app, Options& o);
+
+}  // namespace qkp

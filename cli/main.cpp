@@ -1,0 +1,43 @@
+// qkp: the command-line face of the component. Exit status 0 on success, 1 when any error was
+// reported during the command, 2 on a usage error.
+#include <cstdlib>
+
+#include "commands.h"
+#include "session.h"
+
+namespace qkp {
+
+void print(const Options& o, const std::vector<std::string>& strings) {
+  write_strings(stdout, o.format, strings);
+  std::fflush(stdout);
+}
+
+}  // namespace qkp
+
+int main(int argc, char** argv) {
+  qkp::Options options;
+  CLI::App app{"qkp: protocol strings for weighing scales from the back-office archive"};
+  app.require_subcommand(1);
+  app.add_option("--home", options.home,
+                 "installation folder (the component's own folder; sets QK_HOME)");
+  app.add_option("--format", options.format_name, "text, hex, raw or json")
+      ->check(CLI::IsMember({"text", "hex", "raw", "json"}));
+  app.parse_complete_callback([&] {
+    if (!options.home.empty()) setenv("QK_HOME", options.home.c_str(), 1);
+    qkp::parse_format(options.format_name, &options.format);
+    qkp::start_session();
+  });
+  qkp::add_date_command(app, options);
+  qkp::add_settings_command(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return 2;
+  }
+  return qkp::errors_reported() ? 1 : 0;
+}

@@ -1,0 +1,295 @@
+#include "db_access/access_sql.h"
+
+#include <sqlite3.h>
+
+#include <cctype>
+#include <cmath>
+#include <vector>
+
+#include "automation/variant.h"
+
+namespace qk::companions {
+
+namespace {
+
+enum class Kind { Space, Word, Number, Text, Quoted, Op, Open, Close, Comma, Other };
+
+struct Token {
+  Kind kind;
+  std::string text;
+};
+
+bool is_word_start(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
+bool is_word_char(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
+}
+
+std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+std::vector<Token> tokenize(const std::string& s) {
+  std::vector<Token> out;
+  std::size_t i = 0;
+  while (i < s.size()) {
+    char c = s[i];
+    std::size_t j = i + 1;
+    Kind kind = Kind::Other;
+    if (std::isspace(static_cast<unsigned char>(c))) {
+      while (j < s.size() && std::isspace(static_cast<unsigned char>(s[j]))) ++j;
+      kind = Kind::Space;
+    } else if (c == '\'' || c == '"') {
+      while (j < s.size()) {
+        if (s[j] == c) {
+          if (j + 1 < s.size() && s[j + 1] == c) j += 2;
+          else break;
+        } else {
+          ++j;
+        }
+      }
+      j = std::min(j + 1, s.size());
+      kind = Kind::Text;
+    } else if (c == '[') {
+      while (j < s.size() && s[j] != ']') ++j;
+      j = std::min(j + 1, s.size());
+      kind = Kind::Quoted;
+    } else if (std::isdigit(static_cast<unsigned char>(c)) ||
+               (c == '.' && i + 1 < s.size() && std::isdigit(static_cast<unsigned char>(s[i + 1])))) {
+      while (j < s.size() && (std::isalnum(static_cast<unsigned char>(s[j])) || s[j] == '.')) ++j;
+      kind = Kind::Number;
+    } else if (is_word_start(c)) {
+      while (j < s.size() && is_word_char(s[j])) ++j;
+      kind = Kind::Word;
+    } else if (c == '(') {
+      kind = Kind::Open;
+    } else if (c == ')') {
+      kind = Kind::Close;
+    } else if (c == ',') {
+      kind = Kind::Comma;
+    } else if (std::string("<>=!|").find(c) != std::string::npos) {
+      while (j < s.size() && std::string("<>=|").find(s[j]) != std::string::npos) ++j;
+      kind = Kind::Op;
+    } else if (std::string("+-*/\\&^%").find(c) != std::string::npos) {
+      kind = Kind::Op;
+    }
+    out.push_back({kind, s.substr(i, j - i)});
+    i = j;
+  }
+  return out;
+}
+
+// A token list where a rewritten operation becomes a single primary.
+using Tokens = std::vector<Token>;
+
+bool is_mod(const Token& t) { return t.kind == Kind::Word && lower(t.text) == "mod"; }
+
+// Operators that bind tighter than the operator being rewritten, so they stay inside its
+// operands: for "\" these are ^ * /, for mod also "\" (already rewritten by then).
+bool binds_tighter(const Token& t) {
+  return t.kind == Kind::Op &&
+         (t.text == "^" || t.text == "*" || t.text == "/" || t.text == "* 1.0 /");
+}
+
+std::size_t skip_space_back(const Tokens& t, std::size_t i) {
+  while (i > 0 && t[i - 1].kind == Kind::Space) --i;
+  return i;
+}
+std::size_t skip_space_fwd(const Tokens& t, std::size_t i) {
+  while (i < t.size() && t[i].kind == Kind::Space) ++i;
+  return i;
+}
+
+// Start of the primary that ends just before end (exclusive); npos when there is none.
+std::size_t primary_start(const Tokens& t, std::size_t end) {
+  std::size_t i = skip_space_back(t, end);
+  if (i == 0) return std::string::npos;
+  const Token& last = t[i - 1];
+  std::size_t start;
+  if (last.kind == Kind::Close) {
+    int depth = 0;
+    std::size_t k = i;
+    while (k > 0) {
+      --k;
+      if (t[k].kind == Kind::Close) ++depth;
+      else if (t[k].kind == Kind::Open && --depth == 0) break;
+    }
+    if (depth != 0) return std::string::npos;
+    start = k;
+    std::size_t before = skip_space_back(t, start);
+    if (before > 0 && t[before - 1].kind == Kind::Word && !is_mod(t[before - 1]))
+      start = before - 1;  // a function call
+  } else if (last.kind == Kind::Word || last.kind == Kind::Number || last.kind == Kind::Text ||
+             last.kind == Kind::Quoted) {
+    if (is_mod(last)) return std::string::npos;
+    start = i - 1;
+    // qualified names: a.b
+    while (start >= 2 && t[start - 1].kind == Kind::Other && t[start - 1].text == "." &&
+           (t[start - 2].kind == Kind::Word || t[start - 2].kind == Kind::Quoted))
+      start -= 2;
+  } else {
+    return std::string::npos;
+  }
+  // A unary sign belongs to the operand when nothing that ends an operand precedes it.
+  std::size_t before = skip_space_back(t, start);
+  if (before > 0 && t[before - 1].kind == Kind::Op &&
+      (t[before - 1].text == "-" || t[before - 1].text == "+")) {
+    std::size_t b2 = skip_space_back(t, before - 1);
+    bool operand_before =
+        b2 > 0 && (t[b2 - 1].kind == Kind::Close || t[b2 - 1].kind == Kind::Number ||
+                   t[b2 - 1].kind == Kind::Text || t[b2 - 1].kind == Kind::Quoted ||
+                   (t[b2 - 1].kind == Kind::Word && !is_mod(t[b2 - 1])));
+    if (!operand_before) start = before - 1;
+  }
+  return start;
+}
+
+// End (exclusive) of the primary starting at or after begin; npos when there is none.
+std::size_t primary_end(const Tokens& t, std::size_t begin) {
+  std::size_t i = skip_space_fwd(t, begin);
+  if (i < t.size() && t[i].kind == Kind::Op && (t[i].text == "-" || t[i].text == "+"))
+    i = skip_space_fwd(t, i + 1);
+  if (i >= t.size()) return std::string::npos;
+  auto close_of = [&](std::size_t open) {
+    int depth = 0;
+    for (std::size_t k = open; k < t.size(); ++k) {
+      if (t[k].kind == Kind::Open) ++depth;
+      else if (t[k].kind == Kind::Close && --depth == 0) return k + 1;
+    }
+    return std::string::npos;
+  };
+  if (t[i].kind == Kind::Open) return close_of(i);
+  if (t[i].kind == Kind::Word && !is_mod(t[i])) {
+    std::size_t j = skip_space_fwd(t, i + 1);
+    if (j < t.size() && t[j].kind == Kind::Open) return close_of(j);
+    std::size_t end = i + 1;
+    while (end + 1 < t.size() && t[end].kind == Kind::Other && t[end].text == "." &&
+           (t[end + 1].kind == Kind::Word || t[end + 1].kind == Kind::Quoted))
+      end += 2;
+    return end;
+  }
+  if (t[i].kind == Kind::Number || t[i].kind == Kind::Text || t[i].kind == Kind::Quoted)
+    return i + 1;
+  return std::string::npos;
+}
+
+std::string join(const Tokens& t, std::size_t a, std::size_t b) {
+  std::string s;
+  for (std::size_t k = a; k < b; ++k) s += t[k].text;
+  return s;
+}
+
+// Rewrites every binary operator matched by is_op into fn(left, right), left to right.
+void rewrite_binary(Tokens& t, bool (*is_op)(const Token&), const char* fn) {
+  for (std::size_t k = 0; k < t.size(); ++k) {
+    if (!is_op(t[k])) continue;
+    // Left operand: primaries joined by tighter operators.
+    std::size_t left = primary_start(t, k);
+    while (left != std::string::npos) {
+      std::size_t b = skip_space_back(t, left);
+      if (b > 0 && binds_tighter(t[b - 1])) {
+        std::size_t s = primary_start(t, b - 1);
+        if (s == std::string::npos) break;
+        left = s;
+      } else {
+        break;
+      }
+    }
+    std::size_t right = primary_end(t, k + 1);
+    while (right != std::string::npos) {
+      std::size_t f = skip_space_fwd(t, right);
+      if (f < t.size() && binds_tighter(t[f])) {
+        std::size_t e = primary_end(t, f + 1);
+        if (e == std::string::npos) break;
+        right = e;
+      } else {
+        break;
+      }
+    }
+    if (left == std::string::npos || right == std::string::npos) continue;  // leave it to SQLite
+    std::size_t ls = skip_space_back(t, k);
+    std::size_t rs = skip_space_fwd(t, k + 1);
+    std::string text = std::string(fn) + "(" + join(t, left, ls) + ", " + join(t, rs, right) + ")";
+    t.erase(t.begin() + static_cast<long>(left), t.begin() + static_cast<long>(right));
+    t.insert(t.begin() + static_cast<long>(left), Token{Kind::Word, text});
+    k = left;
+  }
+}
+
+bool is_intdiv(const Token& t) { return t.kind == Kind::Op && t.text == "\\"; }
+
+double rounded(sqlite3_value* v) { return automation::round_half_even(sqlite3_value_double(v)); }
+
+void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
+  double f = std::floor(sqlite3_value_double(argv[0]));
+  if (std::fabs(f) < 9e18) sqlite3_result_int64(ctx, static_cast<sqlite3_int64>(f));
+  else sqlite3_result_double(ctx, f);
+}
+
+void fn_mod(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  if (sqlite3_value_type(argv[0]) == SQLITE_NULL || sqlite3_value_type(argv[1]) == SQLITE_NULL)
+    return sqlite3_result_null(ctx);
+  double a = rounded(argv[0]), b = rounded(argv[1]);
+  if (b == 0) return sqlite3_result_error(ctx, "Division by zero", -1);
+  sqlite3_result_int64(ctx, static_cast<sqlite3_int64>(std::fmod(a, b)));
+}
+
+void fn_intdiv(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  if (sqlite3_value_type(argv[0]) == SQLITE_NULL || sqlite3_value_type(argv[1]) == SQLITE_NULL)
+    return sqlite3_result_null(ctx);
+  double a = rounded(argv[0]), b = rounded(argv[1]);
+  if (b == 0) return sqlite3_result_error(ctx, "Division by zero", -1);
+  sqlite3_result_int64(ctx, static_cast<sqlite3_int64>(std::trunc(a / b)));
+}
+
+}  // namespace
+
+std::string translate_access_sql(const std::string& sql) {
+  Tokens t = tokenize(sql);
+  bool changed = false;
+  for (std::size_t k = 0; k < t.size(); ++k) {
+    Token& tok = t[k];
+    if (tok.kind == Kind::Text && tok.text[0] == '"') {
+      std::string inner = tok.text.substr(1, tok.text.size() >= 2 ? tok.text.size() - 2 : 0);
+      std::string out = "'";
+      for (std::size_t i = 0; i < inner.size(); ++i) {
+        if (inner[i] == '"' && i + 1 < inner.size() && inner[i + 1] == '"') ++i;
+        if (inner[i] == '\'') out += '\'';
+        out += inner[i];
+      }
+      tok.text = out + "'";
+      changed = true;
+    } else if (tok.kind == Kind::Quoted) {
+      tok.text = "\"" + tok.text.substr(1, tok.text.size() - 2) + "\"";
+      changed = true;
+    } else if (tok.kind == Kind::Word && lower(tok.text) == "true") {
+      tok.text = "-1";
+      changed = true;
+    } else if (tok.kind == Kind::Word && lower(tok.text) == "false") {
+      tok.text = "0";
+      changed = true;
+    } else if (tok.kind == Kind::Op && tok.text == "&") {
+      tok.text = "||";
+      changed = true;
+    } else if (tok.kind == Kind::Op && tok.text == "/") {
+      tok.text = "* 1.0 /";
+      changed = true;
+    } else if (is_mod(tok) || is_intdiv(tok)) {
+      changed = true;
+    }
+  }
+  if (!changed) return sql;
+  rewrite_binary(t, is_intdiv, "qk_intdiv");
+  rewrite_binary(t, is_mod, "qk_mod");
+  return join(t, 0, t.size());
+}
+
+void register_access_functions(sqlite3* db) {
+  int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
+  sqlite3_create_function(db, "int", 1, flags, nullptr, fn_int, nullptr, nullptr);
+  sqlite3_create_function(db, "qk_mod", 2, flags, nullptr, fn_mod, nullptr, nullptr);
+  sqlite3_create_function(db, "qk_intdiv", 2, flags, nullptr, fn_intdiv, nullptr, nullptr);
+}
+
+}  // namespace qk::companions

@@ -1,0 +1,25 @@
+// Statements written for the original desktop database, run on SQLite with their meaning kept:
+//   a / b     divides as floating point         -> a * 1.0 / b
+//   a \ b     integer division of rounded values -> qk_intdiv(a, b)
+//   a mod b   remainder of rounded values        -> qk_mod(a, b)   (SQLite would take a stray
+//                                                   "mod" as a column alias and say nothing)
+//   a & b     text concatenation                 -> a || b
+//   True, False                                  -> -1, 0
+//   "text"    a text literal                     -> 'text'
+//   [name]    a quoted identifier                -> "name"
+//   int(x)    rounds down                        -> int(x), a function the connection registers
+// A statement that uses none of these comes back unchanged.
+#pragma once
+
+#include <string>
+
+struct sqlite3;
+
+namespace qk::companions {
+
+std::string translate_access_sql(const std::string& sql);
+
+// Registers int, qk_mod and qk_intdiv on a connection.
+void register_access_functions(sqlite3* db);
+
+}  // namespace qk::companions

@@ -1,0 +1,187 @@
+#include "db_access/archive.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include "automation/error.h"
+#include "db_access/access_sql.h"
+#include "db_access/schema.h"
+#include "frame/encoding.h"
+
+namespace qk::companions {
+
+namespace {
+constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
+}
+
+Archive::Archive(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {
+  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+  sqlite3_extended_result_codes(db_, 1);
+  register_access_functions(db_);
+}
+
+Archive::~Archive() {
+  for (auto& [sql, s] : statements_) sqlite3_finalize(s);
+  sqlite3_close_v2(db_);
+}
+
+std::shared_ptr<Archive> Archive::open(const std::string& path) {
+  struct stat st{};
+  if (::stat(path.c_str(), &st) != 0)
+    automation::raise(automation::kFileNotFound,
+                      "File not found: the archive " + path +
+                          " does not exist (create it with \"qkp init\")");
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                           nullptr);
+  if (rc != SQLITE_OK) {
+    std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db);
+    automation::raise(automation::kDatabaseError, "cannot open the archive " + path + ": " + msg);
+  }
+  std::shared_ptr<Archive> a(new Archive(db, path));
+  // Touch the schema now so that a file that is not an archive is reported at once.
+  a->query("select count(*) from sqlite_master");
+  return a;
+}
+
+std::shared_ptr<Archive> Archive::create(const std::string& path) {
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(path.c_str(), &db,
+                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                           nullptr);
+  if (rc != SQLITE_OK) {
+    std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db);
+    automation::raise(automation::kDatabaseError,
+                      "cannot create the archive " + path + ": " + msg);
+  }
+  std::shared_ptr<Archive> a(new Archive(db, path));
+  a->execute_script(archive_schema_sql());
+  return a;
+}
+
+void Archive::fail(const std::string& what) {
+  automation::raise(automation::kDatabaseError,
+                    what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
+}
+
+sqlite3_stmt* Archive::prepare(const std::string& sql) {
+  auto it = statements_.find(sql);
+  if (it != statements_.end()) {
+    sqlite3_reset(it->second);
+    sqlite3_clear_bindings(it->second);
+    return it->second;
+  }
+  sqlite3_stmt* s = nullptr;
+  if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) !=
+      SQLITE_OK)
+    fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
+  statements_.emplace(sql, s);
+  return s;
+}
+
+void Archive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
+  for (std::size_t i = 0; i < params.size(); ++i) {
+    int idx = static_cast<int>(i) + 1;
+    const Variant& v = params[i];
+    switch (v.type()) {
+      case automation::VarType::Empty:
+      case automation::VarType::Null: sqlite3_bind_null(s, idx); break;
+      case automation::VarType::Boolean:
+      case automation::VarType::Integer:
+      case automation::VarType::Long: sqlite3_bind_int64(s, idx, v.to_int32()); break;
+      case automation::VarType::Double: sqlite3_bind_double(s, idx, v.to_double()); break;
+      case automation::VarType::String: {
+        std::string utf8 = cp1252_to_utf8(v.to_string());
+        sqlite3_bind_text(s, idx, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
+        break;
+      }
+      default: automation::raise(automation::kTypeMismatch);
+    }
+  }
+}
+
+std::shared_ptr<automation::MemoryRecordset> Archive::query(const std::string& sql,
+                                                            const std::vector<Variant>& params) {
+  sqlite3_stmt* s = prepare(sql);
+  bind(s, params);
+  int n = sqlite3_column_count(s);
+  std::vector<std::string> columns;
+  for (int c = 0; c < n; ++c) columns.emplace_back(sqlite3_column_name(s, c));
+  auto rs = std::make_shared<automation::MemoryRecordset>(columns);
+  long row = 0;
+  while (true) {
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_DONE) break;
+    if (rc != SQLITE_ROW) {
+      sqlite3_reset(s);
+      fail("cannot read \"" + cp1252_to_utf8(sql) + "\"");
+    }
+    ++row;
+    std::vector<Variant> values;
+    values.reserve(static_cast<std::size_t>(n));
+    for (int c = 0; c < n; ++c) {
+      switch (sqlite3_column_type(s, c)) {
+        case SQLITE_NULL: values.push_back(Variant::null()); break;
+        case SQLITE_INTEGER:
+          values.emplace_back(static_cast<long long>(sqlite3_column_int64(s, c)));
+          break;
+        case SQLITE_FLOAT: values.emplace_back(sqlite3_column_double(s, c)); break;
+        default: {
+          const char* text = reinterpret_cast<const char*>(sqlite3_column_text(s, c));
+          std::string_view utf8(text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(s, c)));
+          auto converted = utf8_to_cp1252(utf8);
+          if (!converted) {
+            const char* table = sqlite3_column_table_name(s, c);
+            std::string origin = std::string("table ") + (table ? table : "?") + ", column " +
+                                 columns[static_cast<std::size_t>(c)] + ", row " +
+                                 std::to_string(row);
+            sqlite3_reset(s);
+            utf8_to_cp1252_or_raise(utf8, origin);
+          }
+          values.emplace_back(std::move(*converted));
+        }
+      }
+    }
+    rs->add_row(std::move(values));
+  }
+  sqlite3_reset(s);
+  return rs;
+}
+
+int Archive::execute(const std::string& sql, const std::vector<Variant>& params) {
+  sqlite3_stmt* s = prepare(sql);
+  bind(s, params);
+  int rc;
+  while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+  }
+  if (rc != SQLITE_DONE) {
+    sqlite3_reset(s);
+    fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
+  }
+  sqlite3_reset(s);
+  return sqlite3_changes(db_);
+}
+
+void Archive::execute_script(const std::string& sql) {
+  char* err = nullptr;
+  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string msg = err ? err : "unknown error";
+    sqlite3_free(err);
+    automation::raise(automation::kDatabaseError, msg + " (archive " + path_ + ")");
+  }
+}
+
+Archive::Transaction::Transaction(Archive& a) : archive_(a) { archive_.execute("BEGIN IMMEDIATE"); }
+
+Archive::Transaction::~Transaction() {
+  if (!done_) sqlite3_exec(archive_.db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Archive::Transaction::commit() {
+  archive_.execute("COMMIT");
+  done_ = true;
+}
+
+}  // namespace qk::companions

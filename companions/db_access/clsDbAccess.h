@@ -1,0 +1,76 @@
+// "QK_Db_Access.clsDbAccess" over SQLite. Initialize("Archivi.mdb") opens the file named by the
+// setting "Archive" of section "Appl", or else "Archivi.sqlite" in the installation folder; a
+// missing file is an error, never a new empty archive. docs/archive.md gives every member's
+// query and the meaning of the arguments the builders pass.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "db_access/archive.h"
+#include "frame/companion_contracts.h"
+
+namespace qk::companions {
+
+class clsDbAccess : public DbAccess {
+ public:
+  void Initialize(const Variant& database_file) override;
+  RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) override;
+  void p_GENERIC_ExecuteQuery(const Variant& sql) override;
+  RecordsetPtr p_TASTIERA_PLU_objRetrieveGlobalData2(const Variant& bnc, const Variant& scale,
+                                                     const Variant& pending_line) override;
+  RecordsetPtr p_TASTIERA_PLU_objRetrieveAssociatedPlu(const Variant& bnc, const Variant& key,
+                                                       const Variant& scale) override;
+  RecordsetPtr p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& bnc, const Variant& key,
+                                                     const Variant& scale) override;
+  void p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Variant& key,
+                                      const Variant& scale, const Variant& line,
+                                      const Variant& flags) override;
+  RecordsetPtr p_BARCODE_objLoadValues(const Variant& key, const Variant& form) override;
+  RecordsetPtr p_BARCODE_objLoadForms(const Variant& key) override;
+  void p_BARCODE_UpdateFlagTrasm(const Variant& key, const Variant& form, const Variant& line,
+                                 const Variant& flags) override;
+  RecordsetPtr p_TRACEABILITY_objRetrieveRows(const Variant& bnc,
+                                              const std::optional<Variant>& lot) override;
+  RecordsetPtr p_TRACEABILITY_objRetrieveVariatedRows(const Variant& bnc) override;
+  void p_TRACEABILITY_UpdateFlagTrasm(const Variant& bnc, const Variant& lot, const Variant& line,
+                                      const Variant& flags) override;
+  RecordsetPtr p_ADVERTISING_objRetrieveGlobalData(const Variant& counter,
+                                                   const Variant& pending_line) override;
+  RecordsetPtr p_ADVERTISING_objRetrieveById(const Variant& counter, const Variant& id) override;
+  void p_ADVERTISING_UpdateFlagTrasm(const Variant& counter, const Variant& id,
+                                     const Variant& flags) override;
+  RecordsetPtr p_MESSAGES_objRetrieveAssociatedMessages(const Variant& counter,
+                                                        const Variant& link_id) override;
+  RecordsetPtr p_ETEXT_objRetrieveDistinctGlobalData(const Variant& id, const Variant& reserved,
+                                                     const Variant& counter) override;
+  RecordsetPtr p_ETEXT_objRetrieveRowsById(const Variant& id, const Variant& reserved,
+                                           const Variant& counter) override;
+  RecordsetPtr p_IMMAGINI_objLoadValues(const Variant& counter, const Variant& image) override;
+  int16_t p_IMMAGINI_intRetrieveIdFromFileName(const Variant& counter,
+                                               const Variant& file_name) override;
+  RecordsetPtr p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(const Variant& counter,
+                                                                const Variant& layout) override;
+  void p_TICKET_InsertValues(const Variant& counter, const Variant& layout,
+                             const Variant& description, const Variant& replace) override;
+  void p_TICKET_DETAIL_InsertValues(const Variant& counter, const Variant& layout,
+                                    const Variant& object, const Variant& property,
+                                    const Variant& value) override;
+
+  // The opened archive (error 91 before Initialize).
+  Archive& archive();
+
+  // Where Initialize looks for the archive of that database name.
+  static std::string locate(const std::string& database_file);
+
+ private:
+  std::shared_ptr<Archive> archive_;
+};
+
+// Registers the component under "QK_Db_Access.clsDbAccess".
+void register_db_access();
+
+// Clears position `line` (1-based) of the flags; outside the string raises error 5.
+std::string clear_flag_position(std::string flags, long line);
+
+}  // namespace qk::companions

@@ -1,0 +1,131 @@
+#include "db_access/schema.h"
+
+namespace qk::companions {
+
+const std::string& archive_schema_sql() {
+  static const std::string sql = [] {
+    std::string desc;
+    for (int i = 1; i <= 20; ++i) desc += "  TRC_DESC" + std::to_string(i) + " TEXT,\n";
+    return std::string(R"(
+PRAGMA journal_mode = WAL;
+-- The network: which lines exist per department, the scale family and scale number of each.
+CREATE TABLE SCALE_LINES (
+  SL_BNC    INTEGER NOT NULL,
+  SL_LINE   INTEGER NOT NULL CHECK (SL_LINE BETWEEN 1 AND 8),
+  SL_FAMILY TEXT NOT NULL CHECK (SL_FAMILY IN ('3000','3000TOP','2000','5000','VELTA','KESTRA')),
+  SL_SCALE  INTEGER NOT NULL,
+  PRIMARY KEY (SL_BNC, SL_LINE)
+);
+-- Keyboard keys: one row binds a key of one scale to a value on the lines of TP_LINES.
+CREATE TABLE TASTIERA_PLU (
+  TP_BNC       INTEGER NOT NULL,
+  TP_SCALE     INTEGER NOT NULL,
+  TP_KEY       INTEGER NOT NULL,
+  TP_VALUE     INTEGER NOT NULL DEFAULT 0,
+  TP_MODE      TEXT NOT NULL DEFAULT 'P',
+  TP_LINES     INTEGER NOT NULL DEFAULT 255,
+  TP_FLAGTRASM TEXT NOT NULL DEFAULT '00000000'
+);
+CREATE INDEX TASTIERA_PLU_BY_SCALE ON TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY);
+CREATE INDEX TASTIERA_PLU_BY_KEY ON TASTIERA_PLU (TP_BNC, TP_KEY);
+-- Barcode formats: forms of a department, each with its field list "code#len@code#len".
+CREATE TABLE BARCODE (
+  BC_BNC       INTEGER NOT NULL,
+  BC_FORM      INTEGER NOT NULL,
+  BC_VALUE     TEXT NOT NULL DEFAULT '',
+  BC_FLAGTRASM TEXT NOT NULL DEFAULT '0000',
+  PRIMARY KEY (BC_BNC, BC_FORM)
+);
+-- Traceability lots: one or more rows per lot (TRC_ROW), up to twenty description lines each.
+CREATE TABLE TRACEABILITY (
+  TRC_BNC      INTEGER NOT NULL,
+  TRC_ID       INTEGER NOT NULL,
+  TRC_ROW      INTEGER NOT NULL DEFAULT 1,
+  TRC_ID_LOT   TEXT,
+)") + desc + R"(  TRC_MODE     INTEGER DEFAULT 0,
+  TRC_OPTIONAL INTEGER DEFAULT 0,
+  WCHARGED     TEXT,
+  TRC_FLAGTRASM TEXT NOT NULL DEFAULT '00000000',
+  PRIMARY KEY (TRC_BNC, TRC_ID, TRC_ROW)
+);
+-- Advertising messages and the texts linked to them through MSG_LNK_ID.
+CREATE TABLE ADVERTISING (
+  ADV_BNC      INTEGER NOT NULL,
+  Id           INTEGER NOT NULL,
+  Mode         INTEGER DEFAULT 0,
+  IM_FILE_NAME TEXT DEFAULT '',
+  PERSISTENCE  INTEGER DEFAULT 0,
+  REPEAT       INTEGER DEFAULT 0,
+  Rate         INTEGER DEFAULT 0,
+  MSG_LNK_ID   INTEGER,
+  FLAGTRASM    TEXT NOT NULL DEFAULT '00000000',
+  PRIMARY KEY (ADV_BNC, Id)
+);
+CREATE TABLE MESSAGES (
+  MSG_BNC    INTEGER NOT NULL,
+  MSG_LNK_ID INTEGER NOT NULL,
+  MSG_ROW    INTEGER NOT NULL,
+  MESSAGE    TEXT NOT NULL DEFAULT '',
+  PRIMARY KEY (MSG_BNC, MSG_LNK_ID, MSG_ROW)
+);
+-- Electronic texts: rows of numbered texts per counter.
+CREATE TABLE ETEXT (
+  ET_BNC INTEGER NOT NULL,
+  Id     INTEGER NOT NULL,
+  Row    INTEGER NOT NULL,
+  Descr  TEXT NOT NULL DEFAULT '',
+  PRIMARY KEY (ET_BNC, Id, Row)
+);
+-- Images (logos) by counter and number.
+CREATE TABLE IMMAGINI (
+  IM_BNC         INTEGER NOT NULL,
+  IM_ID          INTEGER NOT NULL,
+  IM_FILE_NAME   TEXT NOT NULL DEFAULT '',
+  IM_DESCRIPTION TEXT NOT NULL DEFAULT '',
+  IM_FROM        TEXT NOT NULL DEFAULT '01010101',
+  IM_TO          TEXT NOT NULL DEFAULT '',
+  IM_TYPE        INTEGER NOT NULL DEFAULT 0,
+  PRIMARY KEY (IM_BNC, IM_ID)
+);
+CREATE INDEX IMMAGINI_BY_NAME ON IMMAGINI (IM_BNC, IM_FILE_NAME);
+-- Ticket layouts: layout, its objects (OBJ_TYPE 1 logo, 2 barcode, 3 text, 4 ticket) and the
+-- objects' numbered properties.
+CREATE TABLE TICKET (
+  TK_BNC         INTEGER NOT NULL,
+  TK_ID          INTEGER NOT NULL,
+  TK_DESCRIPTION TEXT NOT NULL DEFAULT '',
+  PRIMARY KEY (TK_BNC, TK_ID)
+);
+CREATE TABLE TICKET_DETAIL (
+  TD_BNC   INTEGER NOT NULL,
+  TD_ID    INTEGER NOT NULL,
+  TD_OBJ   INTEGER NOT NULL,
+  OBJ_TYPE INTEGER NOT NULL CHECK (OBJ_TYPE BETWEEN 1 AND 4),
+  PRIMARY KEY (TD_BNC, TD_ID, TD_OBJ)
+);
+CREATE TABLE TICKET_PROPERTY (
+  TD_BNC INTEGER NOT NULL,
+  TD_ID  INTEGER NOT NULL,
+  TD_OBJ INTEGER NOT NULL,
+  Id     INTEGER NOT NULL,
+  value  TEXT,
+  PRIMARY KEY (TD_BNC, TD_ID, TD_OBJ, Id)
+);
+-- VAT rates and articles.
+CREATE TABLE ALIQUOTE (
+  Id         INTEGER PRIMARY KEY,
+  percentage REAL NOT NULL DEFAULT 0
+);
+CREATE TABLE ARTICOLI (
+  BNC         INTEGER NOT NULL,
+  Plu         INTEGER NOT NULL,
+  DESCRIPTION TEXT NOT NULL DEFAULT '',
+  FLAGTRASM   TEXT NOT NULL DEFAULT '00000000',
+  PRIMARY KEY (BNC, Plu)
+);
+)";
+  }();
+  return sql;
+}
+
+}  // namespace qk::companions

@@ -1,0 +1,56 @@
+// Run-time errors as the automation host raises them: a number, a description and a source.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace qk::automation {
+
+// The run-time error numbers the component raises or meets.
+enum ErrorNumber : long {
+  kInvalidProcedureCall = 5,
+  kOverflow = 6,
+  kOutOfMemory = 7,
+  kSubscriptOutOfRange = 9,
+  kDivisionByZero = 11,
+  kTypeMismatch = 13,
+  kFileNotFound = 53,
+  kInputPastEndOfFile = 62,
+  kPathFileAccessError = 75,
+  kObjectNotSet = 91,
+  kForLoopNotInitialized = 92,
+  kInvalidUseOfNull = 94,
+  kObjectRequired = 424,
+  kCannotCreateObject = 429,
+  kMemberNotSupported = 438,
+  kAutomationError = 440,
+  kKeyAlreadyAssociated = 457,
+  kRemoteServerUnavailable = 462,
+  kNoCurrentRecord = 3021,
+  kItemNotFound = 3265,
+  kDatabaseError = -2147467259,  // E_FAIL, the number data access errors carry
+};
+
+// The host's own description of a standard error number ("" for numbers it does not know).
+std::string standard_description(long number);
+
+class Error : public std::runtime_error {
+ public:
+  // An error with the host's standard description.
+  explicit Error(long number);
+  Error(long number, const std::string& description, const std::string& source = "");
+
+  long number() const { return number_; }
+  const std::string& description() const { return description_; }
+  const std::string& source() const { return source_; }
+
+ private:
+  long number_;
+  std::string description_;
+  std::string source_;
+};
+
+[[noreturn]] void raise(long number);
+[[noreturn]] void raise(long number, const std::string& description);
+
+}  // namespace qk::automation

@@ -1,0 +1,132 @@
+// The automation Variant: one value of the host's dynamic type system, with its conversion rules.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace qk::automation {
+
+// Base of every late-bound object (companion components, recordsets, loggers).
+class Object {
+ public:
+  virtual ~Object() = default;
+};
+using ObjectPtr = std::shared_ptr<Object>;
+
+class VariantArray;
+
+enum class VarType { Empty, Null, Boolean, Integer, Long, Double, String, Object, Array };
+
+class Variant {
+ public:
+  struct NullTag {
+    bool operator==(const NullTag&) const = default;
+  };
+
+  Variant() = default;
+  Variant(bool v) : value_(v) {}
+  Variant(int16_t v) : value_(v) {}
+  Variant(int32_t v) : value_(v) {}
+  Variant(long v);  // kept as a Long when it fits, otherwise as a Double
+  Variant(long long v);
+  Variant(double v) : value_(v) {}
+  Variant(const char* v) : value_(std::string(v)) {}
+  Variant(std::string v) : value_(std::move(v)) {}
+  Variant(std::string_view v) : value_(std::string(v)) {}
+  Variant(ObjectPtr v) : value_(std::move(v)) {}
+  Variant(std::shared_ptr<VariantArray> v) : value_(std::move(v)) {}
+
+  static Variant null() {
+    Variant v;
+    v.value_ = NullTag{};
+    return v;
+  }
+
+  VarType type() const { return static_cast<VarType>(value_.index()); }
+  bool is_empty() const { return type() == VarType::Empty; }
+  bool is_null() const { return type() == VarType::Null; }
+  bool is_numeric_type() const;  // Boolean, Integer, Long or Double
+  bool is_string() const { return type() == VarType::String; }
+
+  // Conversions with the host's rules: ties to even, error 6 on overflow, 13 on a value that is
+  // not a number, 94 on Null. Empty converts to 0 or "".
+  int16_t to_int16() const;
+  int32_t to_int32() const;
+  double to_double() const;
+  bool to_bool() const;
+  std::string to_string() const;
+
+  // The object held, or error 424 (object required) / 13 for a value of another type.
+  ObjectPtr to_object() const;
+  template <class T>
+  std::shared_ptr<T> as() const {
+    auto p = std::dynamic_pointer_cast<T>(to_object());
+    if (!p) throw_member_not_supported();
+    return p;
+  }
+  std::shared_ptr<VariantArray> to_array() const;
+
+  // Comparison with a number, as the host's "=" does for "If v = 0": Empty is 0, Null is never
+  // equal, a numeric string compares as its number, any other string is a type mismatch.
+  bool equals_number(double n) const;
+
+ private:
+  [[noreturn]] static void throw_member_not_supported();
+  std::variant<std::monostate, NullTag, bool, int16_t, int32_t, double, std::string, ObjectPtr,
+               std::shared_ptr<VariantArray>>
+      value_;
+};
+
+// A rectangular array with explicit bounds per dimension; access outside them raises error 9.
+class VariantArray {
+ public:
+  // One- or two-dimensional, each dimension given as (lower, upper).
+  explicit VariantArray(std::vector<std::pair<long, long>> bounds);
+
+  int dimensions() const { return static_cast<int>(bounds_.size()); }
+  long lower_bound(int dimension = 1) const;
+  long upper_bound(int dimension = 1) const;
+
+  Variant& at(long i);
+  Variant& at(long i, long j);
+  const Variant& at(long i) const { return const_cast<VariantArray*>(this)->at(i); }
+  const Variant& at(long i, long j) const { return const_cast<VariantArray*>(this)->at(i, j); }
+
+ private:
+  std::size_t offset(long i, long j) const;
+  std::vector<std::pair<long, long>> bounds_;
+  std::vector<Variant> items_;
+};
+
+// Rounds to the nearest integer with ties to the even neighbour, as the host's CInt/CLng do.
+double round_half_even(double v);
+// Checked conversions of a double, raising error 6 outside the type's range after rounding.
+int16_t double_to_int16(double v);
+int32_t double_to_int32(double v);
+
+// Reads a whole string as a number the way the host converts a string to a number: blanks
+// around it, an optional sign, decimals with ".", an exponent, or "&H"/"&O" prefixes. Anything
+// else raises error 13. Hexadecimal and octal values wrap into the signed 32-bit range.
+double parse_number(std::string_view s);
+// True when parse_number would succeed.
+bool looks_numeric(std::string_view s);
+
+// The host's Val: the number at the start of the text (leading blanks skipped, reading stops at
+// the first character that cannot continue a number; "&H"/"&O" read hexadecimal/octal), 0 when
+// the text does not start with a number.
+double leading_number(std::string_view s);
+
+// The host's Format with a pattern of zeros ("0", "00", "000"): the number rounded half away from
+// zero, written with at least that many digits and never truncated. A value that is not numeric
+// is returned as its text.
+std::string format_digits(const Variant& value, std::string_view pattern);
+std::string format_digits(long long value, int min_digits);
+
+// The host's text form of a double: at most 15 significant digits, no trailing zeros.
+std::string double_to_text(double v);
+
+}  // namespace qk::automation

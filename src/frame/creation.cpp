@@ -1,0 +1,57 @@
+#include "frame/creation.h"
+
+#include "automation/factory.h"
+#include "config/clsRegistry2Xml.h"
+#include "frame/globals.h"
+#include "frame/paths.h"
+#include "frame/report_error.h"
+
+namespace qk {
+
+namespace {
+
+clsRegistry2Xml& registry() {
+  auto& r = globals().objRegistry;
+  if (!r) automation::raise(automation::kObjectNotSet);
+  return *r;
+}
+
+}  // namespace
+
+void run_creation_sequence(const char* class_name, unsigned steps,
+                           const std::function<void()>& extra, const char* translations_label) {
+  trap({"Class_Initialize", class_name}, [&] {
+    Globals& g = globals();
+    if (steps & kStepCreateRegistry) g.objRegistry = std::make_shared<clsRegistry2Xml>();
+    if (steps & kStepReadSilent)
+      g.booSilent = registry().GetSetting(kApplicationName, "Debug", "Silent", "Y") == "Y";
+    if (steps & kStepReadPath) {
+      std::string path = registry().GetSetting(kApplicationName, "Appl", "Path",
+                                               component_folder());
+      g.strApplPath = with_trailing_separator(path);
+    }
+    if (steps & kStepOpenDatabase) {
+      // The slot is overwritten before Initialize, as the assignment happens first.
+      g.objDbAccess = automation::create_as<DbAccess>(kDbAccessId);
+      g.objDbAccess->Initialize(automation::Variant(kArchiveName));
+    }
+    if ((steps & kStepExtra) && extra) extra();
+    if (steps & kStepLoadTranslations)
+      m_LoadTranslations(translations_label ? translations_label : class_name);
+  });
+}
+
+void m_LoadTranslations(const char* class_label) {
+  trap({"m_LoadTranslations", class_label}, [&] {
+    Globals& g = globals();
+    g.objTranslate = automation::create_as<Translate>(kTranslateId);
+    std::string language = registry().GetSetting(kApplicationName, "Appl", "LanguageId",
+                                                 "LAN_ITA");
+    g.objTranslate->LangCode(language);
+    g.objTranslate->ApplicationName("QK");
+    g.objTranslate->ModuleName("MODUTILITY");
+    g.colStrings = g.objTranslate->StringValues();
+  });
+}
+
+}  // namespace qk

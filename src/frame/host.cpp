@@ -1,0 +1,88 @@
+#include "frame/host.h"
+
+#include <syslog.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "frame/encoding.h"
+
+namespace qk::host {
+
+namespace {
+
+struct Callbacks {
+  std::mutex mutex;
+  MessageBoxFn box;
+  ExitProcessFn exit;
+  EventLogFn log;
+};
+
+Callbacks& callbacks() {
+  static Callbacks c;
+  return c;
+}
+
+int default_box(const std::string& text, const std::string& title, int style) {
+  std::string shown = title.empty() ? "QK_Protocol" : title;
+  std::fprintf(stderr, "[%s] %s\n", cp1252_to_utf8(shown).c_str(), cp1252_to_utf8(text).c_str());
+  return (style & 0x0F) == kRetryCancel ? kAnswerRetry : kAnswerOk;
+}
+
+void default_exit(unsigned code) {
+  std::fflush(nullptr);
+  std::exit(static_cast<int>(code));
+}
+
+void default_log(int type, const std::string& text) {
+  int priority = type == kEventError ? LOG_ERR : type == kEventWarning ? LOG_WARNING : LOG_INFO;
+  openlog("QK_Protocol", LOG_PID, LOG_USER);
+  syslog(priority, "%s", cp1252_to_utf8(text).c_str());
+}
+
+}  // namespace
+
+void set_message_box(MessageBoxFn fn) {
+  std::lock_guard lock(callbacks().mutex);
+  callbacks().box = std::move(fn);
+}
+void set_exit_process(ExitProcessFn fn) {
+  std::lock_guard lock(callbacks().mutex);
+  callbacks().exit = std::move(fn);
+}
+void set_event_log(EventLogFn fn) {
+  std::lock_guard lock(callbacks().mutex);
+  callbacks().log = std::move(fn);
+}
+
+int message_box(const std::string& text, const std::string& title, int style) {
+  MessageBoxFn fn;
+  {
+    std::lock_guard lock(callbacks().mutex);
+    fn = callbacks().box;
+  }
+  return fn ? fn(text, title, style) : default_box(text, title, style);
+}
+
+void exit_process(unsigned exit_code) {
+  ExitProcessFn fn;
+  {
+    std::lock_guard lock(callbacks().mutex);
+    fn = callbacks().exit;
+  }
+  if (fn) fn(exit_code);
+  else default_exit(exit_code);
+}
+
+void event_log(int type, const std::string& text) {
+  EventLogFn fn;
+  {
+    std::lock_guard lock(callbacks().mutex);
+    fn = callbacks().log;
+  }
+  if (fn) fn(type, text);
+  else default_log(type, text);
+}
+
+}  // namespace qk::host

@@ -1,0 +1,55 @@
+#include "frame/paths.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "frame/encoding.h"
+
+namespace qk {
+
+std::string component_folder() {
+  if (const char* home = std::getenv("QK_HOME"); home && *home) {
+    std::string h = home;
+    while (h.size() > 1 && h.back() == '/') h.pop_back();
+    return h;
+  }
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&component_folder), &info) && info.dli_fname) {
+    std::error_code ec;
+    auto p = std::filesystem::weakly_canonical(info.dli_fname, ec);
+    return (ec ? std::filesystem::path(info.dli_fname) : p).parent_path().string();
+  }
+  return std::filesystem::current_path().string();
+}
+
+std::string per_user_setting(const std::string& section, const std::string& key) {
+  std::string base;
+  if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x) base = x;
+  else if (const char* h = std::getenv("HOME"); h && *h) base = std::string(h) + "/.config";
+  else return "";
+  std::ifstream in(base + "/varlen-system/settings.ini");
+  std::string line, current;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty() || line[0] == ';' || line[0] == '#') continue;
+    if (line.front() == '[' && line.back() == ']') {
+      current = line.substr(1, line.size() - 2);
+      continue;
+    }
+    auto eq = line.find('=');
+    if (eq == std::string::npos || current != section || line.substr(0, eq) != key) continue;
+    auto v = utf8_to_cp1252(line.substr(eq + 1));
+    return v ? *v : "";
+  }
+  return "";
+}
+
+std::string with_trailing_separator(std::string folder) {
+  if (folder.empty() || folder.back() != kPathSeparator) folder += kPathSeparator;
+  return folder;
+}
+
+}  // namespace qk
