@@ -1,0 +1,206 @@
+// The settings store on real files, the registry export reader and the translation files.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "automation/factory.h"
+#include "config/clsRegistry2Xml.h"
+#include "registry/clsRegistry.h"
+#include "test_support.h"
+#include "translate/clsTranslate.h"
+
+using namespace qk;
+using namespace qk::testing;
+
+namespace {
+
+struct StoreFixture : ::testing::Test {
+  TempDir dir;
+  ScopedEnv home{"QK_HOME", dir.path()};
+  ScopedEnv cfg{"XDG_CONFIG_HOME", dir.file("cfg")};
+  std::shared_ptr<LoggerSpy> spy = reset_globals();
+  FakeHost host;
+};
+
+int count_files(const std::string& folder) {
+  int n = 0;
+  for (auto& e : std::filesystem::directory_iterator(folder)) n += e.is_regular_file();
+  return n;
+}
+
+}  // namespace
+
+TEST_F(StoreFixture, GetSettingUsesTheNameOnly) {
+  clsRegistry2Xml store;
+  EXPECT_EQ(store.file_name(), dir.file("registry.xml"));
+  EXPECT_EQ(store.GetSetting("Varlen System", "Appl", "Path", "dflt"), "dflt");  // no file
+  store.CreateDoc();
+  store.SaveSetting("Varlen System", "A", "Key", "first");
+  store.SaveSetting("Varlen System", "B", "Key", "second");
+  store.SaveSetting("Varlen System", "A", "Empty", "");
+  store.SaveSetting("Varlen System", "A", "Key", "first again");  // in place
+  std::string xml = dir.read("registry.xml");
+  std::size_t keys = 0;
+  for (std::size_t at = xml.find("<key "); at != std::string::npos; at = xml.find("<key ", at + 1))
+    ++keys;
+  EXPECT_EQ(keys, 3u) << xml;  // two "Key" elements (one per section) and "Empty"
+  EXPECT_EQ(store.GetSetting("Other", "B", "Key", "d"), "first again");
+  EXPECT_EQ(store.GetSetting("Varlen System", "A", "Empty", "d"), "d");
+  EXPECT_NE(xml.find("path=\"Software\\VB and VBA Program Settings\\Varlen System\\B\""),
+            std::string::npos);
+  EXPECT_TRUE(spy->calls.empty());
+}
+
+TEST_F(StoreFixture, TextIsEightBitInsideAndUtf8OnDisk) {
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  store.SaveSetting("Varlen System", "Appl", "Shop", "Caff\xE8");
+  EXPECT_NE(dir.read("registry.xml").find("Caff\xC3\xA8"), std::string::npos);
+  EXPECT_EQ(store.GetSetting("Varlen System", "Appl", "Shop", ""), "Caff\xE8");
+}
+
+TEST_F(StoreFixture, SaveWithoutKeysIsReportedAndLogged) {
+  clsRegistry2Xml store;
+  dir.write("registry.xml", "<root/>");
+  store.SaveSetting("Varlen System", "Appl", "X", "1");
+  ASSERT_EQ(spy->calls.size(), 1u);
+  EXPECT_EQ(spy->calls[0].number, 91);
+  EXPECT_EQ(spy->calls[0].project, "QK");
+  EXPECT_EQ(spy->calls[0].module, "clsRegistry2Xml");
+  ASSERT_EQ(host.events.size(), 1u);
+  EXPECT_EQ(host.events[0].second.rfind("clsRegistry2Xml@SaveSetting ", 0), 0u);
+  EXPECT_EQ(dir.read("registry.xml"), "<root/>");
+}
+
+TEST_F(StoreFixture, MalformedStoreGivesDefaults) {
+  dir.write("registry.xml", "<root><keys><key name='Path' value='x'");
+  clsRegistry2Xml store;
+  EXPECT_EQ(store.GetSetting("Varlen System", "Appl", "Path", "dflt"), "dflt");
+}
+
+TEST_F(StoreFixture, FailedWriteLeavesTheFileWhole) {
+  if (geteuid() == 0) GTEST_SKIP() << "root writes into read-only folders";
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  store.SaveSetting("Varlen System", "Appl", "K", "v1");
+  std::string before = dir.read("registry.xml");
+  chmod(dir.path().c_str(), 0555);
+  store.SaveSetting("Varlen System", "Appl", "K", "v2");
+  chmod(dir.path().c_str(), 0755);
+  EXPECT_EQ(dir.read("registry.xml"), before);
+  EXPECT_EQ(spy->calls.size(), 1u);
+}
+
+TEST_F(StoreFixture, SavesLeaveNoTemporaryFiles) {
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  for (int i = 0; i < 5; ++i) store.SaveSetting("Varlen System", "Appl", "K", std::to_string(i));
+  EXPECT_EQ(count_files(dir.path()), 1);
+}
+
+TEST(StoreLocation, UseThisPathAndDepFolder) {
+  TempDir dir;
+  std::filesystem::create_directories(dir.file("APP/DEP"));
+  std::filesystem::create_directories(dir.file("cfg/varlen-system"));
+  {
+    ScopedEnv home("QK_HOME", dir.file("APP/DEP"));
+    ScopedEnv cfg("XDG_CONFIG_HOME", dir.file("cfg"));
+    EXPECT_EQ(clsRegistry2Xml().file_name(), dir.file("APP/registry.xml"));
+    dir.write("cfg/varlen-system/settings.ini", "[Debug]\nUseThisPath=/srv/qk\n");
+    EXPECT_EQ(clsRegistry2Xml().file_name(), "/srv/qk/registry.xml");
+  }
+}
+
+namespace {
+
+class FakeRegistry : public RegistryHelper {
+ public:
+  std::vector<std::string> EnumRegistryKeys(unsigned long, const std::string& path) override {
+    if (path.ends_with("Varlen System")) return {"Appl"};
+    return {};
+  }
+  std::vector<KeyValue> EnumKeyValues(unsigned long, const std::string& path) override {
+    if (path.ends_with("Appl")) return {{"Path", ""}, {"LanguageId", "LAN_ENG"}};
+    return {};
+  }
+};
+
+}  // namespace
+
+TEST_F(StoreFixture, VersionDecidesTheImport) {
+  automation::register_component(kRegistryHelperId,
+                                 [] { return std::make_shared<FakeRegistry>(); });
+  struct Row {
+    int major, minor, rev;
+    bool imported, defaults;
+  } rows[] = {{2, 1, 226, true, true}, {2, 1, 227, false, true}, {4, 0, 0, false, false}};
+  for (const auto& r : rows) {
+    clsRegistry2Xml store;
+    store.CreateDoc();
+    store.SaveSetting("Varlen System", "Appl", "PathLanguages", "");
+    spy->calls.clear();
+    store.RetrieveValuesFromRegistry(r.major, r.minor, r.rev);
+    SCOPED_TRACE(r.rev);
+    EXPECT_EQ(store.GetSetting("", "", "LanguageId", "none") == "LAN_ENG", r.imported);
+    EXPECT_EQ(store.GetSetting("", "", "PathLanguages", "") == dir.path() + "/Languages",
+              r.defaults);
+    if (r.imported) {
+      EXPECT_EQ(store.GetSetting("", "", "Path", ""), dir.path());
+    }
+    EXPECT_EQ(spy->calls.size(), r.defaults ? 0u : 1u);  // 4 x 10000 overflows 16 bits
+    if (!r.defaults) {
+      EXPECT_EQ(spy->calls[0].number, 6);
+    }
+  }
+  companions::register_registry_helper();
+}
+
+TEST(RegExport, BothFormsAndUtf16) {
+  companions::RegExport reg;
+  reg.parse(
+      "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\Software\\VB and VBA Program Settings\\Varlen "
+      "System\\Appl]\r\n\"Path\"=\"C:\\\\Programmi\\\\QK\"\r\n\"Count\"=dword:0000000a\r\n"
+      "\"Bin\"=hex:01,02,\\\r\n  03\r\n[HKEY_LOCAL_MACHINE\\Software\\X]\r\n\"Y\"=\"z\"\r\n",
+      "a.reg");
+  auto v = reg.values("Software\\VB and VBA Program Settings\\Varlen System\\Appl");
+  ASSERT_EQ(v.size(), 2u);
+  EXPECT_EQ(v[0].sKey, "Path");
+  EXPECT_EQ(v[0].sValue, "C:\\Programmi\\QK");
+  EXPECT_EQ(v[1].sValue, "10");
+  EXPECT_EQ(reg.subkeys("Software\\VB and VBA Program Settings\\Varlen System"),
+            std::vector<std::string>{"Appl"});
+  EXPECT_TRUE(reg.values("Software\\X").empty());  // another hive is not served
+
+  std::u16string text =
+      u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\S\\Debug]\r\n"
+      u"\"Shop\"=\"Caff\u00e8\"\r\n";
+  std::string bytes = "\xFF\xFE";
+  for (char16_t c : text) {
+    bytes += static_cast<char>(c & 0xFF);
+    bytes += static_cast<char>(c >> 8);
+  }
+  companions::RegExport reg5;
+  reg5.parse(bytes, "b.reg");
+  auto d = reg5.values("Software\\S\\Debug");
+  ASSERT_EQ(d.size(), 1u);
+  EXPECT_EQ(d[0].sValue, "Caff\xE8");
+  EXPECT_THROW(companions::RegExport().parse("not a registry file\n", "c.reg"),
+               automation::Error);
+}
+
+TEST_F(StoreFixture, TranslationsFromLanguageFiles) {
+  std::filesystem::create_directories(dir.file("Languages"));
+  dir.write("Languages/LAN_ITA.lng",
+            "# comment\n[QK/MODUTILITY]\np_STR_DYNAMICSTRING_510_0=Attenzione! \xC3\xA8\n"
+            "[QK/FRMBARCODE]\nBARCODE_0=EAN13\n");
+  companions::clsTranslate t;
+  t.LangCode("LAN_ITA");
+  t.ApplicationName("QK");
+  t.ModuleName("MODUTILITY");
+  auto values = t.StringValues();
+  ASSERT_EQ(values.size(), 1u);
+  EXPECT_EQ(values["p_STR_DYNAMICSTRING_510_0"], "Attenzione! \xE8");
+  t.LangCode("LAN_XYZ");  // unknown language: empty collection
+  EXPECT_TRUE(t.StringValues().empty());
+  t.LangCode("../registry");
+  EXPECT_TRUE(t.StringValues().empty());
+}
