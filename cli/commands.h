@@ -18,5 +18,7 @@ void print(const Options& o, const std::vector<std::string>& strings);
 
 void add_date_command(CLI::App& app, Options& o);
 void add_settings_command(CLI::App& app, Options& o);
+void add_init_command(CLI::App& app, Options& o);
+void add_import_command(CLI::App& app, Options& o);
 
 }  // namespace qkp

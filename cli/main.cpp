@@ -29,6 +29,8 @@ int main(int argc, char** argv) {
   });
   qkp::add_date_command(app, options);
   qkp::add_settings_command(app, options);
+  qkp::add_init_command(app, options);
+  qkp::add_import_command(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

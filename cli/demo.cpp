@@ -1,0 +1,307 @@
+#include "demo.h"
+
+#include <filesystem>
+
+#include "config/xml_file.h"
+#include "db_access/archive.h"
+#include "frame/encoding.h"
+#include "images/bitmap_file.h"
+
+namespace qkp {
+
+using qk::automation::Variant;
+
+namespace {
+
+const char* kItalian = R"(# Testi del componente QK_Protocol (UTF-8)
+[QK/MODUTILITY]
+p_STR_DYNAMICSTRING_510_0=Attenzione! Si è verificato il seguente errore:
+p_STR_DYNAMICSTRING_511_0=Descrizione: 
+p_STR_DYNAMICSTRING_512_0=Numero: 
+p_STR_DYNAMICSTRING_513_0=nella procedura:
+p_STR_DYNAMICSTRING_514_0=Progetto: 
+p_STR_DYNAMICSTRING_515_0=Modulo: 
+p_STR_DYNAMICSTRING_516_0=Procedura: 
+p_STR_DYNAMICSTRING_517_0=Contattare l'amministratore di sistema
+[QK/FRMBARCODE]
+BARCODE_0=EAN 13
+BARCODE_1=EAN 8
+BARCODE_2=UPC A
+BARCODE_3=Codice 39
+BARCODE_4=Interleaved 2 di 5
+BARCODE_5=Codice 128
+BARCODE_6=EAN 128
+BARCODE_7=Codabar
+)";
+
+const char* kEnglish = R"(# QK_Protocol texts (UTF-8)
+[QK/MODUTILITY]
+p_STR_DYNAMICSTRING_510_0=Warning! The following error occurred:
+p_STR_DYNAMICSTRING_511_0=Description: 
+p_STR_DYNAMICSTRING_512_0=Number: 
+p_STR_DYNAMICSTRING_513_0=in the procedure:
+p_STR_DYNAMICSTRING_514_0=Project: 
+p_STR_DYNAMICSTRING_515_0=Module: 
+p_STR_DYNAMICSTRING_516_0=Procedure: 
+p_STR_DYNAMICSTRING_517_0=Contact system administrator
+[QK/FRMBARCODE]
+BARCODE_0=EAN 13
+BARCODE_1=EAN 8
+BARCODE_2=UPC A
+BARCODE_3=Code 39
+BARCODE_4=Interleaved 2 of 5
+BARCODE_5=Code 128
+BARCODE_6=EAN 128
+BARCODE_7=Codabar
+)";
+
+const char* kParameters = R"(<?xml version="1.0" encoding="UTF-8"?>
+<PARAMETERS>
+  <COMMON>
+    <NATURE N="0"/><NATURE N="1"/><NATURE N="2"/><NATURE N="3"/>
+    <NATURE N="4"/><NATURE N="5"/><NATURE N="6"/><NATURE N="7"/>
+  </COMMON>
+  <VELTA SEND_HEADSET="Y" BAUD="9600"/>
+  <ORVATOP MAX_DESCRIPTION="309"/>
+  <ALLDEVICES TRIM_VALUES="Y" SHOW_2000="Y"/>
+  <ARCHIVES>
+    <ARCHIVE KEY="PLU" VALUE="ARTICOLI"/>
+    <ARCHIVE KEY="LOTTI" VALUE="TRACEABILITY"/>
+  </ARCHIVES>
+  <ASCII_CROSS>
+    <VALUE LANGCODE="ITA" A_GRAVE="A'" E_GRAVE="E'" O_GRAVE="O'"/>
+    <VALUE LANGCODE="ENG"/>
+  </ASCII_CROSS>
+  <BARCODE>
+    <SCANNER DESCRIPTION="Impostazioni dello scanner per la lettura del barcode" COMMPORT="1" COMMSETTINGS="9600,n,8,1"/>
+  </BARCODE>
+  <TIMEOUT SEND="30" RECEIVE="60"/>
+</PARAMETERS>
+)";
+
+// Fonts: identifiers whose last three digits are the scale's font number. Magnifications: the
+// last three digits count from 0 (the scale counts from 1). Field values: the permitted data
+// positions. MAPPING: 3000-series data types and their 5000-series counterparts.
+const char* kConfigurazione = R"(<?xml version="1.0" encoding="UTF-8"?>
+<PROPERTIES>
+  <TEXT>
+    <PROPERTY><ID>4</ID><POSSIBLE_VALUES>
+      <VALUE><ID>1</ID></VALUE><VALUE><ID>10</ID></VALUE><VALUE><ID>20</ID></VALUE><VALUE><ID>30</ID></VALUE>
+    </POSSIBLE_VALUES></PROPERTY>
+    <PROPERTY><ID>5</ID><POSSIBLE_VALUES>
+      <VALUE><ID>1001</ID></VALUE><VALUE><ID>1003</ID></VALUE><VALUE><ID>2003</ID></VALUE><VALUE><ID>1025</ID></VALUE>
+    </POSSIBLE_VALUES></PROPERTY>
+    <PROPERTY><ID>13</ID><POSSIBLE_VALUES>
+      <VALUE><ID>2000</ID></VALUE><VALUE><ID>2001</ID></VALUE><VALUE><ID>2002</ID></VALUE>
+    </POSSIBLE_VALUES></PROPERTY>
+    <PROPERTY><ID>14</ID><POSSIBLE_VALUES>
+      <VALUE><ID>2000</ID></VALUE><VALUE><ID>2001</ID></VALUE><VALUE><ID>2002</ID></VALUE>
+    </POSSIBLE_VALUES></PROPERTY>
+  </TEXT>
+  <BARCODE>
+    <PROPERTY><ID>11</ID><POSSIBLE_VALUES><VALUE><ID>3000</ID></VALUE><VALUE><ID>3001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
+    <PROPERTY><ID>12</ID><POSSIBLE_VALUES><VALUE><ID>3000</ID></VALUE><VALUE><ID>3001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
+  </BARCODE>
+  <LOGO>
+    <PROPERTY><ID>10</ID><POSSIBLE_VALUES><VALUE><ID>4000</ID></VALUE><VALUE><ID>4001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
+    <PROPERTY><ID>11</ID><POSSIBLE_VALUES><VALUE><ID>4000</ID></VALUE><VALUE><ID>4001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
+  </LOGO>
+  <MAPPING>
+    <MAP O3="1" O5="11"/>
+    <MAP O3="10" O5="12"/>
+    <MAP O3="20" O5="13"/>
+    <MAP O3="30" O5="14"/>
+  </MAPPING>
+</PROPERTIES>
+)";
+
+void write_if(const std::string& path, const std::string& bytes, bool overwrite) {
+  if (!overwrite && std::filesystem::exists(path)) return;
+  qk::config::save_file_atomically(path, bytes);
+}
+
+qk::images::Picture pattern(int width, int height, int kind) {
+  qk::images::Picture p{width, height, {}};
+  for (int y = 0; y < height; ++y) {
+    std::vector<bool> row(static_cast<std::size_t>(width));
+    for (int x = 0; x < width; ++x) {
+      bool frame = x < 2 || y < 2 || x >= width - 2 || y >= height - 2;
+      bool diag = kind == 0 ? (x / 8 + y / 8) % 2 == 0 : (x + y) % 16 < 3;
+      row[static_cast<std::size_t>(x)] = frame || (diag && y > height / 3);
+    }
+    p.rows.push_back(row);
+  }
+  return p;
+}
+
+std::string desc(int n) {
+  std::string s = "Riga descrittiva numero " + std::to_string(n) + " del lotto";
+  while (s.size() < 75) s += " x";
+  return s;
+}
+
+}  // namespace
+
+void write_default_files(const std::string& folder, bool overwrite) {
+  std::filesystem::create_directories(folder + "/Languages");
+  write_if(folder + "/Languages/LAN_ITA.lng", kItalian, overwrite);
+  write_if(folder + "/Languages/LAN_ENG.lng", kEnglish, overwrite);
+  write_if(folder + "/Parameters.xml", kParameters, overwrite);
+  write_if(folder + "/Configurazione.xml", kConfigurazione, overwrite);
+}
+
+void write_demo_files(const std::string& folder) {
+  std::filesystem::create_directories(folder + "/images");
+  std::string store = R"(<?xml version="1.0"?>
+<root>
+  <keys>
+    <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="Path" value="FOLDER" />
+    <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="PathLanguages" value="FOLDER/Languages" />
+    <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="LanguageId" value="LAN_ITA" />
+    <key path="Software\VB and VBA Program Settings\Varlen System\Debug" name="Silent" value="Y" />
+  </keys>
+</root>
+)";
+  for (auto at = store.find("FOLDER"); at != std::string::npos; at = store.find("FOLDER"))
+    store.replace(at, 6, folder);
+  qk::config::save_file_atomically(folder + "/registry.xml", store);
+  qk::config::save_file_atomically(folder + "/images/LOGO.BMP",
+                                   qk::images::encode_bmp1(pattern(232, 245, 0)));
+  qk::config::save_file_atomically(folder + "/images/SMALL.BMP",
+                                   qk::images::encode_bmp1(pattern(40, 24, 1)));
+  qk::config::save_file_atomically(folder + "/images/WIDE.BMP",
+                                   qk::images::encode_bmp1(pattern(400, 20, 1)));
+}
+
+void fill_demo_archive(qk::companions::Archive& a) {
+  qk::companions::Archive::Transaction t(a);
+  // Three departments, eight lines of mixed families.
+  struct Line {
+    int bnc, line;
+    const char* family;
+    int scale;
+  } lines[] = {{1, 1, "3000", 1},    {1, 2, "5000", 2},  {1, 3, "2000", 3},
+               {2, 1, "3000TOP", 1}, {2, 2, "VELTA", 2}, {2, 3, "5000", 3},
+               {3, 1, "KESTRA", 1},  {3, 2, "3000", 2}};
+  for (const auto& l : lines)
+    a.execute("insert into SCALE_LINES values (?1, ?2, ?3, ?4)",
+              {l.bnc, l.line, l.family, l.scale});
+
+  // Keys: PLU bindings for every scale, a few of another kind, a long value, rows bound to a
+  // single line, and pending flags on some lines.
+  for (const auto& l : lines)
+    for (int key = 1; key <= 40; ++key) {
+      if (key % 7 == 0) continue;  // unassigned keys call up the PLU of their own number
+      int value = key == 5 ? 12345 : 100 + key;
+      const char* mode = key % 11 == 0 ? "R" : "P";
+      int bound = key % 13 == 0 ? 2 : 255;
+      std::string flags = key <= 20 ? "11100000" : "00000000";
+      a.execute("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
+                " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
+                {l.bnc, l.scale, key, value, mode, bound, flags});
+    }
+
+  for (int bnc = 1; bnc <= 3; ++bnc) {
+    a.execute("insert into BARCODE values (?1, 1, 'A#6@B#13', '1000')", {bnc});
+    a.execute("insert into BARCODE values (?1, 2, 'P#5@W#5@C#1', '1100')", {bnc});
+    a.execute("insert into BARCODE values (?1, 3, 'E#2@P#4@Q#123', '0000')", {bnc});
+  }
+
+  // Lots: an ordinary lot with an accented description, a lot with no descriptions whose code
+  // is its number (sent as a deletion to the 5000 series), a lot to delete on Velta scales,
+  // long descriptions, and a lot of two rows.
+  auto lot = [&](int bnc, int id, int row, const std::string& code,
+                 const std::vector<std::string>& lines_of_text, int optional,
+                 const Variant& charged, const char* flags) {
+    std::string cols = "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED,"
+                       " TRC_FLAGTRASM";
+    std::string vals = "?1, ?2, ?3, ?4, 1, ?5, ?6, ?7";
+    std::vector<Variant> params{bnc, id, row, code, optional, charged, flags};
+    for (std::size_t i = 0; i < lines_of_text.size(); ++i) {
+      cols += ", TRC_DESC" + std::to_string(i + 1);
+      vals += ", ?" + std::to_string(params.size() + 1);
+      params.emplace_back(lines_of_text[i]);
+    }
+    a.execute("insert into TRACEABILITY (" + cols + ") values (" + vals + ")", params);
+  };
+  for (int bnc = 1; bnc <= 3; ++bnc) {
+    lot(bnc, 12, 1, "L12-2026", {"Lotto di produzione", "Origine: Italia", "Nato in Francia",
+                                 "Allevato in Italia", "Macellato: Mod\xE8na"},
+        0b110, Variant("1500"), "11100000");
+    lot(bnc, 7, 1, "7", {}, 0, Variant::null(), "11000000");
+    lot(bnc, 13, 1, "L13", {"<TBD>"}, 0, Variant("0"), "11100000");
+    std::vector<std::string> many;
+    for (int i = 1; i <= 20; ++i) many.push_back(desc(i));
+    lot(bnc, 14, 1, "LOTTO-CON-CODICE-LUNGO", many, 0xFFFFE, Variant("250"), "10100000");
+    lot(bnc, 15, 1, "L15", {"Prima riga", "Seconda riga"}, 0, Variant("10"), "00000000");
+    lot(bnc, 15, 2, "L15", {"Riga due/1", "", "Riga due/3"}, 0, Variant("10"), "00000000");
+  }
+
+  // Advertising messages with their texts (one 300 characters long, one with the euro sign).
+  std::string long_text;
+  for (int i = 0; long_text.size() < 300; ++i) long_text += "Offerta " + std::to_string(i) + "! ";
+  long_text.resize(300);
+  for (int bnc = 1; bnc <= 3; ++bnc) {
+    a.execute("insert into ADVERTISING values (?1, 1, 1, 'PROMO.BMP', 5, 2, 3, 10, '11100000')",
+              {bnc});
+    a.execute("insert into ADVERTISING values (?1, 2, 0, '', 3, 1, 1, 11, '01000000')", {bnc});
+    a.execute("insert into ADVERTISING values (?1, 3, 2, '', 0, 0, 0, NULL, '00000000')", {bnc});
+    a.execute("insert into MESSAGES values (?1, 10, 1, ?2)", {bnc, long_text});
+    a.execute("insert into MESSAGES values (?1, 10, 2, ?2)", {bnc, "Solo oggi: 2 \x80 al kg"});
+    a.execute("insert into MESSAGES values (?1, 11, 1, 'Benvenuti!')", {bnc});
+    // Electronic texts.
+    a.execute("insert into ETEXT values (?1, 12, 1, 'Ingredienti: farina, acqua, sale')", {bnc});
+    a.execute("insert into ETEXT values (?1, 12, 2, 'Conservare in luogo fresco')", {bnc});
+    a.execute("insert into ETEXT values (?1, 7, 1, 'Allergeni: glutine')", {bnc});
+  }
+
+  for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}, {4, 22.5}})
+    a.execute("insert into ALIQUOTE values (?1, ?2)", {id, pct});
+  for (int bnc = 1; bnc <= 3; ++bnc)
+    for (int plu = 101; plu <= 110; ++plu)
+      a.execute("insert into ARTICOLI values (?1, ?2, ?3, ?4)",
+                {bnc, plu, "Articolo " + std::to_string(plu),
+                 plu % 3 == 0 ? "10000000" : "00000000"});
+
+  for (int bnc = 1; bnc <= 3; ++bnc) {
+    a.execute("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
+              " (?1, 4, 'LOGO.BMP', 'Logo negozio')", {bnc});
+    a.execute("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
+              " (?1, 5, 'SMALL.BMP', 'Marchio')", {bnc});
+  }
+
+  // Two layouts per department: an 80 x 60 mm ticket with a text, a barcode and a logo; a
+  // second one with a text of field number 51 (left out of the 3000 series).
+  struct Prop {
+    int obj, type;
+    std::vector<std::pair<int, const char*>> props;
+  };
+  std::vector<Prop> first = {
+      {1, 4, {{1, "60"}, {2, "3"}, {5, "80"}, {6, "2"}, {7, "0"}}},
+      {2, 3, {{0, "7"}, {1, "0"}, {2, "20"}, {3, "1A"}, {4, "1"}, {5, "1003"}, {7, "12,5"},
+              {8, "1"}, {9, "0"}, {10, "20"}, {11, "10"}, {13, "2001"}, {14, "2000"}}},
+      {3, 2, {{0, "8"}, {1, "0"}, {2, "5"}, {3, "13"}, {4, "2"}, {6, "5"}, {7, "0"}, {8, "0"},
+              {9, "30"}, {11, "3000"}, {12, "3001"}, {15, "2"}}},
+      {4, 1, {{0, "9"}, {2, "0"}, {4, "50"}, {5, "4"}, {6, "0"}, {7, "0"}, {8, "5"},
+              {10, "4000"}, {11, "4000"}, {14, "0"}}}};
+  std::vector<Prop> second = {
+      {1, 4, {{1, "40"}, {2, "1"}, {5, "60"}, {6, "0"}, {7, "0"}}},
+      {2, 3, {{0, "51"}, {1, "0"}, {2, "10"}, {3, "0"}, {4, "37"}, {5, "1025"}, {7, "1"},
+              {8, "0"}, {9, "0"}, {10, "5"}, {11, "1"}, {13, "2000"}, {14, "2000"}}},
+      {3, 3, {{0, "50"}, {4, "99"}, {10, "1"}}}};
+  for (int bnc = 1; bnc <= 3; ++bnc) {
+    for (auto [id, objects] : {std::pair{1, &first}, {2, &second}}) {
+      a.execute("insert into TICKET values (?1, ?2, ?3)",
+                {bnc, id, id == 1 ? "Etichetta standard" : "Etichetta ridotta"});
+      for (const auto& o : *objects) {
+        a.execute("insert into TICKET_DETAIL values (?1, ?2, ?3, ?4)", {bnc, id, o.obj, o.type});
+        for (auto [pid, v] : o.props)
+          a.execute("insert into TICKET_PROPERTY values (?1, ?2, ?3, ?4, ?5)",
+                    {bnc, id, o.obj, pid, v});
+      }
+    }
+  }
+  t.commit();
+}
+
+}  // namespace qkp
