@@ -20,5 +20,7 @@ void add_date_command(CLI::App& app, Options& o);
 void add_settings_command(CLI::App& app, Options& o);
 void add_init_command(CLI::App& app, Options& o);
 void add_import_command(CLI::App& app, Options& o);
+void add_keys_commands(CLI::App& app, Options& o);
+void add_flag_commands(CLI::App& app, Options& o);
 
 }  // namespace qkp

@@ -2,7 +2,9 @@
 // reported during the command, 2 on a usage error.
 #include <cstdlib>
 
+#include "automation/error.h"
 #include "commands.h"
+#include "frame/encoding.h"
 #include "session.h"
 
 namespace qkp {
@@ -31,6 +33,8 @@ int main(int argc, char** argv) {
   qkp::add_settings_command(app, options);
   qkp::add_init_command(app, options);
   qkp::add_import_command(app, options);
+  qkp::add_keys_commands(app, options);
+  qkp::add_flag_commands(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -40,6 +44,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     app.exit(e);
     return 2;
+  } catch (const qk::automation::Error& e) {
+    qkp::fail("error " + std::to_string(e.number()) + ": " + qk::cp1252_to_utf8(e.description()));
+  } catch (const std::exception& e) {
+    qkp::fail(e.what());
   }
   return qkp::errors_reported() ? 1 : 0;
 }

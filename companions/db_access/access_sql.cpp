@@ -84,6 +84,19 @@ using Tokens = std::vector<Token>;
 
 bool is_mod(const Token& t) { return t.kind == Kind::Word && lower(t.text) == "mod"; }
 
+// Words that can stand before "(" without naming a function.
+bool is_keyword(const Token& t) {
+  static const char* kWords[] = {"and",  "or",     "not",   "where", "select", "from",  "on",
+                                 "in",   "is",     "like",  "between", "when", "then", "else",
+                                 "case", "by",     "having", "set",  "values", "exists", "as",
+                                 "join", "union",  "all",   "distinct", "mod", "into",  "end"};
+  if (t.kind != Kind::Word) return false;
+  std::string w = lower(t.text);
+  for (const char* k : kWords)
+    if (w == k) return true;
+  return false;
+}
+
 // Operators that bind tighter than the operator being rewritten, so they stay inside its
 // operands: for "\" these are ^ * /, for mod also "\" (already rewritten by then).
 bool binds_tighter(const Token& t) {
@@ -117,11 +130,11 @@ std::size_t primary_start(const Tokens& t, std::size_t end) {
     if (depth != 0) return std::string::npos;
     start = k;
     std::size_t before = skip_space_back(t, start);
-    if (before > 0 && t[before - 1].kind == Kind::Word && !is_mod(t[before - 1]))
+    if (before > 0 && t[before - 1].kind == Kind::Word && !is_keyword(t[before - 1]))
       start = before - 1;  // a function call
   } else if (last.kind == Kind::Word || last.kind == Kind::Number || last.kind == Kind::Text ||
              last.kind == Kind::Quoted) {
-    if (is_mod(last)) return std::string::npos;
+    if (is_keyword(last)) return std::string::npos;
     start = i - 1;
     // qualified names: a.b
     while (start >= 2 && t[start - 1].kind == Kind::Other && t[start - 1].text == "." &&
@@ -138,7 +151,7 @@ std::size_t primary_start(const Tokens& t, std::size_t end) {
     bool operand_before =
         b2 > 0 && (t[b2 - 1].kind == Kind::Close || t[b2 - 1].kind == Kind::Number ||
                    t[b2 - 1].kind == Kind::Text || t[b2 - 1].kind == Kind::Quoted ||
-                   (t[b2 - 1].kind == Kind::Word && !is_mod(t[b2 - 1])));
+                   (t[b2 - 1].kind == Kind::Word && !is_keyword(t[b2 - 1])));
     if (!operand_before) start = before - 1;
   }
   return start;
@@ -159,7 +172,7 @@ std::size_t primary_end(const Tokens& t, std::size_t begin) {
     return std::string::npos;
   };
   if (t[i].kind == Kind::Open) return close_of(i);
-  if (t[i].kind == Kind::Word && !is_mod(t[i])) {
+  if (t[i].kind == Kind::Word && !is_keyword(t[i])) {
     std::size_t j = skip_space_fwd(t, i + 1);
     if (j < t.size() && t[j].kind == Kind::Open) return close_of(j);
     std::size_t end = i + 1;

@@ -30,15 +30,17 @@ void run_creation_sequence(const char* class_name, unsigned steps,
                                                component_folder());
       g.strApplPath = with_trailing_separator(path);
     }
-    if (steps & kStepOpenDatabase) {
-      // The slot is overwritten before Initialize, as the assignment happens first.
-      g.objDbAccess = automation::create_as<DbAccess>(kDbAccessId);
-      g.objDbAccess->Initialize(automation::Variant(kArchiveName));
-    }
+    if (steps & kStepOpenDatabase) open_database();
     if ((steps & kStepExtra) && extra) extra();
     if (steps & kStepLoadTranslations)
       m_LoadTranslations(translations_label ? translations_label : class_name);
   });
+}
+
+void open_database() {
+  // The slot is overwritten before Initialize, as the assignment happens first.
+  globals().objDbAccess = automation::create_as<DbAccess>(kDbAccessId);
+  globals().objDbAccess->Initialize(automation::Variant(kArchiveName));
 }
 
 void m_LoadTranslations(const char* class_label) {

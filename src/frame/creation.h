@@ -24,6 +24,9 @@ void run_creation_sequence(const char* class_name, unsigned steps,
                            const std::function<void()>& extra = {},
                            const char* translations_label = nullptr);
 
+// Step 4 alone, without a trap (the VAT and totals builders let a failure reach the caller).
+void open_database();
+
 // m_LoadTranslations: translation object, language code, collection of texts. Never throws:
 // its own trap reports with the given class label.
 void m_LoadTranslations(const char* class_label);

@@ -1,0 +1,38 @@
+// VAT rates (table ALIQUOTE) as 2000-series records. No error trap: errors reach the caller as
+// automation::Error, also from the constructor (which opens the database).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "automation/recordset.h"
+#include "automation/variant.h"
+
+namespace qk {
+
+class clsIva {
+ public:
+  clsIva();
+  void Mode(std::string& v) { mode_ = v; }
+  double Iva() const { return iva_; }
+  void Iva(double& v) { iva_ = v; }
+  int32_t Id() const { return id_; }
+  void Id(int32_t& v) { id_ = v; }
+  // The record of the current rate, "" past the last one.
+  std::string Protocol2000();
+  int16_t RecordCount() const;
+  void CursorPosition(int16_t& v);
+  // Runs the query (every rate, whatever the mode) and keeps the rows.
+  automation::Variant Initialize();
+
+  // The statement Initialize runs.
+  std::string query() const;
+
+ private:
+  std::string mode_;
+  double iva_ = 0;
+  int32_t id_ = 0;
+  automation::RecordsetPtr rs_;
+};
+
+}  // namespace qk

@@ -1,0 +1,32 @@
+// Totals requests per article (table ARTICOLI) for the 2000 series. No error trap.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "automation/recordset.h"
+#include "automation/variant.h"
+
+namespace qk {
+
+class clsTotals {
+ public:
+  clsTotals();
+  // "C" or "G": every article of the counter; "V": only articles flagged for some line.
+  void Mode(std::string& v) { mode_ = v; }
+  // 255 means every counter.
+  void Counter(int16_t& v) { counter_ = v; }
+  std::string Protocol2000();
+  int16_t RecordCount() const;
+  void CursorPosition(int16_t& v);
+  automation::Variant Initialize();
+
+  std::string query() const;
+
+ private:
+  std::string mode_;
+  int16_t counter_ = 0;
+  automation::RecordsetPtr rs_;
+};
+
+}  // namespace qk
