@@ -1,0 +1,161 @@
+// The database companion on real SQLite files: dialect, text encoding, contract members.
+#include "archive_fixture.h"
+#include "automation/error.h"
+#include "db_access/access_sql.h"
+#include "frame/flags.h"
+
+using namespace qk;
+using namespace qk::testing;
+using automation::Variant;
+
+TEST(AccessSql, Translation) {
+  struct Row {
+    const char* in;
+    const char* out;
+  } rows[] = {
+      {"select * from T where A = 1", "select * from T where A = 1"},  // nothing to change
+      {"select * from TASTIERA_PLU where TP_BNC = 3 and TP_KEY = 7 and (int(TP_LINES/4)) mod 2 <> 0",
+       "select * from TASTIERA_PLU where TP_BNC = 3 and TP_KEY = 7 and "
+       "qk_mod((int(TP_LINES* 1.0 /4)), 2) <> 0"},
+      {"select a mod b mod c from t", "select qk_mod(qk_mod(a, b), c) from t"},
+      {"select a + b mod c * d from t", "select a + qk_mod(b, c * d) from t"},
+      {"select -a mod 3 from t", "select qk_mod(-a, 3) from t"},
+      {"select a \\ b mod c from t", "select qk_mod(qk_intdiv(a, b), c) from t"},
+      {"select t.x mod 2 from t", "select qk_mod(t.x, 2) from t"},
+      {"select f(a, b) mod 2 from t", "select qk_mod(f(a, b), 2) from t"},
+      {"select \"it's\" & [My Col] from t where b = True",
+       "select 'it''s' || \"My Col\" from t where b = -1"},
+      {"select 'a mod b' from t", "select 'a mod b' from t"},  // inside a literal: untouched
+  };
+  for (const auto& r : rows) EXPECT_EQ(companions::translate_access_sql(r.in), r.out) << r.in;
+}
+
+TEST_F(ArchiveFixture, DialectKeepsItsMeaning) {
+  struct Row {
+    const char* sql;
+    const char* value;
+  } rows[] = {
+      {"select 7/2", "3.5"},          // floating division
+      {"select int(7/2)", "3"},
+      {"select int(-3.5)", "-4"},     // Int rounds down
+      {"select 7 mod 3", "1"},
+      {"select -7 mod 3", "-1"},      // the sign of the dividend
+      {"select 2.5 mod 2", "0"},      // operands rounded to even first: 2 mod 2
+      {"select 3.5 mod 3", "1"},      // 4 mod 3
+      {"select 7 \\ 2", "3"},
+      {"select 'a' & 'b'", "ab"},
+      {"select instr('00100000', '1') > 0", "1"},
+  };
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  for (const auto& r : rows) {
+    auto rs = db.p_objRetrieveGenericRecordset(Variant(r.sql));
+    EXPECT_EQ(rs->Fields(companions::translate_access_sql(r.sql).substr(7)).to_string(), r.value)
+        << r.sql;
+  }
+}
+
+TEST_F(ArchiveFixture, MissingArchiveIsAnErrorNotANewFile) {
+  std::filesystem::remove(dir.file("Archivi.sqlite"));
+  companions::clsDbAccess db;
+  try {
+    db.Initialize(Variant("Archivi.mdb"));
+    FAIL();
+  } catch (const automation::Error& e) {
+    EXPECT_EQ(e.number(), automation::kFileNotFound);
+    EXPECT_NE(e.description().find("qkp init"), std::string::npos);
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.file("Archivi.sqlite")));
+}
+
+TEST_F(ArchiveFixture, ArchiveSettingNamesTheFile) {
+  dir.write("registry.xml",
+            "<root><keys><key path='x' name='Archive' value='" + dir.file("other.sqlite") +
+                "'/></keys></root>");
+  EXPECT_EQ(companions::clsDbAccess::locate("Archivi.mdb"), dir.file("other.sqlite"));
+}
+
+TEST_F(ArchiveFixture, TextCrossesAsEightBit) {
+  exec("insert into ETEXT values (1, 1, 1, ?1)", {Variant("Caff\xE8 2 \x80")});
+  EXPECT_EQ(scalar("select hex(Descr) from ETEXT"), "43616666C3A8203220E282AC");
+  exec("insert into ETEXT values (1, 2, 1, '\xE6\x97\xA5')");  // a character with no 8-bit form
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  EXPECT_EQ(db.p_ETEXT_objRetrieveRowsById(1, 0, 1)->Fields("Descr").to_string(),
+            "Caff\xE8 2 \x80");
+  try {
+    db.p_ETEXT_objRetrieveRowsById(2, 0, 1);
+    FAIL();
+  } catch (const automation::Error& e) {
+    EXPECT_NE(e.description().find("table ETEXT, column Descr, row 1"), std::string::npos)
+        << e.description();
+  }
+}
+
+TEST_F(ArchiveFixture, HierarchicalLayoutRecordset) {
+  exec("insert into TICKET values (1, 5, 'T')");
+  exec("insert into TICKET_DETAIL values (1, 5, 1, 4), (1, 5, 2, 3)");
+  exec("insert into TICKET_PROPERTY values (1, 5, 1, 1, '60'), (1, 5, 1, 5, '80'),"
+       " (1, 5, 2, 0, '7')");
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  auto layouts = db.p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(1, 5);
+  ASSERT_FALSE(layouts->Eof());
+  auto objects = layouts->Fields("object").as<automation::Recordset>();
+  ASSERT_EQ(objects->RecordCount(), 2);
+  auto props = objects->Fields("Property").as<automation::Recordset>();
+  EXPECT_EQ(objects->Fields("OBJ_TYPE").to_int32(), 4);
+  EXPECT_EQ(props->RecordCount(), 2);
+  EXPECT_EQ(props->Fields("value").to_string(), "60");
+  EXPECT_TRUE(db.p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(1, 6)->Eof());
+}
+
+TEST_F(ArchiveFixture, UpdateMembersClearTheServedLineInOneTransaction) {
+  exec("insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
+       " (1, 7, 1, '11000000'), (1, 7, 2, '00100000')");
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 2, "11100000");
+  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"),
+            "10100000,10100000");
+  // A line outside the string writes nothing.
+  EXPECT_THROW(db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 9, "11111111"), automation::Error);
+  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"),
+            "10100000,10100000");
+}
+
+TEST(Flags, MergeMaskAndClear) {
+  struct Row {
+    std::vector<const char*> stored;
+    const char* merged;  // nullptr: the merge fails
+  } rows[] = {
+      {{"10000000", "00100000"}, "10100000"},
+      {{}, "00000000"},
+      {{"1"}, "10000000"},            // shorter strings merge from position 1
+      {{"x1y00000"}, "01000000"},     // only "1" counts
+      {{"000000001"}, nullptr},       // a "1" past the width fails
+      {{"000000000"}, "00000000"},    // extra "0"s are harmless
+  };
+  for (const auto& r : rows) {
+    automation::MemoryRecordset rs({"F"});
+    for (const char* s : r.stored) rs.add_row({Variant(s)});
+    if (r.merged) {
+      EXPECT_EQ(flags::merge(rs, "F", 8), r.merged);
+    } else {
+      EXPECT_THROW(flags::merge(rs, "F", 8), automation::Error);
+    }
+  }
+  std::string f = "11110000";
+  flags::mask_unconfigured(f, ArchiveFixture::configured(1, {1, 1, 0, 0, 0, 0, 0, 0}), 1, 8);
+  EXPECT_EQ(f, "11000000");
+  f = "1111";
+  flags::mask_unconfigured(f, ArchiveFixture::configured(1, {1, 1}), 1, 4);  // unset = not
+  EXPECT_EQ(f, "1100");
+  EXPECT_THROW(flags::mask_unconfigured(f, ArchiveFixture::configured(1, {1}), 2, 4),
+               automation::Error);  // the array does not cover department 2
+  f = "11100000";
+  flags::clear_line(f, 3);
+  EXPECT_EQ(f, "11000000");
+  EXPECT_THROW(flags::clear_line(f, 9), automation::Error);
+  EXPECT_THROW(flags::clear_line(f, 0), automation::Error);
+}
