@@ -22,5 +22,6 @@ void add_init_command(CLI::App& app, Options& o);
 void add_import_command(CLI::App& app, Options& o);
 void add_keys_commands(CLI::App& app, Options& o);
 void add_flag_commands(CLI::App& app, Options& o);
+void add_image_commands(CLI::App& app, Options& o);
 
 }  // namespace qkp

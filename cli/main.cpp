@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   qkp::add_import_command(app, options);
   qkp::add_keys_commands(app, options);
   qkp::add_flag_commands(app, options);
+  qkp::add_image_commands(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

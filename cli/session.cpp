@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/clsRegistry2Xml.h"
 #include "db_access/clsDbAccess.h"
 #include "frame/encoding.h"
 #include "frame/globals.h"
@@ -35,6 +36,9 @@ void start_session() {
   qk::companions::register_translate();
   qk::companions::register_registry_helper();
   qk::globals().objLogger = std::make_shared<StderrLogger>();
+  // A host creates the settings store before classes that only load translations (requests,
+  // printer images) would need it.
+  qk::globals().objRegistry = std::make_shared<qk::clsRegistry2Xml>();
   qk::host::set_message_box([](const std::string& text, const std::string& title, int style) {
     // Error boxes are printed by the logger; the tool answers Retry so the command goes on.
     if ((style & 0x0F) == qk::host::kRetryCancel) return int(qk::host::kAnswerRetry);

@@ -1,0 +1,155 @@
+// image (encode a bitmap or decode records back to a picture) and request.
+#include <fstream>
+#include <map>
+
+#include "automation/error.h"
+#include "commands.h"
+#include "config/xml_file.h"
+#include "frame/encoding.h"
+#include "images/bitmap_file.h"
+#include "images/decoder.h"
+#include "qk/clsImage.h"
+#include "qk/clsImageKestra.h"
+#include "qk/clsKplMakeRequest.h"
+#include "qk/clsPrinterImage.h"
+#include "session.h"
+
+namespace qkp {
+
+namespace {
+
+struct ImageOptions {
+  std::string key = "1", file, kind = "scale", description, from, to, decode, out;
+  int width = 0;
+};
+
+std::vector<std::string> items(const qk::automation::StringArray& a) {
+  return a.allocated() ? a.items() : std::vector<std::string>{};
+}
+
+std::vector<std::string> read_hex_lines(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  std::vector<std::string> out;
+  std::string line;
+  int n = 0;
+  while (std::getline(in, line)) {
+    ++n;
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
+    if (line.empty()) continue;
+    if (line.size() % 2) throw std::runtime_error(path + " line " + std::to_string(n) + ": odd number of hex digits");
+    std::string bytes;
+    for (std::size_t i = 0; i < line.size(); i += 2) {
+      std::size_t used = 0;
+      int v = std::stoi(line.substr(i, 2), &used, 16);
+      if (used != 2) throw std::runtime_error(path + " line " + std::to_string(n) + ": not hex");
+      bytes += static_cast<char>(v);
+    }
+    out.push_back(bytes);
+  }
+  return out;
+}
+
+void decode(const ImageOptions& o) {
+  auto records = read_hex_lines(o.decode);
+  qk::images::Picture p;
+  if (o.kind == "printer") p = qk::images::decode_printer_frames(records, o.width);
+  else if (o.kind == "kestra") p = qk::images::decode_kestra_records(records);
+  else p = qk::images::decode_scale_records(records);
+  std::string out = o.out.empty() ? o.decode + ".pbm" : o.out;
+  qk::config::save_file_atomically(out, qk::images::encode_pbm(p));
+  std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", p.width, p.height, out.c_str());
+}
+
+void encode(const Options& g, const ImageOptions& o) {
+  std::vector<std::string> out;
+  if (o.kind == "kestra") {
+    qk::clsImageKestra k;
+    k.p_varKey(qk::automation::Variant(o.key));
+    k.p_strFullPath(o.file);
+    out = items(k.p_strProtocol());
+  } else if (o.kind == "printer") {
+    qk::clsPrinterImage p;
+    p.p_varKey(qk::automation::Variant(o.key));
+    p.p_strFullPath(o.file);
+    out = items(p.p_strProtocol());
+  } else {
+    qk::clsImage i;
+    i.p_varKey(qk::automation::Variant(o.key));
+    i.p_strFullPath(o.file);
+    auto text = [](const std::string& s) {
+      auto r = qk::utf8_to_cp1252(s);
+      if (!r) throw CLI::ValidationError("--description", "holds a character with no 8-bit form");
+      return *r;
+    };
+    i.p_strDescription(text(o.description));
+    i.p_strFromDate(o.from);
+    i.p_strToDate(o.to);
+    out = items(i.p_strProtocol());
+  }
+  if (out.empty()) fail("no records were built for " + o.file);
+  print(g, out);
+}
+
+}  // namespace
+
+void add_image_commands(CLI::App& app, Options& g) {
+  auto o = std::make_shared<ImageOptions>();
+  auto* image = app.add_subcommand(
+      "image", "Encode a 1-bit bitmap for a scale, a Kestra or the printer, or --decode records");
+  image->add_option("--key", o->key, "image number");
+  image->add_option("--file", o->file, "the bitmap (.bmp)");
+  image->add_option("--kind", o->kind, "scale, kestra or printer")
+      ->check(CLI::IsMember({"scale", "kestra", "printer"}));
+  image->add_option("--description", o->description, "description (at most 16 characters)");
+  image->add_option("--from", o->from, "validity start, as the scale expects it");
+  image->add_option("--to", o->to, "validity end");
+  image->add_option("--decode", o->decode,
+                    "a file of records, one per line in hex (qkp --format hex output)");
+  image->add_option("--out", o->out, "decoded picture (PBM), default FILE.pbm");
+  image->add_option("--width", o->width, "picture width in pixels (printer frames)");
+  image->callback([&g, o] {
+    if (!o->decode.empty()) return decode(*o);
+    if (o->file.empty()) throw CLI::ValidationError("image", "give --file F.bmp or --decode FILE");
+    encode(g, *o);
+  });
+
+  static const std::map<std::string, std::string (qk::clsKplMakeRequest::*)()> kRequests = {
+      {"plu-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliPlu},
+      {"lot-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLotti},
+      {"lot-plu-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu},
+      {"plu-structure", &qk::clsKplMakeRequest::p_RX_TOTALI_strTrasmettiRichiestaVariazioneStruttura},
+      {"lot-plu-structure",
+       &qk::clsKplMakeRequest::p_RX_TOTALI_LOTTIPLU_strTrasmettiRichiestaVariazioneStruttura},
+      {"next-plu", &qk::clsKplMakeRequest::p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoStream},
+      {"next-lot", &qk::clsKplMakeRequest::p_RX_TOTALI_LOTTI_strTrasmettiRichiestaProssimoStream},
+      {"next-lot-plu",
+       &qk::clsKplMakeRequest::p_RX_TOTALI_LOTTI_PLU_strTrasmettiRichiestaProssimoStream},
+      {"total-control", &qk::clsKplMakeRequest::p_RX_strGetTotalControl},
+      {"stop", &qk::clsKplMakeRequest::p_RX_strStopLavorazioniInCorso},
+      {"status", &qk::clsKplMakeRequest::p_RX_strRetrieveStatus},
+  };
+  struct RequestOptions {
+    std::string name, mode;
+  };
+  auto r = std::make_shared<RequestOptions>();
+  auto* request = app.add_subcommand("request", "A request block for the totals-collecting device");
+  std::vector<std::string> names{"reset-totals"};
+  for (const auto& [n, f] : kRequests) names.push_back(n);
+  request->add_option("NAME", r->name, "which request")->required()->check(CLI::IsMember(names));
+  request->add_option("--mode", r->mode, "the clear mode of reset-totals (for example ALL)");
+  request->callback([&g, r] {
+    qk::clsKplMakeRequest k;
+    std::string block;
+    if (r->name == "reset-totals") {
+      auto mode = qk::utf8_to_cp1252(r->mode);
+      if (!mode) throw CLI::ValidationError("--mode", "holds a character with no 8-bit form");
+      block = k.p_RX_strRichiediCancellazioneTotali(*mode);
+    } else {
+      block = (k.*kRequests.at(r->name))();
+    }
+    print(g, {block});
+  });
+}
+
+}  // namespace qkp

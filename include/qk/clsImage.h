@@ -1,0 +1,54 @@
+// Logos for the numeric-record scales: a 1-bit bitmap becomes compressed, escaped type "40"
+// records (index 0 the description record, then one record per chunk). A refused or missing
+// file gives the single placeholder record "Immagine #<key>"; other errors are reported and
+// leave the array as built so far (normally empty).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "automation/string_array.h"
+#include "automation/variant.h"
+
+namespace qk {
+
+class clsImage {
+ public:
+  clsImage();
+
+  std::string p_strDescription() const { return description_; }
+  void p_strDescription(const std::string& v) { description_ = v; }
+  std::string p_strFromDate() const { return from_; }
+  void p_strFromDate(const std::string& v) { from_ = v; }
+  std::string p_strToDate() const { return to_; }
+  void p_strToDate(const std::string& v) { to_ = v; }
+  std::string p_strFileName() const { return file_name_; }
+  void p_strFileName(const std::string& v) { file_name_ = v; }
+  automation::Variant p_varKey() const { return key_; }
+  void p_varKey(const automation::Variant& v) { key_ = v; }
+  std::string p_strFullPath() const { return path_; }
+  void p_strFullPath(const std::string& v) { path_ = v; }
+  int32_t p_lngBanco() const { return banco_; }
+  void p_lngBanco(int32_t v) { banco_ = v; }
+  int32_t p_lngType() const { return type_; }
+  void p_lngType(int32_t v) { type_ = v; }
+  automation::StringArray p_strProtocol();
+  // The escaped chunks of a compressed stream, index 1 upwards (unallocated when empty).
+  automation::StringArray p_strTransmissionString(const std::string& text);
+
+  // The compressed stream of a file with its 3-byte prefix; "" when refused.
+  std::string m_strCompressBitmap(const std::string& path);
+  // Feeds one byte to the run-length compressor; the run count lives in the object.
+  void m_CompressionEngine(unsigned char v, bool first, bool last);
+  const std::string& compressed() const { return compressed_; }
+
+ private:
+  std::string description_, from_, to_, file_name_, path_;
+  automation::Variant key_;
+  int32_t banco_ = 0, type_ = 0;
+  int32_t previous_ = -1;
+  int16_t run_count_ = 0;
+  std::string compressed_;
+};
+
+}  // namespace qk

@@ -1,0 +1,45 @@
+// Logos for the Kestra model: one type "40" record per pixel row (96 hexadecimal digits, wider
+// rows cut, narrower ones zero-filled) and the end record "999". Index 1 upwards. A refused
+// bitmap is reported and gives no records.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "automation/string_array.h"
+#include "automation/variant.h"
+
+namespace qk {
+
+class clsImageKestra {
+ public:
+  clsImageKestra();
+
+  int32_t p_lngType() const { return type_; }
+  void p_lngType(int32_t v) { type_ = v; }
+  std::string p_strDescription() const { return description_; }
+  void p_strDescription(const std::string& v) { description_ = v; }
+  std::string p_strFromDate() const { return from_; }
+  void p_strFromDate(const std::string& v) { from_ = v; }
+  std::string p_strToDate() const { return to_; }
+  void p_strToDate(const std::string& v) { to_ = v; }
+  std::string p_strFileName() const { return file_name_; }
+  void p_strFileName(const std::string& v) { file_name_ = v; }
+  automation::Variant p_varKey() const { return key_; }
+  void p_varKey(const automation::Variant& v) { key_ = v; }
+  std::string p_strFullPath() const { return path_; }
+  void p_strFullPath(const std::string& v) { path_ = v; }
+  int32_t p_lngBanco() const { return banco_; }
+  void p_lngBanco(int32_t v) { banco_ = v; }
+  automation::StringArray p_strProtocol();
+
+  // The row texts of a bitmap, index 1 upwards (unallocated when refused).
+  automation::StringArray m_strBitmap(const std::string& path);
+
+ private:
+  int32_t type_ = 0, banco_ = 0;
+  std::string description_, from_, to_, file_name_, path_;
+  automation::Variant key_;
+};
+
+}  // namespace qk

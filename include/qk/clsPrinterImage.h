@@ -1,0 +1,35 @@
+// Logos for the scale's label printer: 1026-byte frames (1024 data bytes and a two-byte
+// checksum, high byte first), index 1 upwards, at least 23 of them. No size limit. A refused
+// bitmap gives an unallocated array.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "automation/string_array.h"
+#include "automation/variant.h"
+
+namespace qk {
+
+class clsPrinterImage {
+ public:
+  // Loads the translations only: the settings store must have been created on this thread.
+  clsPrinterImage();
+
+  std::string p_strFullPath() const { return path_; }
+  void p_strFullPath(const std::string& v) { path_ = v; }
+  automation::Variant p_varKey() const { return key_; }
+  void p_varKey(const automation::Variant& v) { key_ = v; }
+  automation::StringArray p_strProtocol();
+  // Whether the file passes the header check (the refusal notice is shown).
+  bool p_booImageIsValid();
+
+  // Sum of the 1024 bytes of a frame.
+  static int32_t m_strCalculateChecksum(const std::string& frame);
+
+ private:
+  std::string path_;
+  automation::Variant key_;
+};
+
+}  // namespace qk
