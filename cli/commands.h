@@ -23,5 +23,9 @@ void add_import_command(CLI::App& app, Options& o);
 void add_keys_commands(CLI::App& app, Options& o);
 void add_flag_commands(CLI::App& app, Options& o);
 void add_image_commands(CLI::App& app, Options& o);
+void add_lot_commands(CLI::App& app, Options& o);
+// Adds lots and ads to the flags and reset commands (after add_flag_commands).
+void add_lot_flag_commands(CLI::App& app);
+void add_params_command(CLI::App& app, Options& o);
 
 }  // namespace qkp

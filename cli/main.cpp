@@ -36,6 +36,9 @@ int main(int argc, char** argv) {
   qkp::add_keys_commands(app, options);
   qkp::add_flag_commands(app, options);
   qkp::add_image_commands(app, options);
+  qkp::add_lot_commands(app, options);
+  qkp::add_lot_flag_commands(app);
+  qkp::add_params_command(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include <syslog.h>
+
 #include <cstdio>
 
 #include "config/clsRegistry2Xml.h"
@@ -39,6 +41,14 @@ void start_session() {
   // A host creates the settings store before classes that only load translations (requests,
   // printer images) would need it.
   qk::globals().objRegistry = std::make_shared<qk::clsRegistry2Xml>();
+  // Event-log entries go to syslog as usual, and to stderr so the person at the terminal sees
+  // them ("Il lotto: … è risultato inesistente").
+  qk::host::set_event_log([](int type, const std::string& text) {
+    std::fprintf(stderr, "event: %s\n", qk::cp1252_to_utf8(text).c_str());
+    openlog("QK_Protocol", LOG_PID, LOG_USER);
+    syslog(type == qk::host::kEventError ? LOG_ERR : LOG_INFO, "%s",
+           qk::cp1252_to_utf8(text).c_str());
+  });
   qk::host::set_message_box([](const std::string& text, const std::string& title, int style) {
     // Error boxes are printed by the logger; the tool answers Retry so the command goes on.
     if ((style & 0x0F) == qk::host::kRetryCancel) return int(qk::host::kAnswerRetry);
@@ -50,6 +60,8 @@ void start_session() {
 }
 
 bool errors_reported() { return g_errors; }
+
+
 
 void fail(const std::string& text) {
   g_errors = true;

@@ -1,0 +1,217 @@
+// lot, lots, ads, etexts, params, and the flags/reset commands of lots and advertising messages.
+#include "automation/error.h"
+#include "commands.h"
+#include "config/clsConfigurationPrs.h"
+#include "frame/encoding.h"
+#include "network.h"
+#include "qk/clsAdvertisingMessage.h"
+#include "qk/clsEText.h"
+#include "qk/clsTraceability.h"
+#include "session.h"
+
+namespace qkp {
+
+namespace {
+
+std::vector<std::string> items(const qk::automation::StringArray& a) {
+  return a.allocated() ? a.items() : std::vector<std::string>{};
+}
+
+std::string to_8bit(const std::string& utf8, const char* what) {
+  auto r = qk::utf8_to_cp1252(utf8);
+  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
+  return *r;
+}
+
+struct LotOptions {
+  int32_t dept = 1;
+  std::string lot, family = "5000";
+  bool variated = false;
+  int32_t line = 0;
+};
+
+std::vector<std::string> lot_records(qk::clsTraceability& t, const std::string& family) {
+  if (family == "velta") return {t.p_strProtocol()};
+  if (family == "3000top") return items(t.p_3000TOP_strProtocol());
+  if (family == "2000") return items(t.p_2000_strProtocol());
+  if (family == "3000") return items(t.p_3000_strProtocol());
+  return {t.p_5000_strProtocol()};
+}
+
+struct AdOptions {
+  int32_t counter = 1, id = 0, line = 0;
+  bool all = false;
+};
+
+}  // namespace
+
+void add_lot_commands(CLI::App& app, Options& g) {
+  auto lo = std::make_shared<LotOptions>();
+  auto* lot = app.add_subcommand("lot", "A traceability lot in one family's protocol");
+  lot->add_option("--dept", lo->dept, "department")->required();
+  lot->add_option("--lot", lo->lot, "lot number")->required();
+  lot->add_option("--family", lo->family, "velta, 3000top, 2000, 3000 or 5000")
+      ->check(CLI::IsMember({"velta", "3000top", "2000", "3000", "5000"}));
+  lot->callback([&g, lo] {
+    check_number("--lot", lo->lot);
+    qk::clsTraceability t;
+    t.p_lngBnc(lo->dept);
+    t.p_strTraceabilityId(lo->lot);
+    auto out = lot_records(t, lo->family);
+    std::erase(out, std::string());
+    if (out.empty()) fail("lot " + lo->lot + " of department " + std::to_string(lo->dept) +
+                          " gave no records");
+    print(g, out);
+  });
+
+  auto* lots = app.add_subcommand("lots", "The lot numbers of a department");
+  lots->add_option("--dept", lo->dept, "department")->required();
+  lots->add_flag("--variated", lo->variated, "only lots still pending on some line");
+  lots->callback([lo] {
+    qk::clsTraceability t;
+    t.p_lngBnc(lo->dept);
+    t.p_RetrieveTraceabilityId(lo->variated);
+    auto list = t.p_objNumberOfRecord();
+    for (long i = 1; list && i <= list->Count(); ++i)
+      std::printf("%s\n", list->Item(i).to_string().c_str());
+  });
+
+  auto ao = std::make_shared<AdOptions>();
+  auto* ads = app.add_subcommand("ads", "Advertising messages (5000 series)");
+  ads->add_option("--counter", ao->counter, "counter (department)")->required();
+  auto* id = ads->add_option("--id", ao->id, "message number");
+  auto* all = ads->add_flag("--all", ao->all, "every message of the counter");
+  id->excludes(all);
+  all->excludes(id);
+  ads->callback([&g, ao] {
+    if (!ao->all && ao->id == 0) throw CLI::ValidationError("ads", "give --id N or --all");
+    qk::clsAdvertisingMessage m;
+    m.Counter(ao->counter);
+    std::vector<std::string> out;
+    if (ao->all) {
+      m.InitializeGlobal();
+      m.GlobalMode("Y");
+      for (int16_t p = 1; p <= m.RecordCount(); ++p) {
+        m.CursorPosition(p);
+        out.push_back(m.Protocol().to_string());
+      }
+    } else {
+      m.Id(ao->id);
+      out.push_back(m.Protocol().to_string());
+    }
+    std::erase(out, std::string());
+    print(g, out);
+  });
+
+  auto ec = std::make_shared<int32_t>(1);
+  auto* etexts = app.add_subcommand("etexts", "Electronic texts (5000 series)");
+  etexts->add_option("--counter", *ec, "counter (department)")->required();
+  etexts->callback([&g, ec] {
+    qk::clsAdvertisingMessage opener;  // creates this thread's database object
+    qk::clsEText e;
+    e.Counter(*ec);
+    e.InitializeGlobal();
+    e.GlobalMode(true);
+    std::vector<std::string> out;
+    for (int16_t p = 1; p <= e.RecordCount(); ++p) {
+      e.CursorPosition(p);
+      out.push_back(e.Protocol().to_string());
+    }
+    std::erase(out, std::string());
+    print(g, out);
+  });
+}
+
+void add_lot_flag_commands(CLI::App& app) {
+  CLI::App* flags = app.get_subcommand("flags");
+  CLI::App* reset = app.get_subcommand("reset");
+  for (bool is_reset : {false, true}) {
+    CLI::App* parent = is_reset ? reset : flags;
+    auto lo = std::make_shared<LotOptions>();
+    auto* l = parent->add_subcommand("lots", "a traceability lot");
+    l->add_option("--dept", lo->dept, "department")->required();
+    l->add_option("--lot", lo->lot, "lot number")->required();
+    if (is_reset) l->add_option("--line", lo->line, "served line, 1 to 8")->required();
+    l->callback([lo, is_reset] {
+      qk::clsTraceability t;
+      t.p_lngBnc(lo->dept);
+      t.p_strTraceabilityId(lo->lot);
+      t.p_varConfiguredLines(configured_lines(read_network()));
+      if (is_reset) t.p_ResetFlagTrasm(lo->line);
+      else std::printf("%s\n", t.p_strFlagTrasm().c_str());
+    });
+    auto ao = std::make_shared<AdOptions>();
+    auto* a = parent->add_subcommand("ads", "an advertising message");
+    a->add_option("--counter", ao->counter, "counter")->required();
+    a->add_option("--id", ao->id, "message number")->required();
+    if (is_reset) a->add_option("--line", ao->line, "served line, 1 to 8")->required();
+    a->callback([ao, is_reset] {
+      qk::clsAdvertisingMessage m;
+      m.Counter(ao->counter);
+      m.Id(ao->id);
+      m.configuredLines(configured_lines(read_network()));
+      if (is_reset) m.p_ResetFlagTrasm(ao->line);
+      else std::printf("%s\n", m.p_strFlagTrasm().c_str());
+    });
+  }
+}
+
+void add_params_command(CLI::App& app, Options&) {
+  auto* params = app.add_subcommand("params", "Read and write Parameters.xml");
+  params->require_subcommand(1);
+  struct P {
+    std::string what, arg, settings, contents, format, coupling;
+    int16_t port = 0;
+    bool only_values = false;
+  };
+  auto p = std::make_shared<P>();
+  auto* get = params->add_subcommand("get", "velta|orvatop|common NAME, archive KEY, scanner, "
+                                            "ai AI, timeout NAME, trim, show2000, natures, "
+                                            "conversion");
+  get->add_option("WHAT", p->what)->required()->check(CLI::IsMember(
+      {"velta", "orvatop", "common", "archive", "scanner", "ai", "timeout", "trim", "show2000",
+       "natures", "conversion"}));
+  get->add_option("ARG", p->arg, "parameter name, archive key, AI or time-out name");
+  get->callback([p] {
+    qk::clsConfigurationPrs c;
+    std::string arg = to_8bit(p->arg, "ARG");
+    auto line = [](const std::string& s) { std::printf("%s\n", qk::cp1252_to_utf8(s).c_str()); };
+    auto lines = [&](const qk::automation::StringArray& a) {
+      for (const auto& s : items(a)) line(s);
+    };
+    const std::string& w = p->what;
+    if (w == "velta") line(c.RetrieveVeltaGeneralParameter(arg));
+    else if (w == "orvatop") line(c.RetrieveOrvaTopGeneralParameter(arg));
+    else if (w == "common") line(c.RetrieveCommonGeneralParameter(arg));
+    else if (w == "archive") line(c.RetrieveArchiveInUse(arg));
+    else if (w == "scanner") lines(c.RetrieveBarcodeCommSettings());
+    else if (w == "ai") lines(c.RetrieveApplicationIdentifier(arg));
+    else if (w == "timeout") line(std::to_string(c.RetrieveTimeout(arg)));
+    else if (w == "trim") line(c.TrimValues() ? "True" : "False");
+    else if (w == "show2000") line(c.ShowOrva2000() ? "True" : "False");
+    else if (w == "natures") lines(c.RetrieveBarcodeNature());
+    else lines(c.RetrieveConvertionTable());
+  });
+  auto* scanner = params->add_subcommand("set-scanner", "Barcode scanner port and settings");
+  scanner->add_option("PORT", p->port)->required();
+  scanner->add_option("SETTINGS", p->settings, "for example 9600,n,8,1")->required();
+  scanner->callback([p] {
+    qk::clsConfigurationPrs().SaveBarcodeCommSettings(p->port, to_8bit(p->settings, "SETTINGS"));
+  });
+  auto* ai = params->add_subcommand("set-ai", "Create or change an EAN128 application identifier");
+  ai->add_option("AI", p->arg)->required();
+  ai->add_option("--contents", p->contents);
+  ai->add_option("--format", p->format);
+  ai->add_option("--coupling", p->coupling);
+  ai->add_flag("--only-values", p->only_values);
+  ai->callback([p] {
+    qk::clsConfigurationPrs().SaveApplicationIdentifier(
+        to_8bit(p->arg, "AI"), to_8bit(p->contents, "--contents"), to_8bit(p->format, "--format"),
+        to_8bit(p->coupling, "--coupling"), p->only_values);
+  });
+  auto* del = params->add_subcommand("delete-ai", "Remove an EAN128 application identifier");
+  del->add_option("AI", p->arg)->required();
+  del->callback([p] { qk::clsConfigurationPrs().DeleteApplicationIdentifier(to_8bit(p->arg, "AI")); });
+}
+
+}  // namespace qkp
