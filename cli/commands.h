@@ -27,5 +27,6 @@ void add_lot_commands(CLI::App& app, Options& o);
 // Adds lots and ads to the flags and reset commands (after add_flag_commands).
 void add_lot_flag_commands(CLI::App& app);
 void add_params_command(CLI::App& app, Options& o);
+void add_layout_command(CLI::App& app, Options& o);
 
 }  // namespace qkp

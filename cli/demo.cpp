@@ -111,6 +111,7 @@ const char* kConfigurazione = R"(<?xml version="1.0" encoding="UTF-8"?>
     <MAP O3="10" O5="12"/>
     <MAP O3="20" O5="13"/>
     <MAP O3="30" O5="14"/>
+    <MAP O3="99" O5="-1"/>
   </MAPPING>
 </PROPERTIES>
 )";

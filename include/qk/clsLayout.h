@@ -1,0 +1,68 @@
+// Ticket and label layouts (tables TICKET, TICKET_DETAIL, TICKET_PROPERTY): p_booRetrieveData
+// builds the 3000-series record array and the 5000-series message array of the layout at once;
+// p_strProtocol(2) returns the first, any other device the second. A layout that does not exist,
+// or a failure of the assembly, leaves both arrays as they were.
+#pragma once
+
+#include <cstdint>
+#include <pugixml.hpp>
+#include <string>
+
+#include "automation/recordset.h"
+#include "automation/string_array.h"
+#include "qk/enums.h"
+
+namespace qk {
+
+class clsLayout {
+ public:
+  // Creation sequence, then "Configurazione.xml" from the component's own folder (a missing or
+  // malformed file leaves every lookup empty).
+  clsLayout();
+
+  int32_t p_lngBnc() const { return bnc_; }
+  void p_lngBnc(int32_t v) { bnc_ = v; }
+  int32_t p_lngTicketId() const { return ticket_; }
+  void p_lngTicketId(int32_t v) { ticket_ = v; }
+  automation::StringArray p_strProtocol(int16_t intDevice = 2) const;
+  int32_t p_lngMaxItem() const { return max_3000_; }
+  int32_t p_lngMaxItemO50() const { return max_5000_; }
+  bool p_booRetrieveData();
+  // Receiving layouts from scales (record type "46" requests, parsing into the archive) is done
+  // by the back office's receiving tool; these members keep the interface's shape.
+  std::string p_strMakeReceiveRequest(const std::string& strLayoutNumber,
+                                      const std::string& strObjectNumber);
+  void p_ParseReceivedMessage(const std::string& strMessage);
+  int32_t p_lngLayoutToImport() const { return import_; }
+  void p_lngLayoutToImport(int32_t v) { import_ = v; }
+  int32_t p_lngLine() const { return line_; }
+  void p_lngLine(int32_t v) { line_ = v; }
+  void p_ParseReceivedMessageO50(const std::string& strMessage);
+
+  // The configuration document as loaded at start-up.
+  const pugi::xml_document& configuration() const { return config_; }
+  // The image file name of an image number ("" -> the number itself when not in the archive).
+  std::string m_strRetrieveImageNumber2ImageName(int32_t& image);
+
+ private:
+  bool m_booOpenXml(const std::string& path);
+  std::string m_strHeader() const;
+  std::string m_strTicketOrva3000();
+  std::string m_strTicketOrva5000();
+  automation::StringArray m_strText();
+  automation::StringArray m_strTextOrva5000();
+  automation::StringArray m_strBarcode();
+  automation::StringArray m_strBarcodeOrva5000();
+  automation::StringArray m_strLogo();
+  automation::StringArray m_strLogoOrva5000();
+  std::string ticket(bool series5000);
+
+  int32_t import_ = 0, line_ = 0, bnc_ = 0, ticket_ = 0;
+  int32_t max_3000_ = 0, max_5000_ = 0;
+  automation::StringArray array_3000_, array_5000_;
+  automation::RecordsetPtr layout_;
+  pugi::xml_document config_;
+  int32_t origin_x_ = 0, origin_y_ = 0;
+};
+
+}  // namespace qk
