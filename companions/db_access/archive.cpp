@@ -133,12 +133,15 @@ std::shared_ptr<automation::MemoryRecordset> Archive::query(const std::string& s
           std::string_view utf8(text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(s, c)));
           auto converted = utf8_to_cp1252(utf8);
           if (!converted) {
+            // Copy what the report needs before the reset frees the column's text.
             const char* table = sqlite3_column_table_name(s, c);
             std::string origin = std::string("table ") + (table ? table : "?") + ", column " +
                                  columns[static_cast<std::size_t>(c)] + ", row " +
                                  std::to_string(row);
+            std::string bad(utf8);
             sqlite3_reset(s);
-            utf8_to_cp1252_or_raise(utf8, origin);
+            utf8_to_cp1252_or_raise(bad, origin);
+            automation::raise(automation::kTypeMismatch, "the text of " + origin + " is not valid");
           }
           values.emplace_back(std::move(*converted));
         }
