@@ -28,5 +28,6 @@ void add_lot_commands(CLI::App& app, Options& o);
 void add_lot_flag_commands(CLI::App& app);
 void add_params_command(CLI::App& app, Options& o);
 void add_layout_command(CLI::App& app, Options& o);
+void add_network_commands(CLI::App& app, Options& o);
 
 }  // namespace qkp

@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   qkp::add_lot_flag_commands(app);
   qkp::add_params_command(app, options);
   qkp::add_layout_command(app, options);
+  qkp::add_network_commands(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

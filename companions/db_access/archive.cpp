@@ -12,6 +12,7 @@ namespace qk::companions {
 
 namespace {
 constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
+constexpr std::size_t kMaxCachedStatements = 512;
 }
 
 Archive::Archive(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {
@@ -72,6 +73,12 @@ sqlite3_stmt* Archive::prepare(const std::string& sql) {
     sqlite3_reset(it->second);
     sqlite3_clear_bindings(it->second);
     return it->second;
+  }
+  // Statements that embed their values (the generic ones) differ per record: keep the cache
+  // bounded so a long walk does not hold one prepared statement per record.
+  if (statements_.size() >= kMaxCachedStatements) {
+    for (auto& [text, st] : statements_) sqlite3_finalize(st);
+    statements_.clear();
   }
   sqlite3_stmt* s = nullptr;
   if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) !=
