@@ -1,0 +1,144 @@
+// The qkp tool end to end on the demo archive: pending-only sync, a second sync, a failing
+// transport, and a sync killed midway (nothing reset that was not delivered).
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "test_support.h"
+
+using namespace qk::testing;
+
+namespace {
+
+struct Tool : ::testing::Test {
+  TempDir dir;
+  ScopedEnv cfg{"XDG_CONFIG_HOME", dir.file("cfg")};
+  std::string home = dir.file("demo");
+
+  // Runs qkp with arguments; returns its exit status, stdout in *out.
+  int qkp(const std::string& args, std::string* out = nullptr) {
+    std::string cmd = std::string(QKP_BINARY) + " --home " + home + " " + args + " 2>" +
+                      dir.file("stderr.txt");
+    FILE* p = popen(cmd.c_str(), "r");
+    std::string text;
+    char buf[4096];
+    std::size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
+    int status = pclose(p);
+    if (out) *out = text;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string sql(const std::string& query) {
+    std::string out;
+    FILE* p = popen(("sqlite3 " + home + "/Archivi.sqlite \"" + query + "\"").c_str(), "r");
+    char buf[4096];
+    std::size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+    return out;
+  }
+  void SetUp() override { ASSERT_EQ(qkp("init --demo"), 0); }
+};
+
+std::vector<std::string> lines_of(const std::string& s) {
+  std::vector<std::string> v;
+  std::istringstream in(s);
+  for (std::string l; std::getline(in, l);) v.push_back(l);
+  return v;
+}
+
+}  // namespace
+
+TEST_F(Tool, ExitStatusAndFormats) {
+  std::string out;
+  EXPECT_EQ(qkp("--format hex date --at 2026-03-05T14:07:09", &out), 0);
+  EXPECT_EQ(out, "32353939393930303530333236313430373039\n");  // 2599990050326140709
+  EXPECT_EQ(qkp("--format raw request stop", &out), 0);
+  EXPECT_EQ(out, "<STOP><END_STOP>\r\n");
+  EXPECT_EQ(qkp("--format text request stop", &out), 0);
+  EXPECT_EQ(out, "<STOP><END_STOP>\\x0D\\x0A\n");
+  EXPECT_EQ(qkp("--format json vat", &out), 0);
+  EXPECT_NE(out.find("\"text\": \"h001ALIQUOTA 1      10400\""), std::string::npos);
+  EXPECT_EQ(qkp("date --at nonsense"), 2);
+  EXPECT_EQ(qkp("nosuchcommand"), 2);
+  EXPECT_EQ(qkp("keys --dept x --scale 1 --line 1 --key 1"), 1);
+  EXPECT_EQ(qkp("lot --dept 1 --lot 99 --family velta"), 1);
+  EXPECT_EQ(qkp("init"), 1);  // refuses to overwrite
+}
+
+TEST_F(Tool, PendingOnlySyncThenNothing) {
+  std::string out = dir.file("out.txt");
+  ASSERT_EQ(qkp("--format raw sync --line 2 --dept 1 --out " + out), 0);
+  std::ifstream in(out, std::ios::binary);
+  std::string sent((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // Department 1, line 2 is a 5000 scale: the date, then the pending keys, lots and messages.
+  EXPECT_EQ(sent.rfind("<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA", 0), 0u);
+  EXPECT_NE(sent.find("<MSG OPE=NEW TYP=TAS  ID=1 TIP=0 REP=1 VAL=101 />"), std::string::npos);
+  EXPECT_NE(sent.find("<MSG OPE=DEL TYP=LOT ID=7 CAR=0 />"), std::string::npos);
+  EXPECT_NE(sent.find("<MSG OPE=NEW TYP=MSG ID=\"2\""), std::string::npos);
+  EXPECT_EQ(sent.find("ID=21 "), std::string::npos);  // key 21 was not pending
+  // Exactly the served line was cleared, on department 1 only.
+  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY <= 20"),
+            "10100000\n");
+  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 2 and TP_KEY <= 20"),
+            "11100000\n");
+  std::string listing;
+  EXPECT_EQ(qkp("pending --line 2 --dept 1", &listing), 0);
+  EXPECT_EQ(lines_of(listing).size(), 1u);  // only the department heading
+  ASSERT_EQ(qkp("--format raw sync --line 2 --dept 1 --out " + out), 0);
+  std::ifstream again(out, std::ios::binary);
+  std::string after((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(after, sent);  // the second sync sent nothing
+}
+
+TEST_F(Tool, FailingTransportLeavesTheRestPending) {
+  std::string got = dir.file("got.txt");
+  // Accepts two strings, then fails.
+  std::string cmd = "'n=$(cat " + dir.file("n") + " 2>/dev/null || echo 0); n=$((n+1)); echo $n > " +
+                    dir.file("n") + "; [ $n -le 2 ] && cat >> " + got + "'";
+  EXPECT_EQ(qkp("sync --line 1 --dept 1 --exec " + cmd), 1);
+  // Date and the first barcode form went; the first key block (and the rest) did not.
+  EXPECT_EQ(sql("select BC_FORM, BC_FLAGTRASM from BARCODE where BC_BNC = 1"),
+            "1|0000\n2|1100\n3|0000\n");
+  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY <= 20"),
+            "11100000\n");
+}
+
+TEST_F(Tool, KilledSyncNeverResetsWhatWasNotDelivered) {
+  std::string got = dir.file("got.txt");
+  std::string cmd = std::string(QKP_BINARY) + " --home " + home +
+                    " --format raw sync --line 2 --dept 1 --exec 'cat >> " + got +
+                    "; echo >> " + got + "; sleep 0.05'";
+  pid_t pid = fork();
+  if (pid == 0) {
+    execl("/bin/sh", "sh", "-c", ("exec " + cmd + " 2>/dev/null").c_str(), nullptr);
+    _exit(127);
+  }
+  // Kill it once a few strings have been delivered (or after 20 s, whatever comes first).
+  for (int i = 0; i < 2000; ++i) {
+    std::ifstream probe(got);
+    std::string so_far((std::istreambuf_iterator<char>(probe)), std::istreambuf_iterator<char>());
+    if (std::count(so_far.begin(), so_far.end(), '\n') >= 8) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  kill(pid, SIGKILL);
+  int status;
+  waitpid(pid, &status, 0);
+  std::ifstream in(got);
+  std::string delivered((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  auto cleared = lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
+                              "substr(TP_FLAGTRASM, 2, 1) = '0' and TP_KEY <= 20"));
+  auto pending = lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
+                              "substr(TP_FLAGTRASM, 2, 1) = '1'"));
+  EXPECT_FALSE(cleared.empty());  // the kill came midway
+  EXPECT_FALSE(pending.empty());
+  for (const auto& key : cleared)
+    EXPECT_NE(delivered.find(" ID=" + key + " "), std::string::npos) << "key " << key;
+}
