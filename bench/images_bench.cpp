@@ -98,4 +98,4 @@ BENCHMARK(BM_RepackAndCompress_2000x2000)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+BENCHMARK_MAIN();  // one main for every benchmark file

@@ -16,6 +16,7 @@ namespace {
 struct InitOptions {
   bool demo = false;
   bool force = false;
+  std::string size = "small";
 };
 
 void remove_archive_files(const std::string& path) {
@@ -46,7 +47,8 @@ void run_init(const InitOptions& o) {
   try {
     {
       auto archive = qk::companions::Archive::create(tmp);
-      if (o.demo) fill_demo_archive(*archive);
+      if (o.demo && o.size == "large") fill_large_archive(*archive);
+      else if (o.demo) fill_demo_archive(*archive);
     }
     remove_archive_files(path);
     std::filesystem::rename(tmp, path);
@@ -65,6 +67,8 @@ void add_init_command(CLI::App& app, Options&) {
                                          "installation) in the installation folder");
   cmd->add_flag("--demo", o->demo, "fill it with a small demo network and its files");
   cmd->add_flag("--force", o->force, "replace an existing archive");
+  cmd->add_option("--size", o->size, "small (the demo network) or large (for measurements)")
+      ->check(CLI::IsMember({"small", "large"}));
   cmd->callback([o] {
     try {
       run_init(*o);

@@ -306,3 +306,66 @@ void fill_demo_archive(qk::companions::Archive& a) {
 }
 
 }  // namespace qkp
+
+namespace qkp {
+
+void fill_large_archive(qk::companions::Archive& a) {
+  qk::companions::Archive::Transaction t(a);
+  const char* families[] = {"3000", "5000", "2000", "3000TOP", "5000", "VELTA", "3000", "KESTRA"};
+  const std::string pending = "11111111";
+  for (int bnc = 1; bnc <= 50; ++bnc) {
+    for (int line = 1; line <= 8; ++line)
+      a.execute("insert into SCALE_LINES values (?1, ?2, ?3, ?4)",
+                {bnc, line, families[(line - 1 + bnc) % 8], line});
+    for (int scale = 1; scale <= 8; ++scale)
+      for (int key = 1; key <= 250; ++key)
+        a.execute("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
+                  " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, 'P', 255, ?5)",
+                  {bnc, scale, key, 1000 + key, pending});
+    for (int form = 1; form <= 4; ++form)
+      a.execute("insert into BARCODE values (?1, ?2, 'A#6@B#13@C#2', '1111')", {bnc, form});
+    for (int lot = 1; lot <= 100; ++lot) {
+      std::vector<Variant> p{bnc, lot, "LOT-" + std::to_string(bnc) + "-" + std::to_string(lot),
+                             pending};
+      std::string cols = "TRC_BNC, TRC_ID, TRC_ID_LOT, TRC_FLAGTRASM", vals = "?1, ?2, ?3, ?4";
+      for (int i = 1; i <= 8; ++i) {
+        cols += ", TRC_DESC" + std::to_string(i);
+        vals += ", ?" + std::to_string(p.size() + 1);
+        p.emplace_back(desc(i));
+      }
+      a.execute("insert into TRACEABILITY (" + cols + ") values (" + vals + ")", p);
+    }
+    for (int id = 1; id <= 10; ++id) {
+      a.execute("insert into ADVERTISING values (?1, ?2, 1, 'PROMO.BMP', 5, 2, 3, ?2, ?3)",
+                {bnc, id, pending});
+      a.execute("insert into MESSAGES values (?1, ?2, 1, ?3)",
+                {bnc, id, "Offerta del giorno numero " + std::to_string(id)});
+    }
+    for (int id = 1; id <= 5; ++id)
+      a.execute("insert into ETEXT values (?1, ?2, 1, 'Ingredienti'), (?1, ?2, 2, 'Allergeni')",
+                {bnc, id});
+    for (int id = 1; id <= 4; ++id) {
+      a.execute("insert into TICKET values (?1, ?2, 'Etichetta')", {bnc, id});
+      a.execute("insert into TICKET_DETAIL values (?1, ?2, 1, 4), (?1, ?2, 2, 3), (?1, ?2, 3, 2)",
+                {bnc, id});
+      const char* props[][2] = {{"1", "60"}, {"2", "3"}, {"5", "80"}, {"6", "0"}, {"7", "0"}};
+      for (auto& pr : props)
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 1, ?3, ?4)", {bnc, id, pr[0], pr[1]});
+      const char* text[][2] = {{"0", "7"}, {"1", "0"}, {"2", "20"}, {"3", "1A"}, {"4", "1"},
+                               {"5", "1003"}, {"7", "12,5"}, {"8", "1"}, {"9", "0"}, {"10", "20"},
+                               {"11", "10"}, {"13", "2001"}, {"14", "2000"}};
+      for (auto& pr : text)
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 2, ?3, ?4)", {bnc, id, pr[0], pr[1]});
+      const char* code[][2] = {{"0", "8"}, {"1", "0"}, {"2", "5"}, {"3", "13"}, {"4", "2"},
+                               {"6", "5"}, {"7", "0"}, {"8", "0"}, {"9", "30"}, {"11", "3000"},
+                               {"12", "3001"}, {"15", "2"}};
+      for (auto& pr : code)
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 3, ?3, ?4)", {bnc, id, pr[0], pr[1]});
+    }
+  }
+  for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}})
+    a.execute("insert into ALIQUOTE values (?1, ?2)", {id, pct});
+  t.commit();
+}
+
+}  // namespace qkp

@@ -14,5 +14,8 @@ void write_default_files(const std::string& folder, bool overwrite);
 // Demo settings store, logos and the demo rows in the (empty) archive.
 void write_demo_files(const std::string& folder);
 void fill_demo_archive(qk::companions::Archive& archive);
+// A large network for measurements: 50 departments of 8 lines, 100,000 key rows, 5,000 lots,
+// 500 advertising messages, 200 layouts, everything pending.
+void fill_large_archive(qk::companions::Archive& archive);
 
 }  // namespace qkp

@@ -433,9 +433,15 @@ bool run_sync(const SyncOptions& o) {
     }
     // Records delivered but not yet durable wait here for their reset.
     std::vector<std::function<void()>> waiting;
+    qk::companions::clsDbAccess db;
+    db.Initialize(Variant("Archivi.mdb"));
     auto commit = [&] {
       if (!transport->commit()) return false;
+      // The resets of a batch in one transaction: a crash before it commits only means the
+      // batch is sent again.
+      qk::companions::Archive::Transaction t(db.archive());
       for (auto& r : waiting) r();
+      t.commit();
       waiting.clear();
       return true;
     };

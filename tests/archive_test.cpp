@@ -30,6 +30,27 @@ TEST(AccessSql, Translation) {
   for (const auto& r : rows) EXPECT_EQ(companions::translate_access_sql(r.in), r.out) << r.in;
 }
 
+TEST(AccessSql, LiteralsBecomeParameters) {
+  struct Row {
+    const char* in;
+    const char* out;
+    std::size_t values;
+  } rows[] = {
+      {"select * from T where A = 1 and B = 'x''y'", "select * from T where A = ?1 and B = ?2", 2},
+      {"update T set F= '10' where K= 7", "update T set F= ?1 where K= ?2", 2},
+      {"select 7 from T where A = 2.5 order by 1", "select 7 from T where A = ?1 order by 1", 1},
+      {"select * from T where A = 12345678901", "select * from T where A = 12345678901", 0},
+      {"select * from T", "select * from T", 0},
+  };
+  for (const auto& r : rows) {
+    auto p = companions::parameterize(r.in);
+    EXPECT_EQ(p.sql, r.out);
+    EXPECT_EQ(p.values.size(), r.values);
+  }
+  EXPECT_EQ(companions::parameterize("select * from T where B = 'x''y'").values[0].to_string(),
+            "x'y");
+}
+
 TEST_F(ArchiveFixture, DialectKeepsItsMeaning) {
   struct Row {
     const char* sql;

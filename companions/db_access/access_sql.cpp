@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <cctype>
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -296,6 +297,47 @@ std::string translate_access_sql(const std::string& sql) {
   rewrite_binary(t, is_intdiv, "qk_intdiv");
   rewrite_binary(t, is_mod, "qk_mod");
   return join(t, 0, t.size());
+}
+
+Parameterized parameterize(const std::string& sqlite_sql) {
+  Parameterized out;
+  Tokens t = tokenize(sqlite_sql);
+  bool active = false;
+  int depth = 0;
+  for (Token& tok : t) {
+    if (tok.kind == Kind::Open) ++depth;
+    if (tok.kind == Kind::Close) --depth;
+    if (tok.kind == Kind::Word && depth == 0) {
+      std::string w = lower(tok.text);
+      if (w == "where" || w == "set") active = true;
+      if (w == "order" || w == "group" || w == "limit") active = false;
+    }
+    if (!active) continue;
+    if (tok.kind == Kind::Number) {
+      bool integer = tok.text.find_first_not_of("0123456789") == std::string::npos;
+      bool decimal = !integer && tok.text.find_first_not_of("0123456789.") == std::string::npos &&
+                     std::count(tok.text.begin(), tok.text.end(), '.') == 1;
+      if (integer && tok.text.size() <= 9) {
+        out.values.emplace_back(static_cast<int32_t>(std::stol(tok.text)));
+      } else if (decimal) {
+        out.values.emplace_back(std::stod(tok.text));
+      } else {
+        continue;
+      }
+    } else if (tok.kind == Kind::Text && tok.text.size() >= 2 && tok.text[0] == '\'') {
+      std::string v;
+      for (std::size_t i = 1; i + 1 < tok.text.size(); ++i) {
+        v += tok.text[i];
+        if (tok.text[i] == '\'' && tok.text[i + 1] == '\'') ++i;
+      }
+      out.values.emplace_back(v);
+    } else {
+      continue;
+    }
+    tok.text = "?" + std::to_string(out.values.size());
+  }
+  out.sql = join(t, 0, t.size());
+  return out;
 }
 
 void register_access_functions(sqlite3* db) {

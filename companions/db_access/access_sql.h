@@ -12,12 +12,24 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "automation/variant.h"
 
 struct sqlite3;
 
 namespace qk::companions {
 
 std::string translate_access_sql(const std::string& sql);
+
+// A statement whose literal values after WHERE or SET (and before ORDER BY, GROUP BY or LIMIT)
+// are taken out as parameters, so that statements differing only in their values share one
+// prepared statement. Numbers that fit 32 bits and text literals are taken out.
+struct Parameterized {
+  std::string sql;
+  std::vector<automation::Variant> values;
+};
+Parameterized parameterize(const std::string& sqlite_sql);
 
 // Registers int, qk_mod and qk_intdiv on a connection.
 void register_access_functions(sqlite3* db);

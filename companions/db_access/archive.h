@@ -35,7 +35,8 @@ class Archive {
   // Runs several statements of a script (schema, demo data) without parameters.
   void execute_script(const std::string& sql);
 
-  // A transaction that rolls back unless committed.
+  // A transaction that rolls back unless committed. Inside an open transaction it joins it:
+  // the outer one decides.
   class Transaction {
    public:
     explicit Transaction(Archive& a);
@@ -44,6 +45,7 @@ class Archive {
 
    private:
     Archive& archive_;
+    bool joined_ = false;
     bool done_ = false;
   };
 

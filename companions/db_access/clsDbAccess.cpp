@@ -8,6 +8,7 @@
 #include "automation/factory.h"
 #include "config/clsRegistry2Xml.h"
 #include "db_access/access_sql.h"
+#include "frame/encoding.h"
 #include "frame/paths.h"
 
 namespace qk::companions {
@@ -73,13 +74,15 @@ Archive& clsDbAccess::archive() {
 }
 
 RecordsetPtr clsDbAccess::p_objRetrieveGenericRecordset(const Variant& sql) {
-  return archive().query(translate_access_sql(sql_text(sql)));
+  auto p = parameterize(translate_access_sql(sql_text(sql)));
+  return archive().query(cp1252_to_utf8(p.sql), p.values);
 }
 
 void clsDbAccess::p_GENERIC_ExecuteQuery(const Variant& sql) {
   Archive& a = archive();
   Archive::Transaction t(a);
-  a.execute(translate_access_sql(sql_text(sql)));
+  auto p = parameterize(translate_access_sql(sql_text(sql)));
+  a.execute(cp1252_to_utf8(p.sql), p.values);
   t.commit();
 }
 
