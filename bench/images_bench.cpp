@@ -40,8 +40,8 @@ struct Setup {
       std::vector<bool> row(static_cast<std::size_t>(w));
       // A logo: blank margins, solid bars and some texture, as real logos compress.
       for (int x = 0; x < w; ++x)
-        row[static_cast<std::size_t>(x)] = (y / 20) % 3 == 0 ? x > w / 4 && x < 3 * w / 4
-                                                             : (y / 20) % 3 == 1 && rng() % 4 == 0;
+        row[static_cast<std::size_t>(x)] =
+            (y / 20) % 3 == 0 ? x > w / 4 && x < 3 * w / 4 : (y / 20) % 3 == 1 && rng() % 4 == 0;
       p.rows.push_back(row);
     }
     std::string path = folder + "/" + name;
@@ -60,7 +60,8 @@ void BM_ScaleImage_232x245(benchmark::State& state) {
   img.p_varKey(qk::automation::Variant(1));
   img.p_strFullPath(setup().logo);
   for (auto _ : state) benchmark::DoNotOptimize(img.p_strProtocol());
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(std::filesystem::file_size(setup().logo)));
+  state.SetBytesProcessed(state.iterations() *
+                          static_cast<int64_t>(std::filesystem::file_size(setup().logo)));
 }
 BENCHMARK(BM_ScaleImage_232x245);
 
@@ -69,7 +70,8 @@ void BM_KestraImage_232x245(benchmark::State& state) {
   img.p_varKey(qk::automation::Variant(1));
   img.p_strFullPath(setup().logo);
   for (auto _ : state) benchmark::DoNotOptimize(img.p_strProtocol());
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(std::filesystem::file_size(setup().logo)));
+  state.SetBytesProcessed(state.iterations() *
+                          static_cast<int64_t>(std::filesystem::file_size(setup().logo)));
 }
 BENCHMARK(BM_KestraImage_232x245);
 
@@ -77,7 +79,8 @@ void BM_PrinterImage_2000x2000(benchmark::State& state) {
   qk::clsPrinterImage img;
   img.p_strFullPath(setup().big);
   for (auto _ : state) benchmark::DoNotOptimize(img.p_strProtocol());
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(std::filesystem::file_size(setup().big)));
+  state.SetBytesProcessed(state.iterations() *
+                          static_cast<int64_t>(std::filesystem::file_size(setup().big)));
 }
 BENCHMARK(BM_PrinterImage_2000x2000)->Unit(benchmark::kMillisecond);
 

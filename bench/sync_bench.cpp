@@ -55,9 +55,9 @@ void BM_PlainReadOfTheSameRows(benchmark::State& state) {
   std::string folder = large_archive();
   sqlite3* db = nullptr;
   sqlite3_open_v2((folder + "/Archivi.sqlite").c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  const char* tables[] = {"SCALE_LINES", "ALIQUOTE", "BARCODE", "TASTIERA_PLU", "TRACEABILITY",
-                          "ADVERTISING", "MESSAGES", "ETEXT", "TICKET", "TICKET_DETAIL",
-                          "TICKET_PROPERTY", "IMMAGINI"};
+  const char* tables[] = {"SCALE_LINES",  "ALIQUOTE",      "BARCODE",         "TASTIERA_PLU",
+                          "TRACEABILITY", "ADVERTISING",   "MESSAGES",        "ETEXT",
+                          "TICKET",       "TICKET_DETAIL", "TICKET_PROPERTY", "IMMAGINI"};
   long long cells = 0;
   for (auto _ : state) {
     for (const char* t : tables) {
@@ -71,8 +71,8 @@ void BM_PlainReadOfTheSameRows(benchmark::State& state) {
       sqlite3_finalize(s);
     }
   }
-  state.counters["cells"] = benchmark::Counter(static_cast<double>(cells),
-                                               benchmark::Counter::kAvgIterations);
+  state.counters["cells"] =
+      benchmark::Counter(static_cast<double>(cells), benchmark::Counter::kAvgIterations);
   sqlite3_close(db);
 }
 BENCHMARK(BM_PlainReadOfTheSameRows)->Unit(benchmark::kMillisecond);

@@ -19,10 +19,10 @@ void add_date_command(CLI::App& app, Options& o) {
     if (!at->empty()) {
       qk::LocalTime t{};
       char tail = 0;
-      if (std::sscanf(at->c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c", &t.year, &t.month, &t.day,
-                      &t.hour, &t.minute, &t.second, &tail) != 6 ||
-          t.month < 1 || t.month > 12 || t.day < 1 || t.day > 31 || t.hour > 23 ||
-          t.minute > 59 || t.second > 59 || t.year < 0)
+      if (std::sscanf(at->c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c", &t.year, &t.month, &t.day, &t.hour,
+                      &t.minute, &t.second, &tail) != 6 ||
+          t.month < 1 || t.month > 12 || t.day < 1 || t.day > 31 || t.hour > 23 || t.minute > 59 ||
+          t.second > 59 || t.year < 0)
         throw CLI::ValidationError("--at", "expected YYYY-MM-DDTHH:MM:SS, got \"" + *at + "\"");
       qk::set_clock([t] { return t; });
     }

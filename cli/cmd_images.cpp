@@ -37,7 +37,8 @@ std::vector<std::string> read_hex_lines(const std::string& path) {
     ++n;
     while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
     if (line.empty()) continue;
-    if (line.size() % 2) throw std::runtime_error(path + " line " + std::to_string(n) + ": odd number of hex digits");
+    if (line.size() % 2)
+      throw std::runtime_error(path + " line " + std::to_string(n) + ": odd number of hex digits");
     std::string bytes;
     for (std::size_t i = 0; i < line.size(); i += 2) {
       std::size_t used = 0;
@@ -53,9 +54,12 @@ std::vector<std::string> read_hex_lines(const std::string& path) {
 void decode(const ImageOptions& o) {
   auto records = read_hex_lines(o.decode);
   qk::images::Picture p;
-  if (o.kind == "printer") p = qk::images::decode_printer_frames(records, o.width);
-  else if (o.kind == "kestra") p = qk::images::decode_kestra_records(records);
-  else p = qk::images::decode_scale_records(records);
+  if (o.kind == "printer")
+    p = qk::images::decode_printer_frames(records, o.width);
+  else if (o.kind == "kestra")
+    p = qk::images::decode_kestra_records(records);
+  else
+    p = qk::images::decode_scale_records(records);
   std::string out = o.out.empty() ? o.decode + ".pbm" : o.out;
   qk::config::save_file_atomically(out, qk::images::encode_pbm(p));
   std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", p.width, p.height, out.c_str());
@@ -118,7 +122,8 @@ void add_image_commands(CLI::App& app, Options& g) {
       {"plu-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliPlu},
       {"lot-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLotti},
       {"lot-plu-totals", &qk::clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu},
-      {"plu-structure", &qk::clsKplMakeRequest::p_RX_TOTALI_strTrasmettiRichiestaVariazioneStruttura},
+      {"plu-structure",
+       &qk::clsKplMakeRequest::p_RX_TOTALI_strTrasmettiRichiestaVariazioneStruttura},
       {"lot-plu-structure",
        &qk::clsKplMakeRequest::p_RX_TOTALI_LOTTIPLU_strTrasmettiRichiestaVariazioneStruttura},
       {"next-plu", &qk::clsKplMakeRequest::p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoStream},

@@ -52,7 +52,8 @@ std::map<std::string, std::string> column_types(qk::companions::Archive& a,
                                                 const std::string& table) {
   std::map<std::string, std::string> types;
   auto rs = a.query("select name, type from pragma_table_info(?1)", {table});
-  for (; !rs->Eof(); rs->MoveNext()) types[rs->Fields("name").to_string()] = rs->Fields("type").to_string();
+  for (; !rs->Eof(); rs->MoveNext())
+    types[rs->Fields("name").to_string()] = rs->Fields("type").to_string();
   return types;
 }
 
@@ -87,8 +88,8 @@ void run_import(const std::string& dir) {
       const auto& rec = csv.records[r];
       std::string where = f.string() + " line " + std::to_string(r + 1);
       if (rec.size() != header.size())
-        throw std::runtime_error(where + ": " + std::to_string(rec.size()) + " fields, the header has " +
-                                 std::to_string(header.size()));
+        throw std::runtime_error(where + ": " + std::to_string(rec.size()) +
+                                 " fields, the header has " + std::to_string(header.size()));
       std::vector<qk::automation::Variant> values;
       for (std::size_t c = 0; c < rec.size(); ++c) {
         const std::string& v = rec[c];

@@ -47,8 +47,10 @@ void run_init(const InitOptions& o) {
   try {
     {
       auto archive = qk::companions::Archive::create(tmp);
-      if (o.demo && o.size == "large") fill_large_archive(*archive);
-      else if (o.demo) fill_demo_archive(*archive);
+      if (o.demo && o.size == "large")
+        fill_large_archive(*archive);
+      else if (o.demo)
+        fill_demo_archive(*archive);
     }
     remove_archive_files(path);
     std::filesystem::rename(tmp, path);
@@ -63,8 +65,9 @@ void run_init(const InitOptions& o) {
 
 void add_init_command(CLI::App& app, Options&) {
   auto o = std::make_shared<InitOptions>();
-  auto* cmd = app.add_subcommand("init", "Create an empty archive (and, with --demo, a demo "
-                                         "installation) in the installation folder");
+  auto* cmd = app.add_subcommand("init",
+                                 "Create an empty archive (and, with --demo, a demo "
+                                 "installation) in the installation folder");
   cmd->add_flag("--demo", o->demo, "fill it with a small demo network and its files");
   cmd->add_flag("--force", o->force, "replace an existing archive");
   cmd->add_option("--size", o->size, "small (the demo network) or large (for measurements)")

@@ -172,9 +172,12 @@ void add_flag_commands(CLI::App& app, Options&) {
         return;
       }
       int32_t line = ko->reset_line;
-      if (ko->family == "5000") keys->p_ResetFlagTrasm50(line);
-      else if (ko->family == "2000") keys->p_ResetFlagTrasm20(line);
-      else keys->p_ResetFlagTrasm(line);
+      if (ko->family == "5000")
+        keys->p_ResetFlagTrasm50(line);
+      else if (ko->family == "2000")
+        keys->p_ResetFlagTrasm20(line);
+      else
+        keys->p_ResetFlagTrasm(line);
     });
 
     struct BarcodeOptions {
@@ -192,8 +195,10 @@ void add_flag_commands(CLI::App& app, Options&) {
       bc.p_varKey(qk::automation::Variant(bo->dept));
       bc.p_strForm(bo->form);
       bc.p_varConfiguredLines(configured_lines(read_network()));
-      if (is_reset) bc.p_ResetFlagTrasm(bo->line);
-      else std::printf("%s\n", bc.p_strFlagTrasm().c_str());
+      if (is_reset)
+        bc.p_ResetFlagTrasm(bo->line);
+      else
+        std::printf("%s\n", bc.p_strFlagTrasm().c_str());
     });
   }
 }

@@ -19,7 +19,9 @@ struct LayoutOptions {
   bool check = false;
 };
 
-std::string text_of(const qk::automation::Variant& v) { return v.is_null() ? "" : v.to_string(); }
+std::string text_of(const qk::automation::Variant& v) {
+  return v.is_null() ? "" : v.to_string();
+}
 
 // Lists unknown data types (mapped to a negative value), values with no mapping (sent as they
 // are) and field numbers over 50 (left out of the 3000 series). Returns the number of findings.
@@ -62,7 +64,8 @@ int check_layout(const LayoutOptions& o) {
     if (qk::automation::leading_number(mapped) < 0)
       say(where + ": unknown data type " + data_type + " (sent as 27 with field value 999)");
     else if (!mapping.is_mapped("O3", data_type))
-      say(where + ": data type " + data_type + " has no mapping, sent unchanged to the 5000 series");
+      say(where + ": data type " + data_type +
+          " has no mapping, sent unchanged to the 5000 series");
   }
   return findings;
 }

@@ -59,8 +59,8 @@ void add_lot_commands(CLI::App& app, Options& g) {
     t.p_strTraceabilityId(lo->lot);
     auto out = lot_records(t, lo->family);
     std::erase(out, std::string());
-    if (out.empty()) fail("lot " + lo->lot + " of department " + std::to_string(lo->dept) +
-                          " gave no records");
+    if (out.empty())
+      fail("lot " + lo->lot + " of department " + std::to_string(lo->dept) + " gave no records");
     print(g, out);
   });
 
@@ -137,8 +137,10 @@ void add_lot_flag_commands(CLI::App& app) {
       t.p_lngBnc(lo->dept);
       t.p_strTraceabilityId(lo->lot);
       t.p_varConfiguredLines(configured_lines(read_network()));
-      if (is_reset) t.p_ResetFlagTrasm(lo->line);
-      else std::printf("%s\n", t.p_strFlagTrasm().c_str());
+      if (is_reset)
+        t.p_ResetFlagTrasm(lo->line);
+      else
+        std::printf("%s\n", t.p_strFlagTrasm().c_str());
     });
     auto ao = std::make_shared<AdOptions>();
     auto* a = parent->add_subcommand("ads", "an advertising message");
@@ -150,8 +152,10 @@ void add_lot_flag_commands(CLI::App& app) {
       m.Counter(ao->counter);
       m.Id(ao->id);
       m.configuredLines(configured_lines(read_network()));
-      if (is_reset) m.p_ResetFlagTrasm(ao->line);
-      else std::printf("%s\n", m.p_strFlagTrasm().c_str());
+      if (is_reset)
+        m.p_ResetFlagTrasm(ao->line);
+      else
+        std::printf("%s\n", m.p_strFlagTrasm().c_str());
     });
   }
 }
@@ -165,12 +169,14 @@ void add_params_command(CLI::App& app, Options&) {
     bool only_values = false;
   };
   auto p = std::make_shared<P>();
-  auto* get = params->add_subcommand("get", "velta|orvatop|common NAME, archive KEY, scanner, "
-                                            "ai AI, timeout NAME, trim, show2000, natures, "
-                                            "conversion");
-  get->add_option("WHAT", p->what)->required()->check(CLI::IsMember(
-      {"velta", "orvatop", "common", "archive", "scanner", "ai", "timeout", "trim", "show2000",
-       "natures", "conversion"}));
+  auto* get = params->add_subcommand("get",
+                                     "velta|orvatop|common NAME, archive KEY, scanner, "
+                                     "ai AI, timeout NAME, trim, show2000, natures, "
+                                     "conversion");
+  get->add_option("WHAT", p->what)
+      ->required()
+      ->check(CLI::IsMember({"velta", "orvatop", "common", "archive", "scanner", "ai", "timeout",
+                             "trim", "show2000", "natures", "conversion"}));
   get->add_option("ARG", p->arg, "parameter name, archive key, AI or time-out name");
   get->callback([p] {
     qk::clsConfigurationPrs c;
@@ -180,17 +186,28 @@ void add_params_command(CLI::App& app, Options&) {
       for (const auto& s : items(a)) line(s);
     };
     const std::string& w = p->what;
-    if (w == "velta") line(c.RetrieveVeltaGeneralParameter(arg));
-    else if (w == "orvatop") line(c.RetrieveOrvaTopGeneralParameter(arg));
-    else if (w == "common") line(c.RetrieveCommonGeneralParameter(arg));
-    else if (w == "archive") line(c.RetrieveArchiveInUse(arg));
-    else if (w == "scanner") lines(c.RetrieveBarcodeCommSettings());
-    else if (w == "ai") lines(c.RetrieveApplicationIdentifier(arg));
-    else if (w == "timeout") line(std::to_string(c.RetrieveTimeout(arg)));
-    else if (w == "trim") line(c.TrimValues() ? "True" : "False");
-    else if (w == "show2000") line(c.ShowOrva2000() ? "True" : "False");
-    else if (w == "natures") lines(c.RetrieveBarcodeNature());
-    else lines(c.RetrieveConvertionTable());
+    if (w == "velta")
+      line(c.RetrieveVeltaGeneralParameter(arg));
+    else if (w == "orvatop")
+      line(c.RetrieveOrvaTopGeneralParameter(arg));
+    else if (w == "common")
+      line(c.RetrieveCommonGeneralParameter(arg));
+    else if (w == "archive")
+      line(c.RetrieveArchiveInUse(arg));
+    else if (w == "scanner")
+      lines(c.RetrieveBarcodeCommSettings());
+    else if (w == "ai")
+      lines(c.RetrieveApplicationIdentifier(arg));
+    else if (w == "timeout")
+      line(std::to_string(c.RetrieveTimeout(arg)));
+    else if (w == "trim")
+      line(c.TrimValues() ? "True" : "False");
+    else if (w == "show2000")
+      line(c.ShowOrva2000() ? "True" : "False");
+    else if (w == "natures")
+      lines(c.RetrieveBarcodeNature());
+    else
+      lines(c.RetrieveConvertionTable());
   });
   auto* scanner = params->add_subcommand("set-scanner", "Barcode scanner port and settings");
   scanner->add_option("PORT", p->port)->required();
@@ -211,7 +228,8 @@ void add_params_command(CLI::App& app, Options&) {
   });
   auto* del = params->add_subcommand("delete-ai", "Remove an EAN128 application identifier");
   del->add_option("AI", p->arg)->required();
-  del->callback([p] { qk::clsConfigurationPrs().DeleteApplicationIdentifier(to_8bit(p->arg, "AI")); });
+  del->callback(
+      [p] { qk::clsConfigurationPrs().DeleteApplicationIdentifier(to_8bit(p->arg, "AI")); });
 }
 
 }  // namespace qkp

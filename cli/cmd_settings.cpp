@@ -26,8 +26,8 @@ void add_settings_command(CLI::App& app, Options&) {
   get->add_option("KEY", *gk)->required();
   get->callback([gs, gk] {
     qk::clsRegistry2Xml store;
-    std::string v = store.GetSetting("Varlen System", to_8bit(*gs, "SECTION"),
-                                     to_8bit(*gk, "KEY"), "");
+    std::string v =
+        store.GetSetting("Varlen System", to_8bit(*gs, "SECTION"), to_8bit(*gk, "KEY"), "");
     std::printf("%s\n", qk::cp1252_to_utf8(v).c_str());
   });
 

@@ -181,9 +181,8 @@ void fill_demo_archive(qk::companions::Archive& a) {
     int bnc, line;
     const char* family;
     int scale;
-  } lines[] = {{1, 1, "3000", 1},    {1, 2, "5000", 2},  {1, 3, "2000", 3},
-               {2, 1, "3000TOP", 1}, {2, 2, "VELTA", 2}, {2, 3, "5000", 3},
-               {3, 1, "KESTRA", 1},  {3, 2, "3000", 2}};
+  } lines[] = {{1, 1, "3000", 1},  {1, 2, "5000", 2}, {1, 3, "2000", 3},   {2, 1, "3000TOP", 1},
+               {2, 2, "VELTA", 2}, {2, 3, "5000", 3}, {3, 1, "KESTRA", 1}, {3, 2, "3000", 2}};
   for (const auto& l : lines)
     a.execute("insert into SCALE_LINES values (?1, ?2, ?3, ?4)",
               {l.bnc, l.line, l.family, l.scale});
@@ -197,9 +196,10 @@ void fill_demo_archive(qk::companions::Archive& a) {
       const char* mode = key % 11 == 0 ? "R" : "P";
       int bound = key % 13 == 0 ? 2 : 255;
       std::string flags = key <= 20 ? "11100000" : "00000000";
-      a.execute("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
-                " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
-                {l.bnc, l.scale, key, value, mode, bound, flags});
+      a.execute(
+          "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
+          " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
+          {l.bnc, l.scale, key, value, mode, bound, flags});
     }
 
   for (int bnc = 1; bnc <= 3; ++bnc) {
@@ -214,8 +214,9 @@ void fill_demo_archive(qk::companions::Archive& a) {
   auto lot = [&](int bnc, int id, int row, const std::string& code,
                  const std::vector<std::string>& lines_of_text, int optional,
                  const Variant& charged, const char* flags) {
-    std::string cols = "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED,"
-                       " TRC_FLAGTRASM";
+    std::string cols =
+        "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED,"
+        " TRC_FLAGTRASM";
     std::string vals = "?1, ?2, ?3, ?4, 1, ?5, ?6, ?7";
     std::vector<Variant> params{bnc, id, row, code, optional, charged, flags};
     for (std::size_t i = 0; i < lines_of_text.size(); ++i) {
@@ -226,8 +227,9 @@ void fill_demo_archive(qk::companions::Archive& a) {
     a.execute("insert into TRACEABILITY (" + cols + ") values (" + vals + ")", params);
   };
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    lot(bnc, 12, 1, "L12-2026", {"Lotto di produzione", "Origine: Italia", "Nato in Francia",
-                                 "Allevato in Italia", "Macellato: Mod\xE8na"},
+    lot(bnc, 12, 1, "L12-2026",
+        {"Lotto di produzione", "Origine: Italia", "Nato in Francia", "Allevato in Italia",
+         "Macellato: Mod\xE8na"},
         0b110, Variant("1500"), "11100000");
     lot(bnc, 7, 1, "7", {}, 0, Variant::null(), "11000000");
     lot(bnc, 13, 1, "L13", {"<TBD>"}, 0, Variant("0"), "11100000");
@@ -260,15 +262,19 @@ void fill_demo_archive(qk::companions::Archive& a) {
     a.execute("insert into ALIQUOTE values (?1, ?2)", {id, pct});
   for (int bnc = 1; bnc <= 3; ++bnc)
     for (int plu = 101; plu <= 110; ++plu)
-      a.execute("insert into ARTICOLI values (?1, ?2, ?3, ?4)",
-                {bnc, plu, "Articolo " + std::to_string(plu),
-                 plu % 3 == 0 ? "10000000" : "00000000"});
+      a.execute(
+          "insert into ARTICOLI values (?1, ?2, ?3, ?4)",
+          {bnc, plu, "Articolo " + std::to_string(plu), plu % 3 == 0 ? "10000000" : "00000000"});
 
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    a.execute("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
-              " (?1, 4, 'LOGO.BMP', 'Logo negozio')", {bnc});
-    a.execute("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
-              " (?1, 5, 'SMALL.BMP', 'Marchio')", {bnc});
+    a.execute(
+        "insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
+        " (?1, 4, 'LOGO.BMP', 'Logo negozio')",
+        {bnc});
+    a.execute(
+        "insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
+        " (?1, 5, 'SMALL.BMP', 'Marchio')",
+        {bnc});
   }
 
   // Two layouts per department: an 80 x 60 mm ticket with a text, a barcode and a logo; a
@@ -277,19 +283,65 @@ void fill_demo_archive(qk::companions::Archive& a) {
     int obj, type;
     std::vector<std::pair<int, const char*>> props;
   };
-  std::vector<Prop> first = {
-      {1, 4, {{1, "60"}, {2, "3"}, {5, "80"}, {6, "2"}, {7, "0"}}},
-      {2, 3, {{0, "7"}, {1, "0"}, {2, "20"}, {3, "1A"}, {4, "1"}, {5, "1003"}, {7, "12,5"},
-              {8, "1"}, {9, "0"}, {10, "20"}, {11, "10"}, {13, "2001"}, {14, "2000"}}},
-      {3, 2, {{0, "8"}, {1, "0"}, {2, "5"}, {3, "13"}, {4, "2"}, {6, "5"}, {7, "0"}, {8, "0"},
-              {9, "30"}, {11, "3000"}, {12, "3001"}, {15, "2"}}},
-      {4, 1, {{0, "9"}, {2, "0"}, {4, "50"}, {5, "4"}, {6, "0"}, {7, "0"}, {8, "5"},
-              {10, "4000"}, {11, "4000"}, {14, "0"}}}};
-  std::vector<Prop> second = {
-      {1, 4, {{1, "40"}, {2, "1"}, {5, "60"}, {6, "0"}, {7, "0"}}},
-      {2, 3, {{0, "51"}, {1, "0"}, {2, "10"}, {3, "0"}, {4, "37"}, {5, "1025"}, {7, "1"},
-              {8, "0"}, {9, "0"}, {10, "5"}, {11, "1"}, {13, "2000"}, {14, "2000"}}},
-      {3, 3, {{0, "50"}, {4, "99"}, {10, "1"}}}};
+  std::vector<Prop> first = {{1, 4, {{1, "60"}, {2, "3"}, {5, "80"}, {6, "2"}, {7, "0"}}},
+                             {2,
+                              3,
+                              {{0, "7"},
+                               {1, "0"},
+                               {2, "20"},
+                               {3, "1A"},
+                               {4, "1"},
+                               {5, "1003"},
+                               {7, "12,5"},
+                               {8, "1"},
+                               {9, "0"},
+                               {10, "20"},
+                               {11, "10"},
+                               {13, "2001"},
+                               {14, "2000"}}},
+                             {3,
+                              2,
+                              {{0, "8"},
+                               {1, "0"},
+                               {2, "5"},
+                               {3, "13"},
+                               {4, "2"},
+                               {6, "5"},
+                               {7, "0"},
+                               {8, "0"},
+                               {9, "30"},
+                               {11, "3000"},
+                               {12, "3001"},
+                               {15, "2"}}},
+                             {4,
+                              1,
+                              {{0, "9"},
+                               {2, "0"},
+                               {4, "50"},
+                               {5, "4"},
+                               {6, "0"},
+                               {7, "0"},
+                               {8, "5"},
+                               {10, "4000"},
+                               {11, "4000"},
+                               {14, "0"}}}};
+  std::vector<Prop> second = {{1, 4, {{1, "40"}, {2, "1"}, {5, "60"}, {6, "0"}, {7, "0"}}},
+                              {2,
+                               3,
+                               {{0, "51"},
+                                {1, "0"},
+                                {2, "10"},
+                                {3, "0"},
+                                {4, "37"},
+                                {5, "1025"},
+                                {7, "1"},
+                                {8, "0"},
+                                {9, "0"},
+                                {10, "5"},
+                                {11, "1"},
+                                {13, "2000"},
+                                {14, "2000"}}},
+                              {3, 3, {{0, "50"}, {4, "99"}, {10, "1"}}}};
   for (int bnc = 1; bnc <= 3; ++bnc) {
     for (auto [id, objects] : {std::pair{1, &first}, {2, &second}}) {
       a.execute("insert into TICKET values (?1, ?2, ?3)",
@@ -319,9 +371,10 @@ void fill_large_archive(qk::companions::Archive& a) {
                 {bnc, line, families[(line - 1 + bnc) % 8], line});
     for (int scale = 1; scale <= 8; ++scale)
       for (int key = 1; key <= 250; ++key)
-        a.execute("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
-                  " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, 'P', 255, ?5)",
-                  {bnc, scale, key, 1000 + key, pending});
+        a.execute(
+            "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
+            " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, 'P', 255, ?5)",
+            {bnc, scale, key, 1000 + key, pending});
     for (int form = 1; form <= 4; ++form)
       a.execute("insert into BARCODE values (?1, ?2, 'A#6@B#13@C#2', '1111')", {bnc, form});
     for (int lot = 1; lot <= 100; ++lot) {
@@ -350,17 +403,21 @@ void fill_large_archive(qk::companions::Archive& a) {
                 {bnc, id});
       const char* props[][2] = {{"1", "60"}, {"2", "3"}, {"5", "80"}, {"6", "0"}, {"7", "0"}};
       for (auto& pr : props)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 1, ?3, ?4)", {bnc, id, pr[0], pr[1]});
-      const char* text[][2] = {{"0", "7"}, {"1", "0"}, {"2", "20"}, {"3", "1A"}, {"4", "1"},
-                               {"5", "1003"}, {"7", "12,5"}, {"8", "1"}, {"9", "0"}, {"10", "20"},
-                               {"11", "10"}, {"13", "2001"}, {"14", "2000"}};
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 1, ?3, ?4)",
+                  {bnc, id, pr[0], pr[1]});
+      const char* text[][2] = {{"0", "7"},    {"1", "0"},    {"2", "20"},   {"3", "1A"},
+                               {"4", "1"},    {"5", "1003"}, {"7", "12,5"}, {"8", "1"},
+                               {"9", "0"},    {"10", "20"},  {"11", "10"},  {"13", "2001"},
+                               {"14", "2000"}};
       for (auto& pr : text)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 2, ?3, ?4)", {bnc, id, pr[0], pr[1]});
-      const char* code[][2] = {{"0", "8"}, {"1", "0"}, {"2", "5"}, {"3", "13"}, {"4", "2"},
-                               {"6", "5"}, {"7", "0"}, {"8", "0"}, {"9", "30"}, {"11", "3000"},
-                               {"12", "3001"}, {"15", "2"}};
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 2, ?3, ?4)",
+                  {bnc, id, pr[0], pr[1]});
+      const char* code[][2] = {{"0", "8"},  {"1", "0"},     {"2", "5"},     {"3", "13"},
+                               {"4", "2"},  {"6", "5"},     {"7", "0"},     {"8", "0"},
+                               {"9", "30"}, {"11", "3000"}, {"12", "3001"}, {"15", "2"}};
       for (auto& pr : code)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 3, ?3, ?4)", {bnc, id, pr[0], pr[1]});
+        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 3, ?3, ?4)",
+                  {bnc, id, pr[0], pr[1]});
     }
   }
   for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}})

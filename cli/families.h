@@ -8,20 +8,19 @@ namespace qkp {
 
 // The kinds of record, in the order a sync sends them.
 enum class Kind { Date, Vat, Barcodes, Keys, Lots, Ads, ETexts, Layouts, Images };
-inline constexpr Kind kKinds[] = {Kind::Date,   Kind::Vat,    Kind::Barcodes,
-                                  Kind::Keys,   Kind::Lots,   Kind::Ads,
-                                  Kind::ETexts, Kind::Layouts, Kind::Images};
+inline constexpr Kind kKinds[] = {Kind::Date, Kind::Vat,    Kind::Barcodes, Kind::Keys,  Kind::Lots,
+                                  Kind::Ads,  Kind::ETexts, Kind::Layouts,  Kind::Images};
 const char* kind_name(Kind k);
 // Kinds that carry transmission flags (sent when pending); the others are sent with --full.
 bool has_flags(Kind k);
 
 struct FamilyForms {
   const char* family;
-  const char* date;     // "numeric", "5000" or nullptr (not taken)
+  const char* date;  // "numeric", "5000" or nullptr (not taken)
   bool vat;
-  bool barcodes;        // type "18" records (lines 1 to 4 only: the flags have four positions)
-  const char* keys;     // "3000" (type "35" blocks), "5000", "2000" or nullptr
-  const char* lots;     // "velta", "3000top", "2000", "3000", "5000" or nullptr
+  bool barcodes;     // type "18" records (lines 1 to 4 only: the flags have four positions)
+  const char* keys;  // "3000" (type "35" blocks), "5000", "2000" or nullptr
+  const char* lots;  // "velta", "3000top", "2000", "3000", "5000" or nullptr
   bool ads;
   bool etexts;
   const char* layouts;  // "3000", "5000" or nullptr

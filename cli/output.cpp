@@ -7,11 +7,16 @@
 namespace qkp {
 
 bool parse_format(const std::string& name, Format* out) {
-  if (name == "text") *out = Format::Text;
-  else if (name == "hex") *out = Format::Hex;
-  else if (name == "raw") *out = Format::Raw;
-  else if (name == "json") *out = Format::Json;
-  else return false;
+  if (name == "text")
+    *out = Format::Text;
+  else if (name == "hex")
+    *out = Format::Hex;
+  else if (name == "raw")
+    *out = Format::Raw;
+  else if (name == "json")
+    *out = Format::Json;
+  else
+    return false;
   return true;
 }
 
@@ -20,8 +25,10 @@ std::string as_text(const std::string& bytes) {
   std::string out;
   out.reserve(bytes.size());
   for (unsigned char c : bytes) {
-    if (c == '\\') out += "\\\\";
-    else if (c >= 0x20 && c < 0x7F) out += static_cast<char>(c);
+    if (c == '\\')
+      out += "\\\\";
+    else if (c >= 0x20 && c < 0x7F)
+      out += static_cast<char>(c);
     else {
       out += "\\x";
       out += hex[c >> 4];
@@ -48,10 +55,14 @@ static nlohmann::json json_item(const std::string& bytes) {
 
 std::string encode_one(Format format, const std::string& bytes) {
   switch (format) {
-    case Format::Text: return as_text(bytes) + "\n";
-    case Format::Hex: return as_hex(bytes) + "\n";
-    case Format::Raw: return bytes;
-    case Format::Json: return json_item(bytes).dump() + "\n";
+    case Format::Text:
+      return as_text(bytes) + "\n";
+    case Format::Hex:
+      return as_hex(bytes) + "\n";
+    case Format::Raw:
+      return bytes;
+    case Format::Json:
+      return json_item(bytes).dump() + "\n";
   }
   return bytes;
 }

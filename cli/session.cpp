@@ -25,9 +25,9 @@ class StderrLogger : public qk::Logger {
                 const std::string& procedure, const std::string& description, int16_t,
                 int32_t number) override {
     g_errors = true;
-    std::fprintf(stderr, "error %d in %s.%s.%s: %s\n", number,
-                 qk::cp1252_to_utf8(project).c_str(), qk::cp1252_to_utf8(module).c_str(),
-                 qk::cp1252_to_utf8(procedure).c_str(), qk::cp1252_to_utf8(description).c_str());
+    std::fprintf(stderr, "error %d in %s.%s.%s: %s\n", number, qk::cp1252_to_utf8(project).c_str(),
+                 qk::cp1252_to_utf8(module).c_str(), qk::cp1252_to_utf8(procedure).c_str(),
+                 qk::cp1252_to_utf8(description).c_str());
   }
 };
 
@@ -59,9 +59,9 @@ void start_session() {
   });
 }
 
-bool errors_reported() { return g_errors; }
-
-
+bool errors_reported() {
+  return g_errors;
+}
 
 void fail(const std::string& text) {
   g_errors = true;

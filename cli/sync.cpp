@@ -43,8 +43,10 @@ std::vector<long> ids(const std::string& select, const std::string& flag_column,
   std::string sql = select;
   std::vector<Variant> params{dept, line};
   for (auto& e : extra) params.push_back(e);
-  if (!full) sql += " and substr(" + flag_column + ", ?2, 1) = '1'";
-  else sql += " and ?2 = ?2";
+  if (!full)
+    sql += " and substr(" + flag_column + ", ?2, 1) = '1'";
+  else
+    sql += " and ?2 = ?2";
   auto rs = db.archive().query(sql + " order by 1", params);
   std::vector<long> out;
   for (; !rs->Eof(); rs->MoveNext()) out.push_back(rs->Fields(rs->columns()[0]).to_int32());
@@ -64,21 +66,25 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
   switch (kind) {
     case Kind::Date: {
       bool tagged = std::string(f.date) == "5000";
-      items.push_back({kind, "date and time", nullptr, [tagged] {
+      items.push_back({kind, "date and time", nullptr,
+                       [tagged] {
                          qk::clsSimple s;
                          return std::vector<std::string>{tagged ? s.DataOraO5000() : s.DataOra()};
-                       }, nullptr});
+                       },
+                       nullptr});
       break;
     }
     case Kind::Vat: {
       auto iva = std::make_shared<qk::clsIva>();
       iva->Initialize();
       for (int16_t p = 1; p <= iva->RecordCount(); ++p)
-        items.push_back({kind, "VAT rate " + std::to_string(p), nullptr, [iva, p] {
+        items.push_back({kind, "VAT rate " + std::to_string(p), nullptr,
+                         [iva, p] {
                            int16_t pos = p;
                            iva->CursorPosition(pos);
                            return std::vector<std::string>{iva->Protocol2000()};
-                         }, nullptr});
+                         },
+                         nullptr});
       break;
     }
     case Kind::Barcodes: {
@@ -86,8 +92,8 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
       auto bc = std::make_shared<qk::clsBarCode>();
       bc->p_varKey(Variant(static_cast<int32_t>(dept)));
       bc->p_varConfiguredLines(configured);
-      for (long form : ids("select BC_FORM from BARCODE where BC_BNC = ?1", "BC_FLAGTRASM", dept,
-                           line, full)) {
+      for (long form :
+           ids("select BC_FORM from BARCODE where BC_BNC = ?1", "BC_FLAGTRASM", dept, line, full)) {
         std::string fs = std::to_string(form);
         std::function<void()> reset;
         if (line <= 4)
@@ -157,8 +163,10 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                            [keys, select, o50, reset_line] {
                              int32_t l = reset_line;
                              select();
-                             if (o50) keys->p_ResetFlagTrasm50(l);
-                             else keys->p_ResetFlagTrasm20(l);
+                             if (o50)
+                               keys->p_ResetFlagTrasm50(l);
+                             else
+                               keys->p_ResetFlagTrasm20(l);
                            }});
         }
       }
@@ -173,25 +181,24 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                          "TRC_FLAGTRASM", dept, line, full)) {
         std::string n = std::to_string(id);
         auto select = [lots, n] { lots->p_strTraceabilityId(n); };
-        items.push_back(
-            {kind, "lot " + n,
-             [lots, select] {
-               select();
-               return lots->p_strFlagTrasm();
-             },
-             [lots, select, form]() -> std::vector<std::string> {
-               select();
-               if (form == "velta") return {lots->p_strProtocol()};
-               if (form == "3000top") return items_of(lots->p_3000TOP_strProtocol());
-               if (form == "2000") return items_of(lots->p_2000_strProtocol());
-               if (form == "3000") return items_of(lots->p_3000_strProtocol());
-               return {lots->p_5000_strProtocol()};
-             },
-             [lots, select, reset_line] {
-               int32_t l = reset_line;
-               select();
-               lots->p_ResetFlagTrasm(l);
-             }});
+        items.push_back({kind, "lot " + n,
+                         [lots, select] {
+                           select();
+                           return lots->p_strFlagTrasm();
+                         },
+                         [lots, select, form]() -> std::vector<std::string> {
+                           select();
+                           if (form == "velta") return {lots->p_strProtocol()};
+                           if (form == "3000top") return items_of(lots->p_3000TOP_strProtocol());
+                           if (form == "2000") return items_of(lots->p_2000_strProtocol());
+                           if (form == "3000") return items_of(lots->p_3000_strProtocol());
+                           return {lots->p_5000_strProtocol()};
+                         },
+                         [lots, select, reset_line] {
+                           int32_t l = reset_line;
+                           select();
+                           lots->p_ResetFlagTrasm(l);
+                         }});
       }
       break;
     }
@@ -200,8 +207,8 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
       int32_t counter = static_cast<int32_t>(dept);
       ads->Counter(counter);
       ads->configuredLines(configured);
-      for (long id : ids("select Id from ADVERTISING where ADV_BNC = ?1", "FLAGTRASM", dept, line,
-                         full)) {
+      for (long id :
+           ids("select Id from ADVERTISING where ADV_BNC = ?1", "FLAGTRASM", dept, line, full)) {
         int32_t n = static_cast<int32_t>(id);
         auto select = [ads, n] {
           int32_t v = n;
@@ -231,10 +238,12 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
       e->InitializeGlobal();
       e->GlobalMode(true);
       for (int16_t p = 1; p <= e->RecordCount(); ++p)
-        items.push_back({kind, "electronic text " + std::to_string(p), nullptr, [e, p] {
+        items.push_back({kind, "electronic text " + std::to_string(p), nullptr,
+                         [e, p] {
                            e->CursorPosition(p);
                            return std::vector<std::string>{e->Protocol().to_string()};
-                         }, nullptr});
+                         },
+                         nullptr});
       break;
     }
     case Kind::Layouts: {
@@ -454,7 +463,8 @@ bool run_sync(const SyncOptions& o) {
       if (has_flags(k)) pending += all.back().size();
     }
     if (!o.scope.full && pending == 0) continue;
-    if (!o.scope.full && forms->date) all[0] = collect(Kind::Date, where, *forms, {0, -1, true}, configured);
+    if (!o.scope.full && forms->date)
+      all[0] = collect(Kind::Date, where, *forms, {0, -1, true}, configured);
     for (auto& kind_items : all) {
       for (Item& item : kind_items) {
         std::vector<std::string> strings = item.build();
@@ -464,7 +474,8 @@ bool run_sync(const SyncOptions& o) {
           // Reported by the class; left pending and counted.
           ++t.failed;
           ok = false;
-          std::fprintf(stderr, "qkp: department %ld line %ld: %s could not be built, left pending\n",
+          std::fprintf(stderr,
+                       "qkp: department %ld line %ld: %s could not be built, left pending\n",
                        where.dept, where.line, item.label.c_str());
           continue;
         }
@@ -505,19 +516,18 @@ bool run_sync(const SyncOptions& o) {
          (o.scope.dept >= 0 ? " in department " + std::to_string(o.scope.dept) : ""));
     return false;
   }
-  double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (terminal) std::fprintf(stderr, "\n");
   long records = 0;
   long long bytes = 0;
   for (auto& [k, t] : tally) {
-    std::fprintf(stderr, "qkp: %-9s %6ld records %9lld bytes%s\n", kind_name(k), t.records,
-                 t.bytes, t.failed ? (" " + std::to_string(t.failed) + " failed").c_str() : "");
+    std::fprintf(stderr, "qkp: %-9s %6ld records %9lld bytes%s\n", kind_name(k), t.records, t.bytes,
+                 t.failed ? (" " + std::to_string(t.failed) + " failed").c_str() : "");
     records += t.records;
     bytes += t.bytes;
   }
-  std::fprintf(stderr, "qkp: sync of line %ld: %ld records, %lld bytes in %.3f s\n",
-               o.scope.line, records, bytes, seconds);
+  std::fprintf(stderr, "qkp: sync of line %ld: %ld records, %lld bytes in %.3f s\n", o.scope.line,
+               records, bytes, seconds);
   return ok;
 }
 

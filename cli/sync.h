@@ -15,7 +15,7 @@ namespace qkp {
 // for records without flags).
 struct Item {
   Kind kind;
-  std::string label;  // "key block 2", "lot 12", …
+  std::string label;                   // "key block 2", "lot 12", …
   std::function<std::string()> flags;  // the record's flag string, for listings
   std::function<std::vector<std::string>()> build;
   std::function<void()> reset;

@@ -14,7 +14,8 @@ TEST(AccessSql, Translation) {
     const char* out;
   } rows[] = {
       {"select * from T where A = 1", "select * from T where A = 1"},  // nothing to change
-      {"select * from TASTIERA_PLU where TP_BNC = 3 and TP_KEY = 7 and (int(TP_LINES/4)) mod 2 <> 0",
+      {"select * from TASTIERA_PLU where TP_BNC = 3 and TP_KEY = 7 and (int(TP_LINES/4)) mod 2 <> "
+       "0",
        "select * from TASTIERA_PLU where TP_BNC = 3 and TP_KEY = 7 and "
        "qk_mod((int(TP_LINES* 1.0 /4)), 2) <> 0"},
       {"select a mod b mod c from t", "select qk_mod(qk_mod(a, b), c) from t"},
@@ -56,13 +57,13 @@ TEST_F(ArchiveFixture, DialectKeepsItsMeaning) {
     const char* sql;
     const char* value;
   } rows[] = {
-      {"select 7/2", "3.5"},          // floating division
+      {"select 7/2", "3.5"},  // floating division
       {"select int(7/2)", "3"},
-      {"select int(-3.5)", "-4"},     // Int rounds down
+      {"select int(-3.5)", "-4"},  // Int rounds down
       {"select 7 mod 3", "1"},
-      {"select -7 mod 3", "-1"},      // the sign of the dividend
-      {"select 2.5 mod 2", "0"},      // operands rounded to even first: 2 mod 2
-      {"select 3.5 mod 3", "1"},      // 4 mod 3
+      {"select -7 mod 3", "-1"},  // the sign of the dividend
+      {"select 2.5 mod 2", "0"},  // operands rounded to even first: 2 mod 2
+      {"select 3.5 mod 3", "1"},  // 4 mod 3
       {"select 7 \\ 2", "3"},
       {"select 'a' & 'b'", "ab"},
       {"select instr('00100000', '1') > 0", "1"},
@@ -90,9 +91,8 @@ TEST_F(ArchiveFixture, MissingArchiveIsAnErrorNotANewFile) {
 }
 
 TEST_F(ArchiveFixture, ArchiveSettingNamesTheFile) {
-  dir.write("registry.xml",
-            "<root><keys><key path='x' name='Archive' value='" + dir.file("other.sqlite") +
-                "'/></keys></root>");
+  dir.write("registry.xml", "<root><keys><key path='x' name='Archive' value='" +
+                                dir.file("other.sqlite") + "'/></keys></root>");
   EXPECT_EQ(companions::clsDbAccess::locate("Archivi.mdb"), dir.file("other.sqlite"));
 }
 
@@ -116,8 +116,9 @@ TEST_F(ArchiveFixture, TextCrossesAsEightBit) {
 TEST_F(ArchiveFixture, HierarchicalLayoutRecordset) {
   exec("insert into TICKET values (1, 5, 'T')");
   exec("insert into TICKET_DETAIL values (1, 5, 1, 4), (1, 5, 2, 3)");
-  exec("insert into TICKET_PROPERTY values (1, 5, 1, 1, '60'), (1, 5, 1, 5, '80'),"
-       " (1, 5, 2, 0, '7')");
+  exec(
+      "insert into TICKET_PROPERTY values (1, 5, 1, 1, '60'), (1, 5, 1, 5, '80'),"
+      " (1, 5, 2, 0, '7')");
   companions::clsDbAccess db;
   db.Initialize(Variant("Archivi.mdb"));
   auto layouts = db.p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(1, 5);
@@ -132,17 +133,16 @@ TEST_F(ArchiveFixture, HierarchicalLayoutRecordset) {
 }
 
 TEST_F(ArchiveFixture, UpdateMembersClearTheServedLineInOneTransaction) {
-  exec("insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
-       " (1, 7, 1, '11000000'), (1, 7, 2, '00100000')");
+  exec(
+      "insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
+      " (1, 7, 1, '11000000'), (1, 7, 2, '00100000')");
   companions::clsDbAccess db;
   db.Initialize(Variant("Archivi.mdb"));
   db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 2, "11100000");
-  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"),
-            "10100000,10100000");
+  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"), "10100000,10100000");
   // A line outside the string writes nothing.
   EXPECT_THROW(db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 9, "11111111"), automation::Error);
-  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"),
-            "10100000,10100000");
+  EXPECT_EQ(scalar("select group_concat(TRC_FLAGTRASM) from TRACEABILITY"), "10100000,10100000");
 }
 
 TEST(Flags, MergeMaskAndClear) {
@@ -152,10 +152,10 @@ TEST(Flags, MergeMaskAndClear) {
   } rows[] = {
       {{"10000000", "00100000"}, "10100000"},
       {{}, "00000000"},
-      {{"1"}, "10000000"},            // shorter strings merge from position 1
-      {{"x1y00000"}, "01000000"},     // only "1" counts
-      {{"000000001"}, nullptr},       // a "1" past the width fails
-      {{"000000000"}, "00000000"},    // extra "0"s are harmless
+      {{"1"}, "10000000"},          // shorter strings merge from position 1
+      {{"x1y00000"}, "01000000"},   // only "1" counts
+      {{"000000001"}, nullptr},     // a "1" past the width fails
+      {{"000000000"}, "00000000"},  // extra "0"s are harmless
   };
   for (const auto& r : rows) {
     automation::MemoryRecordset rs({"F"});

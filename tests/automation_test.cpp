@@ -30,14 +30,14 @@ TEST(Variant, ToInt16RoundsTiesToEvenAndChecksRange) {
     int expected;  // or the error number when error != 0
     long error;
   } rows[] = {
-      {2.5, 2, 0},               // tie goes to the even neighbour
+      {2.5, 2, 0},  // tie goes to the even neighbour
       {3.5, 4, 0},
       {-2.5, -2, 0},
       {0.5, 0, 0},
       {1.5, 2, 0},
       {32767.4, 32767, 0},
-      {32767.5, 0, kOverflow},   // rounds to 32768 first
-      {-32768.5, -32768, 0},     // rounds to the even -32768: no overflow
+      {32767.5, 0, kOverflow},  // rounds to 32768 first
+      {-32768.5, -32768, 0},    // rounds to the even -32768: no overflow
       {-32769.0, 0, kOverflow},
       {Variant("12"), 12, 0},
       {Variant(" 12 "), 12, 0},  // blanks around a number are allowed
@@ -46,8 +46,8 @@ TEST(Variant, ToInt16RoundsTiesToEvenAndChecksRange) {
       {Variant("&h1A"), 26, 0},
       {Variant("&HFFFF"), -1, 0},  // four hex digits are a 16-bit value
       {Variant("1e3"), 1000, 0},
-      {Variant(true), -1, 0},    // True is -1
-      {Variant(), 0, 0},         // Empty is 0
+      {Variant(true), -1, 0},  // True is -1
+      {Variant(), 0, 0},       // Empty is 0
       {Variant::null(), 0, kInvalidUseOfNull},
   };
   for (const auto& r : rows) {
@@ -91,10 +91,9 @@ TEST(Variant, LeadingNumber) {
     const char* in;
     double out;
   } rows[] = {
-      {"12abc", 12},    {"", 0},          {"  7", 7},      {"-5x", -5},      {"+3", 3},
-      {".5", 0.5},      {"1.5e3", 1500},  {"1e", 1},       {"1e+", 1},       {"2.5.1", 2.5},
-      {"abc", 0},       {"&H1A", 26},     {"&o17", 15},    {"&hZZ", 0},      {"3 4", 3},
-      {"1D2", 100},  // D also introduces an exponent
+      {"12abc", 12},   {"", 0},     {"  7", 7}, {"-5x", -5},    {"+3", 3},  {".5", 0.5},
+      {"1.5e3", 1500}, {"1e", 1},   {"1e+", 1}, {"2.5.1", 2.5}, {"abc", 0}, {"&H1A", 26},
+      {"&o17", 15},    {"&hZZ", 0}, {"3 4", 3}, {"1D2", 100},  // D also introduces an exponent
   };
   for (const auto& r : rows) EXPECT_DOUBLE_EQ(leading_number(r.in), r.out) << r.in;
 }

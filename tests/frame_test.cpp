@@ -20,17 +20,13 @@ TEST(FieldFormat, FormattaCampo) {
     int16_t mode, width;
     const char* out;
   } rows[] = {
-      {"123", 1, 6, "000123"},
-      {"123", 1, 2, "23"},       // leftmost digits dropped
-      {"1,5", 1, 4, "01,5"},     // commas survive
-      {"12.5", 1, 5, "01205"},   // a period becomes 0
-      {"-5", 1, 3, "005"},       // so does the minus sign
-      {"a b", 1, 3, "000"},
-      {"AB", 0, 4, "AB  "},
-      {"ABCDEF", 0, 4, "ABCD"},
-      {"AB", 7, 3, "AB "},       // any mode but 1 is text
-      {"123", 1, 0, ""},
-      {"AB", 0, 0, ""},
+      {"123", 1, 6, "000123"},  {"123", 1, 2, "23"},  // leftmost digits dropped
+      {"1,5", 1, 4, "01,5"},                          // commas survive
+      {"12.5", 1, 5, "01205"},                        // a period becomes 0
+      {"-5", 1, 3, "005"},                            // so does the minus sign
+      {"a b", 1, 3, "000"},     {"AB", 0, 4, "AB  "},
+      {"ABCDEF", 0, 4, "ABCD"}, {"AB", 7, 3, "AB "},  // any mode but 1 is text
+      {"123", 1, 0, ""},        {"AB", 0, 0, ""},
   };
   for (const auto& r : rows)
     EXPECT_EQ(modUtility::p_strFormattaCampo(r.value, r.mode, r.width), r.out) << r.value;
@@ -157,12 +153,12 @@ TEST(Creation, SilentSettingIsCaseSensitive) {
     bool silent;
   } rows[] = {{nullptr, true}, {"Y", true}, {"y", false}, {"N", false}};
   for (const auto& r : rows) {
-    dir.write("registry.xml",
-              std::string("<root><keys>") +
-                  (r.stored ? std::string("<key path=\"x\" name=\"Silent\" value=\"") + r.stored +
-                                  "\"/>"
-                            : "") +
-                  "</keys></root>");
+    dir.write(
+        "registry.xml",
+        std::string("<root><keys>") +
+            (r.stored ? std::string("<key path=\"x\" name=\"Silent\" value=\"") + r.stored + "\"/>"
+                      : "") +
+            "</keys></root>");
     reset_globals(!r.silent);
     run_creation_sequence("clsAbbinamentoTasti", kStepCreateRegistry | kStepReadSilent);
     EXPECT_EQ(globals().booSilent, r.silent) << (r.stored ? r.stored : "none");
@@ -175,11 +171,14 @@ TEST(DateTime, NumericAndTaggedForms) {
     const char* numeric;
     const char* tagged;
   } rows[] = {
-      {{2026, 3, 5, 14, 7, 9}, "2599990050326140709",
+      {{2026, 3, 5, 14, 7, 9},
+       "2599990050326140709",
        "<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA YYY=126 MMM=3 DAY=5 HHH=14 MIN=7 SSS=9 />"},
-      {{2000, 1, 1, 0, 0, 0}, "2599990010100000000",
+      {{2000, 1, 1, 0, 0, 0},
+       "2599990010100000000",
        "<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA YYY=100 MMM=1 DAY=1 HHH=0 MIN=0 SSS=0 />"},
-      {{1999, 12, 31, 23, 59, 58}, "2599990311299235958",
+      {{1999, 12, 31, 23, 59, 58},
+       "2599990311299235958",
        "<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA YYY=99 MMM=12 DAY=31 HHH=23 MIN=59 SSS=58 />"},
   };
   clsSimple s;

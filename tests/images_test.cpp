@@ -18,8 +18,9 @@ using images::Picture;
 namespace {
 
 Picture solid(int w, int h, bool black) {
-  return {w, h, std::vector<std::vector<bool>>(static_cast<std::size_t>(h),
-                                               std::vector<bool>(static_cast<std::size_t>(w), black))};
+  return {w, h,
+          std::vector<std::vector<bool>>(static_cast<std::size_t>(h),
+                                         std::vector<bool>(static_cast<std::size_t>(w), black))};
 }
 
 Picture random_picture(int w, int h, std::mt19937& rng) {
@@ -29,7 +30,8 @@ Picture random_picture(int w, int h, std::mt19937& rng) {
   for (int y = 0; y < h; ++y) {
     std::vector<bool> row(static_cast<std::size_t>(w));
     int mode = runs(rng);  // some rows blank, some full, some noisy: runs and literals
-    for (int x = 0; x < w; ++x) row[static_cast<std::size_t>(x)] = mode == 0 ? false : mode == 1 ? true : dot(rng);
+    for (int x = 0; x < w; ++x)
+      row[static_cast<std::size_t>(x)] = mode == 0 ? false : mode == 1 ? true : dot(rng);
     p.rows.push_back(row);
   }
   return p;
@@ -96,7 +98,8 @@ TEST(BitmapReader, RefusalsShowTheirNotice) {
     images::ByteStream s(r.file);
     images::HeaderScan h;
     int32_t expected = r.expected_size < 0 ? static_cast<int32_t>(r.file.size()) : r.expected_size;
-    if (r.file.size() != good.size() + 1 && r.expected_size == static_cast<int32_t>(good.size()) + 1)
+    if (r.file.size() != good.size() + 1 &&
+        r.expected_size == static_cast<int32_t>(good.size()) + 1)
       expected = r.expected_size;
     bool ok = images::m_booScanBitmapHeader(s, expected, h, r.limit, "clsImage");
     EXPECT_EQ(ok, r.notice == nullptr);
@@ -113,12 +116,14 @@ TEST(BitmapReader, RefusalsShowTheirNotice) {
   images::ByteStream s(good + "x");
   images::HeaderScan h;
   host.boxes.clear();
-  EXPECT_FALSE(images::m_booScanBitmapHeader(s, static_cast<int32_t>(good.size()) + 1, h, true, "clsImage"));
+  EXPECT_FALSE(
+      images::m_booScanBitmapHeader(s, static_cast<int32_t>(good.size()) + 1, h, true, "clsImage"));
   EXPECT_EQ(host.boxes.at(0).text, "Attenzione!\r\nLa dimensione \xE8 sbagliata");
   EXPECT_EQ(h.file_size, static_cast<int32_t>(good.size()));  // kept on refusal
   // A truncated file goes to the trap: reported, false.
   images::ByteStream t(good.substr(0, 40));
-  EXPECT_FALSE(images::m_booScanBitmapHeader(t, static_cast<int32_t>(good.size()), h, true, "clsImage"));
+  EXPECT_FALSE(
+      images::m_booScanBitmapHeader(t, static_cast<int32_t>(good.size()), h, true, "clsImage"));
   EXPECT_EQ(spy->calls.back().number, 62);
 }
 
@@ -127,7 +132,7 @@ TEST(BitmapReader, PadMasks) {
   std::string row = std::string("\x0F\xF0\xAA\xBB", 4);
   EXPECT_EQ(images::m_strBitmap2Scales(row, 10, true), std::string("\xF0\x00", 2));   // cleared
   EXPECT_EQ(images::m_strBitmap2Scales(row, 10, false), std::string("\x0F\xFF", 2));  // set
-  EXPECT_EQ(images::m_strBitmap2Scales(row, 8, false), std::string("\x0F", 1));  // no pad bits
+  EXPECT_EQ(images::m_strBitmap2Scales(row, 8, false), std::string("\x0F", 1));       // no pad bits
   // Bottom row first in the file, top row first out; a partial leading row is ignored.
   EXPECT_EQ(images::m_strBitmap2Scales(std::string("z\x01\0\0\0\x02\0\0\0", 9), 8, false),
             "\x02\x01");
@@ -163,7 +168,8 @@ TEST_F(Images, EscapingAndChunks) {
   ASSERT_EQ(chunks.lower_bound(), 1);
   ASSERT_EQ(chunks.upper_bound(), 2);
   // The 30th byte is 0xFF: the chunk ends at 29 and 0xFF starts the next one.
-  EXPECT_EQ(chunks[1], std::string("\x04\x83\x83\xC1", 4) + std::string(26, static_cast<char>('a' ^ 0x80)));
+  EXPECT_EQ(chunks[1],
+            std::string("\x04\x83\x83\xC1", 4) + std::string(26, static_cast<char>('a' ^ 0x80)));
   EXPECT_EQ(chunks[2], "\x7F\x85");
   EXPECT_FALSE(img.p_strTransmissionString("").allocated());
 }
@@ -239,13 +245,15 @@ TEST_F(Images, RoundTripsOfRandomBitmaps) {
     ASSERT_EQ(kp.rows.size(), p.rows.size());
     for (std::size_t y = 0; y < p.rows.size(); ++y)
       for (int x = 0; x < 384; ++x)
-        EXPECT_EQ(kp.rows[y][static_cast<std::size_t>(x)], x < w && p.rows[y][static_cast<std::size_t>(x)]);
+        EXPECT_EQ(kp.rows[y][static_cast<std::size_t>(x)],
+                  x < w && p.rows[y][static_cast<std::size_t>(x)]);
     clsPrinterImage pr;
     pr.p_strFullPath(path);
     Picture pp = images::decode_printer_frames(pr.p_strProtocol().items(), w);
     Picture expected = padded(p);
     while (!expected.rows.empty() &&
-           std::none_of(expected.rows.back().begin(), expected.rows.back().end(), [](bool b) { return b; }))
+           std::none_of(expected.rows.back().begin(), expected.rows.back().end(),
+                        [](bool b) { return b; }))
       expected.rows.pop_back();
     EXPECT_EQ(pp.rows, expected.rows);
   }
@@ -261,8 +269,13 @@ TEST_F(Images, KestraRows) {
   auto r = k.p_strProtocol();
   ASSERT_EQ(r.lower_bound(), 1);
   ASSERT_EQ(r.upper_bound(), 3);
-  EXPECT_EQ(r[1], "40999900500108" "00" + std::string(92, '0'));
-  EXPECT_EQ(r[3], "4099990059" "99");
+  EXPECT_EQ(r[1],
+            "40999900500108"
+            "00" +
+                std::string(92, '0'));
+  EXPECT_EQ(r[3],
+            "4099990059"
+            "99");
   k.p_strFullPath(bmp("w.bmp", solid(400, 2, true)));
   EXPECT_EQ(k.p_strProtocol()[1].substr(12), std::string(96, 'F'));  // the last 2 bytes dropped
   k.p_strFullPath(bmp("big.bmp", solid(233, 245, false)));
@@ -302,14 +315,16 @@ TEST_F(ArchiveFixture, TotalsRequests) {
   struct Row {
     std::string got, expected;
   } rows[] = {
-      {k.p_RX_strTrasmettiRichiestaRicezioneTotaliPlu(), "<READ_ARC=TOT_COD_ARTICOLO,ALL><END_READ_ARC>\r\n"},
+      {k.p_RX_strTrasmettiRichiestaRicezioneTotaliPlu(),
+       "<READ_ARC=TOT_COD_ARTICOLO,ALL><END_READ_ARC>\r\n"},
       {k.p_RX_TOTALI_strTrasmettiRichiestaVariazioneStruttura(),
        "<SET_READ_STRUCT=TOT_GEN><T0><T2><T4><T10><T18><END_SET_READ_STRUCT>\r\n"},
       {k.p_RX_TOTALI_LOTTIPLU_strTrasmettiRichiestaVariazioneStruttura(),
        "<SET_READ_STRUCT=TOT_GEN><T0><T2><T3><T4><T10><T18><END_SET_READ_STRUCT>\r\n"},
       {k.p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoStream(),
        "<READ_ARC=TOT_COD_ARTICOLO,ALL><GET_NEXT><END_READ_ARC>\r\n"},
-      {k.p_RX_strTrasmettiRichiestaRicezioneTotaliLotti(), "<READ_ARC=TOT_TRACC,ALL><END_READ_ARC>\r\n"},
+      {k.p_RX_strTrasmettiRichiestaRicezioneTotaliLotti(),
+       "<READ_ARC=TOT_TRACC,ALL><END_READ_ARC>\r\n"},
       {k.p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu(),
        "<READ_ARC=TOT_TRACC_PLU,ALL><END_READ_ARC>\r\n"},
       {k.p_RX_TOTALI_LOTTI_strTrasmettiRichiestaProssimoStream(),

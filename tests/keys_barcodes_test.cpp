@@ -14,9 +14,10 @@ namespace {
 
 struct Keys : ArchiveFixture {
   void key(int bnc, int scale, int k, int value, const char* mode, int lines, const char* flags) {
-    exec("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
-         " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
-         {bnc, scale, k, value, mode, lines, flags});
+    exec(
+        "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
+        " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
+        {bnc, scale, k, value, mode, lines, flags});
   }
   std::unique_ptr<clsAbbinamentoTasti> make(int bnc, const char* k, int16_t line) {
     auto t = std::make_unique<clsAbbinamentoTasti>();
@@ -41,14 +42,59 @@ TEST_F(Keys, NumericBlockRecords) {
     const char* record;
   } rows[] = {
       {"20", 1,
-       "3599990" "1" "01234" "00017" "13456" "00019" "00020" "00021" "00022" "00023" "00024"
-       "00025" "00026" "00027" "00028" "00029" "00030"},
+       "3599990"
+       "1"
+       "01234"
+       "00017"
+       "13456"
+       "00019"
+       "00020"
+       "00021"
+       "00022"
+       "00023"
+       "00024"
+       "00025"
+       "00026"
+       "00027"
+       "00028"
+       "00029"
+       "00030"},
       {"17", 2,
-       "3599990" "1" "01234" "00500" "00018" "00019" "00020" "00021" "00022" "00023" "00024"
-       "00025" "00026" "00027" "00028" "00029" "00030"},
+       "3599990"
+       "1"
+       "01234"
+       "00500"
+       "00018"
+       "00019"
+       "00020"
+       "00021"
+       "00022"
+       "00023"
+       "00024"
+       "00025"
+       "00026"
+       "00027"
+       "00028"
+       "00029"
+       "00030"},
       {"1", 1,
-       "3599990" "0" "00001" "00002" "00003" "00004" "00005" "00006" "00007" "00008" "00009"
-       "00010" "00011" "00012" "00013" "00014" "00015"},
+       "3599990"
+       "0"
+       "00001"
+       "00002"
+       "00003"
+       "00004"
+       "00005"
+       "00006"
+       "00007"
+       "00008"
+       "00009"
+       "00010"
+       "00011"
+       "00012"
+       "00013"
+       "00014"
+       "00015"},
   };
   for (const auto& r : rows) EXPECT_EQ(make(1, r.key, r.line)->p_strProtocol(), r.record);
   EXPECT_TRUE(spy->calls.empty());
@@ -63,10 +109,18 @@ TEST_F(Keys, TaggedAndTwoThousandForms) {
     const char* o50;
     const char* o20;
   } rows[] = {
-      {"5", "<MSG OPE=NEW TYP=TAS  ID=5 TIP=0 REP=3 VAL=205 />", "A000\xC4" "0051000205000205"},
-      {"6", "<MSG OPE=NEW TYP=TAS  ID=6 TIP=1 REP=3 VAL=42 />", "A000\xC4" "0062000042000042"},
-      {"8", "<MSG OPE=NEW TYP=TAS  ID=8 TIP=0 REP=3 VAL=8 />", "A000\xC4" "0081000008000008"},
-      {"7", "<MSG OPE=NEW TYP=TAS  ID=7 TIP=0 REP=3 VAL=7 />", "A000\xC4" "0071000007000007"},
+      {"5", "<MSG OPE=NEW TYP=TAS  ID=5 TIP=0 REP=3 VAL=205 />",
+       "A000\xC4"
+       "0051000205000205"},
+      {"6", "<MSG OPE=NEW TYP=TAS  ID=6 TIP=1 REP=3 VAL=42 />",
+       "A000\xC4"
+       "0062000042000042"},
+      {"8", "<MSG OPE=NEW TYP=TAS  ID=8 TIP=0 REP=3 VAL=8 />",
+       "A000\xC4"
+       "0081000008000008"},
+      {"7", "<MSG OPE=NEW TYP=TAS  ID=7 TIP=0 REP=3 VAL=7 />",
+       "A000\xC4"
+       "0071000007000007"},
   };
   for (const auto& r : rows) {
     auto t = make(3, r.key, 1);
@@ -145,8 +199,9 @@ struct Barcodes : ArchiveFixture {
 }  // namespace
 
 TEST_F(Barcodes, CursorAndRecords) {
-  exec("insert into BARCODE values (1, 3, 'A#6@B#13', '1000'), (1, 4, 'X#123', ''),"
-       " (1, 5, 'A#6@B', '0'), (1, 6, '', '0')");
+  exec(
+      "insert into BARCODE values (1, 3, 'A#6@B#13', '1000'), (1, 4, 'X#123', ''),"
+      " (1, 5, 'A#6@B', '0'), (1, 6, '', '0')");
   auto b = make(1);
   EXPECT_FALSE(b->p_booEOF());
   b->p_MoveFirst();
@@ -161,7 +216,7 @@ TEST_F(Barcodes, CursorAndRecords) {
   EXPECT_EQ(records, (std::vector<std::string>{"189999003A06B13", "189999004X23", "", ""}));
   EXPECT_EQ(flags, (std::vector<std::string>{"1000", "0000", "0", "0"}));
   EXPECT_EQ(reported(), (std::vector<long>{9, 9}));  // the item without "#", the empty value
-  EXPECT_EQ(b->p_strForm(), "6");  // unchanged at the end
+  EXPECT_EQ(b->p_strForm(), "6");                    // unchanged at the end
 }
 
 TEST_F(Barcodes, KeyWithoutFormsAndReset) {
@@ -190,8 +245,7 @@ TEST_F(ArchiveFixture, VatRatesAndTotals) {
     iva.CursorPosition(p);
     got.push_back(iva.Protocol2000());
   }
-  EXPECT_EQ(got, (std::vector<std::string>{"h004ALIQUOTA 4      10400",
-                                           "h007ALIQUOTA 7      12250",
+  EXPECT_EQ(got, (std::vector<std::string>{"h004ALIQUOTA 4      10400", "h007ALIQUOTA 7      12250",
                                            "h012ALIQUOTA 12     12200"}));
   EXPECT_EQ(got[0].size(), 25u);
 

@@ -50,7 +50,9 @@ struct Layouts : ArchiveFixture {
   }
 };
 
-std::vector<std::string> items(const StringArray& a) { return a.allocated() ? a.items() : std::vector<std::string>{}; }
+std::vector<std::string> items(const StringArray& a) {
+  return a.allocated() ? a.items() : std::vector<std::string>{};
+}
 
 }  // namespace
 
@@ -59,7 +61,12 @@ TEST_F(Layouts, TicketOnly) {
   ticket(5);
   auto l = build(5);
   // The header is "96" "99" "99" "0" followed by the layout number less one.
-  EXPECT_EQ(items(l->p_strProtocol()), (std::vector<std::string>{"96999904" "00" "640" "0480" "3", ""}));
+  EXPECT_EQ(items(l->p_strProtocol()), (std::vector<std::string>{"96999904"
+                                                                 "00"
+                                                                 "640"
+                                                                 "0480"
+                                                                 "3",
+                                                                 ""}));
   EXPECT_EQ(l->p_lngMaxItem(), 1);
   EXPECT_EQ(items(l->p_strProtocol(1)),
             (std::vector<std::string>{"<MSG OPE=DEL TYP=LAY ID=5000/>",
@@ -71,25 +78,66 @@ TEST_F(Layouts, TicketOnly) {
 TEST_F(Layouts, TextRecordsAndMessages) {
   layout(2);
   ticket(2, "80", "60", "2", "0");  // origin X 16 dots
-  object(2, 3, {{0, "7"}, {1, "0"}, {2, "20"}, {3, "1A"}, {4, "1"}, {5, "1003"}, {7, "12,5"},
-                {8, "1"}, {9, "0"}, {10, "20"}, {11, "1250"}, {13, "2001"}, {14, "2000"}});
-  object(2, 3, {{0, "51"}, {3, "C3"}, {4, "37"}, {5, "25"}, {10, "5"}});   // carries the rest
+  object(2, 3,
+         {{0, "7"},
+          {1, "0"},
+          {2, "20"},
+          {3, "1A"},
+          {4, "1"},
+          {5, "1003"},
+          {7, "12,5"},
+          {8, "1"},
+          {9, "0"},
+          {10, "20"},
+          {11, "1250"},
+          {13, "2001"},
+          {14, "2000"}});
+  object(2, 3, {{0, "51"}, {3, "C3"}, {4, "37"}, {5, "25"}, {10, "5"}});  // carries the rest
   object(2, 3, {{0, "50"}, {3, "2"}, {4, "45"}, {5, "1024"}, {10, "5"}});
   auto l = build(2);
   auto a = items(l->p_strProtocol());
   ASSERT_EQ(a.size(), 3u);  // the text with field 51 is left out of the 3000 series
-  EXPECT_EQ(a[1], "96999901" "07" "026" "020" "116" "10000" "03" "020" "1" "2" "0" "0" "1");
-  EXPECT_EQ(a[2], "96999901" "50" "002" "049" "116" "10000" "24" "020" "1" "2" "0" "0" "1");
+  EXPECT_EQ(a[1],
+            "96999901"
+            "07"
+            "026"
+            "020"
+            "116"
+            "10000"
+            "03"
+            "020"
+            "1"
+            "2"
+            "0"
+            "0"
+            "1");
+  EXPECT_EQ(a[2],
+            "96999901"
+            "50"
+            "002"
+            "049"
+            "116"
+            "10000"
+            "24"
+            "020"
+            "1"
+            "2"
+            "0"
+            "0"
+            "1");
   auto m = items(l->p_strProtocol(1));
   ASSERT_EQ(m.size(), 5u);  // every text is sent to the 5000 series
-  EXPECT_EQ(m[2], "<MSG OPE=NEW TYP=LAY ID=2007 TCA=4 TDA=11 NRG=20 COX=116 COY=10000 ESX=1 "
-                  "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=1 FL3=1 FL4=1 />");
+  EXPECT_EQ(m[2],
+            "<MSG OPE=NEW TYP=LAY ID=2007 TCA=4 TDA=11 NRG=20 COX=116 COY=10000 ESX=1 "
+            "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=1 FL3=1 FL4=1 />");
   // Data type 37 is sent as stored; font 25 unchanged; flag byte 195 gives all zeros.
-  EXPECT_EQ(m[3], "<MSG OPE=NEW TYP=LAY ID=2051 TCA=25 TDA=37 NRG=5 COX=116 COY=10000 ESX=1 "
-                  "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=0 FL3=0 FL4=0 />");
+  EXPECT_EQ(m[3],
+            "<MSG OPE=NEW TYP=LAY ID=2051 TCA=25 TDA=37 NRG=5 COX=116 COY=10000 ESX=1 "
+            "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=0 FL3=0 FL4=0 />");
   // Data type 45: NRG = property 10 + 90000; flag byte 2: FL1 0, FL2 1.
-  EXPECT_EQ(m[4], "<MSG OPE=NEW TYP=LAY ID=2050 TCA=25 TDA=45 NRG=90005 COX=116 COY=10000 ESX=1 "
-                  "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=1 FL3=1 FL4=1 />");
+  EXPECT_EQ(m[4],
+            "<MSG OPE=NEW TYP=LAY ID=2050 TCA=25 TDA=45 NRG=90005 COX=116 COY=10000 ESX=1 "
+            "ESY=2 DIR=0 ALL=0 NRC=20 FL1=0 FL2=1 FL3=1 FL4=1 />");
   EXPECT_TRUE(host.boxes.empty());
   EXPECT_TRUE(spy->calls.empty());
 }
@@ -97,11 +145,19 @@ TEST_F(Layouts, TextRecordsAndMessages) {
 TEST_F(Layouts, DataTypeMapping) {
   layout(3);
   ticket(3);
-  object(3, 3, {{0, "1"}, {3, "0"}, {4, "1"}, {5, "3"}, {7, "0"}, {10, "1"}, {11, "0"},
-                {13, "0"}, {14, "0"}});           // two MAP entries: the first wins
-  object(3, 3, {{0, "2"}, {4, "8"}});            // no MAP entry: sent as it is
-  object(3, 3, {{0, "3"}, {4, "5"}, {10, "4"}}); // mapped to a negative value: unknown
-  object(3, 3, {{0, "4"}, {4, "6"}});            // a MAP without O5: an empty value
+  object(3, 3,
+         {{0, "1"},
+          {3, "0"},
+          {4, "1"},
+          {5, "3"},
+          {7, "0"},
+          {10, "1"},
+          {11, "0"},
+          {13, "0"},
+          {14, "0"}});                            // two MAP entries: the first wins
+  object(3, 3, {{0, "2"}, {4, "8"}});             // no MAP entry: sent as it is
+  object(3, 3, {{0, "3"}, {4, "5"}, {10, "4"}});  // mapped to a negative value: unknown
+  object(3, 3, {{0, "4"}, {4, "6"}});             // a MAP without O5: an empty value
   auto m = items(build(3)->p_strProtocol(1));
   ASSERT_EQ(m.size(), 6u);
   EXPECT_NE(m[2].find(" TDA=11 "), std::string::npos);
@@ -119,36 +175,119 @@ TEST_F(Layouts, DataTypeMapping) {
 TEST_F(Layouts, BarcodesAndLogos) {
   layout(3);
   ticket(3);
-  object(3, 2, {{0, "12"}, {1, "0"}, {2, "5"}, {3, "13"}, {4, "0"}, {6, "1"}, {7, "2"}, {8, "0"},
-                {9, "2"}, {11, "3000"}, {12, "3001"}, {15, "2"}});
+  object(3, 2,
+         {{0, "12"},
+          {1, "0"},
+          {2, "5"},
+          {3, "13"},
+          {4, "0"},
+          {6, "1"},
+          {7, "2"},
+          {8, "0"},
+          {9, "2"},
+          {11, "3000"},
+          {12, "3001"},
+          {15, "2"}});
   object(3, 2, {{0, "13"}, {2, "26"}, {15, "9"}});
-  object(3, 1, {{0, "9"}, {2, "0"}, {4, "50"}, {5, "3"}, {6, "0"}, {7, "0"}, {8, "5"},
-                {10, "4000"}, {11, "4001"}, {14, "1"}});
+  object(3, 1,
+         {{0, "9"},
+          {2, "0"},
+          {4, "50"},
+          {5, "3"},
+          {6, "0"},
+          {7, "0"},
+          {8, "5"},
+          {10, "4000"},
+          {11, "4001"},
+          {14, "1"}});
   exec("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME) values (1, 4, 'LOGO.BMP')");
   object(3, 1, {{0, "10"}, {5, "4"}, {14, "0"}});
   auto l = build(3);
   auto a = items(l->p_strProtocol());
   ASSERT_EQ(a.size(), 5u);
-  EXPECT_EQ(a[1], "96999902" "12" "000" "155" "008" "0016" "05" "013" "2" "1" "0" "0" "2");
-  EXPECT_EQ(a[2], "96999902" "13" "000" "133" "008" "0016" "26" "013" "2" "1" "0" "0" "2");
-  EXPECT_EQ(a[3], "96999902" "09" "000" "210" "400" "0040" "99" "000" "2" "1" "0" "0" "0");
-  EXPECT_EQ(a[4], "96999902" "10" "000" "211" "400" "0040" "99" "000" "2" "1" "0" "0" "0");
+  EXPECT_EQ(a[1],
+            "96999902"
+            "12"
+            "000"
+            "155"
+            "008"
+            "0016"
+            "05"
+            "013"
+            "2"
+            "1"
+            "0"
+            "0"
+            "2");
+  EXPECT_EQ(a[2],
+            "96999902"
+            "13"
+            "000"
+            "133"
+            "008"
+            "0016"
+            "26"
+            "013"
+            "2"
+            "1"
+            "0"
+            "0"
+            "2");
+  EXPECT_EQ(a[3],
+            "96999902"
+            "09"
+            "000"
+            "210"
+            "400"
+            "0040"
+            "99"
+            "000"
+            "2"
+            "1"
+            "0"
+            "0"
+            "0");
+  EXPECT_EQ(a[4],
+            "96999902"
+            "10"
+            "000"
+            "211"
+            "400"
+            "0040"
+            "99"
+            "000"
+            "2"
+            "1"
+            "0"
+            "0"
+            "0");
   auto m = items(l->p_strProtocol(1));
   ASSERT_EQ(m.size(), 6u);
-  EXPECT_EQ(m[2], "<MSG OPE=NEW TYP=LAY ID=3012 TCA=5 TDA=30 COX=8 COY=16 NRG=2 ESX=2 ESY=1 "
-                  "DIR=0 ALL=0 NRC=13 FL1=1 FL2=1 FL3=1 FL4=1 />");
-  EXPECT_EQ(m[4], "<MSG OPE=NEW TYP=LAY ID=3009 NRG=3 IMG=\"3\" TCA=98 TDA= COX=400 COY=40 "
-                  "ESX=2 ESY=1 DIR=0 NRC= FL1=1 FL2=1 FL3=1 FL4=1 />");
-  EXPECT_EQ(m[5], "<MSG OPE=NEW TYP=LAY ID=3010 NRG=4 IMG=\"LOGO.BMP\" TCA=99 TDA= COX=400 "
-                  "COY=40 ESX=2 ESY=1 DIR=0 NRC= FL1=1 FL2=1 FL3=1 FL4=1 />");
+  EXPECT_EQ(m[2],
+            "<MSG OPE=NEW TYP=LAY ID=3012 TCA=5 TDA=30 COX=8 COY=16 NRG=2 ESX=2 ESY=1 "
+            "DIR=0 ALL=0 NRC=13 FL1=1 FL2=1 FL3=1 FL4=1 />");
+  EXPECT_EQ(m[4],
+            "<MSG OPE=NEW TYP=LAY ID=3009 NRG=3 IMG=\"3\" TCA=98 TDA= COX=400 COY=40 "
+            "ESX=2 ESY=1 DIR=0 NRC= FL1=1 FL2=1 FL3=1 FL4=1 />");
+  EXPECT_EQ(m[5],
+            "<MSG OPE=NEW TYP=LAY ID=3010 NRG=4 IMG=\"LOGO.BMP\" TCA=99 TDA= COX=400 "
+            "COY=40 ESX=2 ESY=1 DIR=0 NRC= FL1=1 FL2=1 FL3=1 FL4=1 />");
 }
 
 TEST_F(Layouts, MissingLayoutKeepsThePreviousArraysAndOriginsCarryOver) {
   layout(1);
   ticket(1, "80", "60", "1", "1");
   layout(4);
-  object(4, 3, {{0, "1"}, {3, "0"}, {4, "1"}, {5, "1003"}, {7, "0"}, {10, "1"}, {11, "0"},
-                {13, "2000"}, {14, "2000"}});  // no ticket: the last origins stay
+  object(4, 3,
+         {{0, "1"},
+          {3, "0"},
+          {4, "1"},
+          {5, "1003"},
+          {7, "0"},
+          {10, "1"},
+          {11, "0"},
+          {13, "2000"},
+          {14, "2000"}});  // no ticket: the last origins stay
   auto l = build(1);
   auto before = l->p_strProtocol();
   l->p_lngTicketId(9);
@@ -158,13 +297,18 @@ TEST_F(Layouts, MissingLayoutKeepsThePreviousArraysAndOriginsCarryOver) {
   ASSERT_TRUE(l->p_booRetrieveData());
   EXPECT_EQ(l->p_strProtocol()[0], "");  // the ticket builder found no ticket values
   // Field 1, flags 0, element 1, then X and Y from the previous layout's ticket origin (8, 8).
-  EXPECT_EQ(l->p_strProtocol()[1].substr(8, 15), "01" "000" "001" "008" "0008");
+  EXPECT_EQ(l->p_strProtocol()[1].substr(8, 15),
+            "01"
+            "000"
+            "001"
+            "008"
+            "0008");
 }
 
 TEST_F(Layouts, BadValuesAreReported) {
   layout(6);
   ticket(6);
-  object(6, 3, {{0, "1"}, {3, "ZZ"}});  // not hexadecimal
+  object(6, 3, {{0, "1"}, {3, "ZZ"}});                             // not hexadecimal
   object(6, 2, {{0, "2"}, {2, "5"}, {4, "0"}, {6, "999999999"}});  // x 8 overflows
   auto l = build(6);
   EXPECT_EQ(l->p_lngMaxItem(), 1);  // text and barcode builders failed: their rows are absent

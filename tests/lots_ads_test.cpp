@@ -21,9 +21,11 @@ struct Lots : ArchiveFixture {
   }
   void parameters(const std::string& xml) { dir.write("Parameters.xml", xml); }
   void lot(int id, int row, const Variant& code, const std::vector<std::string>& lines,
-           int optional = 0, const Variant& charged = Variant("0"), const char* flags = "00000000") {
-    std::string cols = "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED, "
-                       "TRC_FLAGTRASM";
+           int optional = 0, const Variant& charged = Variant("0"),
+           const char* flags = "00000000") {
+    std::string cols =
+        "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED, "
+        "TRC_FLAGTRASM";
     std::string vals = "1, ?1, ?2, ?3, 2, ?4, ?5, ?6";
     std::vector<Variant> params{id, row, code, optional, charged, flags};
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -41,7 +43,9 @@ struct Lots : ArchiveFixture {
   }
 };
 
-std::string repeat(char c, std::size_t n) { return std::string(n, c); }
+std::string repeat(char c, std::size_t n) {
+  return std::string(n, c);
+}
 
 }  // namespace
 
@@ -65,7 +69,8 @@ TEST_F(Lots, VeltaBlock) {
   // A missing lot: an information entry in the event log, no block.
   EXPECT_EQ(make("99")->p_strProtocol(), "");
   ASSERT_EQ(host.events.size(), 1u);
-  EXPECT_EQ(host.events[0], std::make_pair(4, std::string("Il lotto: 99 \xE8 risultato inesistente")));
+  EXPECT_EQ(host.events[0],
+            std::make_pair(4, std::string("Il lotto: 99 \xE8 risultato inesistente")));
 }
 
 TEST_F(Lots, TopBodiesAround309) {
@@ -101,18 +106,30 @@ TEST_F(Lots, TopBodiesAround309) {
 TEST_F(Lots, TopOptionalMarksAndBlankCode) {
   lot(30, 1, Variant("C30"), {"a", "", "c"}, 0b1010);  // bits 1 and 3: lines 1 and 3 optional
   EXPECT_EQ(make("30")->p_3000TOP_strProtocol()[0],
-            "2099990030" "0" "C30            %a#%c#");
+            "2099990030"
+            "0"
+            "C30            %a#%c#");
   lot(7, 1, Variant("7,0"), {});
   lot(8, 1, Variant("A8"), {});
   lot(1234, 1, Variant("L"), {"x"});
-  EXPECT_EQ(make("7")->p_3000TOP_strProtocol()[0], "2099990007" "0" + repeat(' ', 15));
-  EXPECT_EQ(make("8")->p_3000TOP_strProtocol()[0], "2099990008" "0" "A8" + repeat(' ', 13));
-  EXPECT_EQ(make("1234")->p_3000TOP_strProtocol()[1], "20999901234" "1");  // four digits kept
+  EXPECT_EQ(make("7")->p_3000TOP_strProtocol()[0],
+            "2099990007"
+            "0" +
+                repeat(' ', 15));
+  EXPECT_EQ(make("8")->p_3000TOP_strProtocol()[0],
+            "2099990008"
+            "0"
+            "A8" +
+                repeat(' ', 13));
+  EXPECT_EQ(make("1234")->p_3000TOP_strProtocol()[1],
+            "20999901234"
+            "1");  // four digits kept
   // A body whose 309th character is "%" loses it: 308 characters remain, and piece 5 gets the
   // last one again.
   exec("delete from TRACEABILITY");
-  lot(31, 1, Variant("C"), {repeat('x', 69), repeat('x', 69), repeat('x', 69), repeat('x', 69),
-                            repeat('x', 12), "tail"}, 1 << 6);
+  lot(31, 1, Variant("C"),
+      {repeat('x', 69), repeat('x', 69), repeat('x', 69), repeat('x', 69), repeat('x', 12), "tail"},
+      1 << 6);
   std::string body = "C" + repeat(' ', 14);
   for (int i = 0; i < 4; ++i) body += repeat('x', 69) + "#";
   body += repeat('x', 12) + "#";
@@ -140,7 +157,8 @@ TEST_F(Lots, FiveThousandMessages) {
   lot(12, 1, Variant("L12"), {"a \xE8", "b"}, 0, Variant("12.7"));
   lot(7, 1, Variant("7"), {}, 0, Variant::null());
   std::string tail;
-  for (int i = 4; i <= 20; ++i) tail += " T" + std::string(i < 10 ? "0" : "") + std::to_string(i) + "=\"\"";
+  for (int i = 4; i <= 20; ++i)
+    tail += " T" + std::string(i < 10 ? "0" : "") + std::to_string(i) + "=\"\"";
   EXPECT_EQ(make("12")->p_5000_strProtocol(),
             "<MSG OPE=NEW TYP=LOT REP=1 ID=12 MOD=2 T01=\"L12\" T02=\"a \xE8\" T03=\"b\"" + tail +
                 " DTC=0 CAR=13 />");
@@ -224,8 +242,9 @@ TEST_F(Ads, MessagesAndTheCharacterGap) {
   exec("insert into MESSAGES values (1, 51, 1, 'a'), (1, 51, 2, 'b'), (1, 51, 3, 'c')");
   EXPECT_EQ(make(5)->Protocol().to_string(),
             "<MSG OPE=NEW TYP=MSG ID=\"5\" SOR=\"2\" TIP=\"2\" NOM=\"F.BMP\" SEC=\"4\" RIP=\"3\" "
-            "VEL=\"2\" MP1=\"" + text.substr(0, 70) + "\" M1A=\"" + text.substr(70, 70) +
-                "\" M1B=\"" + text.substr(141, 70) + "\" M1C=\"" + text.substr(211, 40) +
+            "VEL=\"2\" MP1=\"" +
+                text.substr(0, 70) + "\" M1A=\"" + text.substr(70, 70) + "\" M1B=\"" +
+                text.substr(141, 70) + "\" M1C=\"" + text.substr(211, 40) +
                 "\" MP2=\"Due \x80\" M2A=\"\" M2B=\"\" M2C=\"\"/>");
   EXPECT_EQ(make(17)->Protocol().to_string(),
             "<MSG OPE=NEW TYP=MSG ID=\"17\" SOR=\"2\" TIP=0 NOM=\"\" SEC=\"\" RIP=\"\" VEL=\"\" "
@@ -237,8 +256,9 @@ TEST_F(Ads, MessagesAndTheCharacterGap) {
 }
 
 TEST_F(Ads, GlobalWalkAndReset) {
-  exec("insert into ADVERTISING values (1, 1, 0, '', 0, 0, 0, NULL, '11100000'),"
-       " (1, 2, 0, '', 0, 0, 0, NULL, '00000000')");
+  exec(
+      "insert into ADVERTISING values (1, 1, 0, '', 0, 0, 0, NULL, '11100000'),"
+      " (1, 2, 0, '', 0, 0, 0, NULL, '00000000')");
   auto m = make(0);
   m->InitializeGlobal();
   ASSERT_EQ(m->RecordCount(), 2);
@@ -259,8 +279,9 @@ TEST_F(Ads, GlobalWalkAndReset) {
 }
 
 TEST_F(ArchiveFixture, ElectronicTexts) {
-  exec("insert into ETEXT values (1, 12, 7, 'sette'), (1, 12, 123, 'cento'), (1, 3, 1, 'x'),"
-       " (2, 40, 1, 'other counter')");
+  exec(
+      "insert into ETEXT values (1, 12, 7, 'sette'), (1, 12, 123, 'cento'), (1, 3, 1, 'x'),"
+      " (2, 40, 1, 'other counter')");
   clsEText before;
   EXPECT_EQ(before.Protocol().to_string(), "");  // before InitializeGlobal: reported
   EXPECT_EQ(reported(), std::vector<long>{91});
@@ -301,7 +322,8 @@ TEST_F(Params, ScannerAndApplicationIdentifiers) {
   std::string xml = dir.read("Parameters.xml");
   EXPECT_EQ(xml.find("<SCANNER"), xml.rfind("<SCANNER"));  // created once
   EXPECT_NE(xml.find("DESCRIPTION=\"Impostazioni dello scanner per la lettura del barcode\" "
-                     "COMMPORT=\"3\""), std::string::npos);
+                     "COMMPORT=\"3\""),
+            std::string::npos);
 
   c.SaveApplicationIdentifier("10", "Lotto", "an..20", "", true);
   c.SaveApplicationIdentifier("10", "", "n6", "01", false);  // empty contents keep the old one
@@ -312,8 +334,7 @@ TEST_F(Params, ScannerAndApplicationIdentifiers) {
   EXPECT_NE(xml.find("Impostazioni personalizzate per il codice EAN128"), std::string::npos);
   c.SaveApplicationIdentifier("17", "Scadenza", "n6", "", false);
   c.DeleteApplicationIdentifier("10");
-  EXPECT_EQ(c.RetrieveApplicationIdentifier("10"),
-            automation::StringArray({"", "", "", "", ""}));
+  EXPECT_EQ(c.RetrieveApplicationIdentifier("10"), automation::StringArray({"", "", "", "", ""}));
   EXPECT_EQ(c.RetrieveApplicationIdentifier("17")[1], "Scadenza");
   std::string before = dir.read("Parameters.xml");
   c.DeleteApplicationIdentifier("99");  // nothing to remove: not written
@@ -340,7 +361,7 @@ TEST_F(Params, ReadsAndFailureRules) {
   }
   EXPECT_EQ(spy->calls[0].module, "clsConfigurationPrs");
   EXPECT_EQ(spy->calls[0].project, "QKConfig");
-  EXPECT_TRUE(c.TrimValues());    // lower-case y
+  EXPECT_TRUE(c.TrimValues());     // lower-case y
   EXPECT_FALSE(c.ShowOrva2000());  // a missing attribute
   EXPECT_EQ(c.RetrieveArchiveInUse("PLU"), "ARTICOLI");
   EXPECT_EQ(c.RetrieveArchiveInUse("X"), "");

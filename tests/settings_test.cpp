@@ -183,8 +183,7 @@ TEST(RegExport, BothFormsAndUtf16) {
   auto d = reg5.values("Software\\S\\Debug");
   ASSERT_EQ(d.size(), 1u);
   EXPECT_EQ(d[0].sValue, "Caff\xE8");
-  EXPECT_THROW(companions::RegExport().parse("not a registry file\n", "c.reg"),
-               automation::Error);
+  EXPECT_THROW(companions::RegExport().parse("not a registry file\n", "c.reg"), automation::Error);
 }
 
 TEST_F(StoreFixture, TranslationsFromLanguageFiles) {

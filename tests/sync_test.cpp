@@ -24,8 +24,8 @@ struct Tool : ::testing::Test {
 
   // Runs qkp with arguments; returns its exit status, stdout in *out.
   int qkp(const std::string& args, std::string* out = nullptr) {
-    std::string cmd = std::string(QKP_BINARY) + " --home " + home + " " + args + " 2>" +
-                      dir.file("stderr.txt");
+    std::string cmd =
+        std::string(QKP_BINARY) + " --home " + home + " " + args + " 2>" + dir.file("stderr.txt");
     FILE* p = popen(cmd.c_str(), "r");
     std::string text;
     char buf[4096];
@@ -101,8 +101,9 @@ TEST_F(Tool, PendingOnlySyncThenNothing) {
 TEST_F(Tool, FailingTransportLeavesTheRestPending) {
   std::string got = dir.file("got.txt");
   // Accepts two strings, then fails.
-  std::string cmd = "'n=$(cat " + dir.file("n") + " 2>/dev/null || echo 0); n=$((n+1)); echo $n > " +
-                    dir.file("n") + "; [ $n -le 2 ] && cat >> " + got + "'";
+  std::string cmd = "'n=$(cat " + dir.file("n") +
+                    " 2>/dev/null || echo 0); n=$((n+1)); echo $n > " + dir.file("n") +
+                    "; [ $n -le 2 ] && cat >> " + got + "'";
   EXPECT_EQ(qkp("sync --line 1 --dept 1 --exec " + cmd), 1);
   // Date and the first barcode form went; the first key block (and the rest) did not.
   EXPECT_EQ(sql("select BC_FORM, BC_FLAGTRASM from BARCODE where BC_BNC = 1"),
@@ -114,8 +115,8 @@ TEST_F(Tool, FailingTransportLeavesTheRestPending) {
 TEST_F(Tool, KilledSyncNeverResetsWhatWasNotDelivered) {
   std::string got = dir.file("got.txt");
   std::string cmd = std::string(QKP_BINARY) + " --home " + home +
-                    " --format raw sync --line 2 --dept 1 --exec 'cat >> " + got +
-                    "; echo >> " + got + "; sleep 0.05'";
+                    " --format raw sync --line 2 --dept 1 --exec 'cat >> " + got + "; echo >> " +
+                    got + "; sleep 0.05'";
   pid_t pid = fork();
   if (pid == 0) {
     execl("/bin/sh", "sh", "-c", ("exec " + cmd + " 2>/dev/null").c_str(), nullptr);
@@ -133,10 +134,12 @@ TEST_F(Tool, KilledSyncNeverResetsWhatWasNotDelivered) {
   waitpid(pid, &status, 0);
   std::ifstream in(got);
   std::string delivered((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  auto cleared = lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
-                              "substr(TP_FLAGTRASM, 2, 1) = '0' and TP_KEY <= 20"));
-  auto pending = lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
-                              "substr(TP_FLAGTRASM, 2, 1) = '1'"));
+  auto cleared =
+      lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
+                   "substr(TP_FLAGTRASM, 2, 1) = '0' and TP_KEY <= 20"));
+  auto pending =
+      lines_of(sql("select distinct TP_KEY from TASTIERA_PLU where TP_BNC = 1 and "
+                   "substr(TP_FLAGTRASM, 2, 1) = '1'"));
   EXPECT_FALSE(cleared.empty());  // the kill came midway
   EXPECT_FALSE(pending.empty());
   for (const auto& key : cleared)

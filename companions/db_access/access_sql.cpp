@@ -2,8 +2,8 @@
 
 #include <sqlite3.h>
 
-#include <cctype>
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <vector>
 
@@ -20,7 +20,9 @@ struct Token {
   std::string text;
 };
 
-bool is_word_start(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
+bool is_word_start(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) || c == '_';
+}
 bool is_word_char(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
 }
@@ -43,8 +45,10 @@ std::vector<Token> tokenize(const std::string& s) {
     } else if (c == '\'' || c == '"') {
       while (j < s.size()) {
         if (s[j] == c) {
-          if (j + 1 < s.size() && s[j + 1] == c) j += 2;
-          else break;
+          if (j + 1 < s.size() && s[j + 1] == c)
+            j += 2;
+          else
+            break;
         } else {
           ++j;
         }
@@ -56,7 +60,8 @@ std::vector<Token> tokenize(const std::string& s) {
       j = std::min(j + 1, s.size());
       kind = Kind::Quoted;
     } else if (std::isdigit(static_cast<unsigned char>(c)) ||
-               (c == '.' && i + 1 < s.size() && std::isdigit(static_cast<unsigned char>(s[i + 1])))) {
+               (c == '.' && i + 1 < s.size() &&
+                std::isdigit(static_cast<unsigned char>(s[i + 1])))) {
       while (j < s.size() && (std::isalnum(static_cast<unsigned char>(s[j])) || s[j] == '.')) ++j;
       kind = Kind::Number;
     } else if (is_word_start(c)) {
@@ -83,14 +88,16 @@ std::vector<Token> tokenize(const std::string& s) {
 // A token list where a rewritten operation becomes a single primary.
 using Tokens = std::vector<Token>;
 
-bool is_mod(const Token& t) { return t.kind == Kind::Word && lower(t.text) == "mod"; }
+bool is_mod(const Token& t) {
+  return t.kind == Kind::Word && lower(t.text) == "mod";
+}
 
 // Words that can stand before "(" without naming a function.
 bool is_keyword(const Token& t) {
-  static const char* kWords[] = {"and",  "or",     "not",   "where", "select", "from",  "on",
-                                 "in",   "is",     "like",  "between", "when", "then", "else",
-                                 "case", "by",     "having", "set",  "values", "exists", "as",
-                                 "join", "union",  "all",   "distinct", "mod", "into",  "end"};
+  static const char* kWords[] = {"and",  "or",    "not",    "where",    "select", "from",   "on",
+                                 "in",   "is",    "like",   "between",  "when",   "then",   "else",
+                                 "case", "by",    "having", "set",      "values", "exists", "as",
+                                 "join", "union", "all",    "distinct", "mod",    "into",   "end"};
   if (t.kind != Kind::Word) return false;
   std::string w = lower(t.text);
   for (const char* k : kWords)
@@ -125,8 +132,10 @@ std::size_t primary_start(const Tokens& t, std::size_t end) {
     std::size_t k = i;
     while (k > 0) {
       --k;
-      if (t[k].kind == Kind::Close) ++depth;
-      else if (t[k].kind == Kind::Open && --depth == 0) break;
+      if (t[k].kind == Kind::Close)
+        ++depth;
+      else if (t[k].kind == Kind::Open && --depth == 0)
+        break;
     }
     if (depth != 0) return std::string::npos;
     start = k;
@@ -167,8 +176,10 @@ std::size_t primary_end(const Tokens& t, std::size_t begin) {
   auto close_of = [&](std::size_t open) {
     int depth = 0;
     for (std::size_t k = open; k < t.size(); ++k) {
-      if (t[k].kind == Kind::Open) ++depth;
-      else if (t[k].kind == Kind::Close && --depth == 0) return k + 1;
+      if (t[k].kind == Kind::Open)
+        ++depth;
+      else if (t[k].kind == Kind::Close && --depth == 0)
+        return k + 1;
     }
     return std::string::npos;
   };
@@ -230,15 +241,21 @@ void rewrite_binary(Tokens& t, bool (*is_op)(const Token&), const char* fn) {
   }
 }
 
-bool is_intdiv(const Token& t) { return t.kind == Kind::Op && t.text == "\\"; }
+bool is_intdiv(const Token& t) {
+  return t.kind == Kind::Op && t.text == "\\";
+}
 
-double rounded(sqlite3_value* v) { return automation::round_half_even(sqlite3_value_double(v)); }
+double rounded(sqlite3_value* v) {
+  return automation::round_half_even(sqlite3_value_double(v));
+}
 
 void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {
   if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
   double f = std::floor(sqlite3_value_double(argv[0]));
-  if (std::fabs(f) < 9e18) sqlite3_result_int64(ctx, static_cast<sqlite3_int64>(f));
-  else sqlite3_result_double(ctx, f);
+  if (std::fabs(f) < 9e18)
+    sqlite3_result_int64(ctx, static_cast<sqlite3_int64>(f));
+  else
+    sqlite3_result_double(ctx, f);
 }
 
 void fn_mod(sqlite3_context* ctx, int, sqlite3_value** argv) {

@@ -13,7 +13,7 @@ namespace qk::companions {
 namespace {
 constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
 constexpr std::size_t kMaxCachedStatements = 512;
-}
+}  // namespace
 
 Archive::Archive(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {
   sqlite3_busy_timeout(db_, kBusyTimeoutMs);
@@ -30,14 +30,13 @@ Archive::~Archive() {
 }
 
 std::shared_ptr<Archive> Archive::open(const std::string& path) {
-  struct stat st{};
+  struct stat st {};
   if (::stat(path.c_str(), &st) != 0)
-    automation::raise(automation::kFileNotFound,
-                      "File not found: the archive " + path +
-                          " does not exist (create it with \"qkp init\")");
+    automation::raise(
+        automation::kFileNotFound,
+        "File not found: the archive " + path + " does not exist (create it with \"qkp init\")");
   sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
-                           nullptr);
+  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     sqlite3_close_v2(db);
@@ -51,14 +50,12 @@ std::shared_ptr<Archive> Archive::open(const std::string& path) {
 
 std::shared_ptr<Archive> Archive::create(const std::string& path) {
   sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db,
-                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                           nullptr);
+  int rc = sqlite3_open_v2(
+      path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     sqlite3_close_v2(db);
-    automation::raise(automation::kDatabaseError,
-                      "cannot create the archive " + path + ": " + msg);
+    automation::raise(automation::kDatabaseError, "cannot create the archive " + path + ": " + msg);
   }
   std::shared_ptr<Archive> a(new Archive(db, path));
   a->execute_script(archive_schema_sql());
@@ -84,8 +81,7 @@ sqlite3_stmt* Archive::prepare(const std::string& sql) {
     statements_.clear();
   }
   sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) !=
-      SQLITE_OK)
+  if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) != SQLITE_OK)
     fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
   statements_.emplace(sql, s);
   return s;
@@ -97,17 +93,24 @@ void Archive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
     const Variant& v = params[i];
     switch (v.type()) {
       case automation::VarType::Empty:
-      case automation::VarType::Null: sqlite3_bind_null(s, idx); break;
+      case automation::VarType::Null:
+        sqlite3_bind_null(s, idx);
+        break;
       case automation::VarType::Boolean:
       case automation::VarType::Integer:
-      case automation::VarType::Long: sqlite3_bind_int64(s, idx, v.to_int32()); break;
-      case automation::VarType::Double: sqlite3_bind_double(s, idx, v.to_double()); break;
+      case automation::VarType::Long:
+        sqlite3_bind_int64(s, idx, v.to_int32());
+        break;
+      case automation::VarType::Double:
+        sqlite3_bind_double(s, idx, v.to_double());
+        break;
       case automation::VarType::String: {
         std::string utf8 = cp1252_to_utf8(v.to_string());
         sqlite3_bind_text(s, idx, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
         break;
       }
-      default: automation::raise(automation::kTypeMismatch);
+      default:
+        automation::raise(automation::kTypeMismatch);
     }
   }
 }
@@ -133,14 +136,19 @@ std::shared_ptr<automation::MemoryRecordset> Archive::query(const std::string& s
     values.reserve(static_cast<std::size_t>(n));
     for (int c = 0; c < n; ++c) {
       switch (sqlite3_column_type(s, c)) {
-        case SQLITE_NULL: values.push_back(Variant::null()); break;
+        case SQLITE_NULL:
+          values.push_back(Variant::null());
+          break;
         case SQLITE_INTEGER:
           values.emplace_back(static_cast<long long>(sqlite3_column_int64(s, c)));
           break;
-        case SQLITE_FLOAT: values.emplace_back(sqlite3_column_double(s, c)); break;
+        case SQLITE_FLOAT:
+          values.emplace_back(sqlite3_column_double(s, c));
+          break;
         default: {
           const char* text = reinterpret_cast<const char*>(sqlite3_column_text(s, c));
-          std::string_view utf8(text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(s, c)));
+          std::string_view utf8(text ? text : "",
+                                static_cast<std::size_t>(sqlite3_column_bytes(s, c)));
           auto converted = utf8_to_cp1252(utf8);
           if (!converted) {
             // Copy what the report needs before the reset frees the column's text.

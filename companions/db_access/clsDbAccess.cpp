@@ -30,7 +30,7 @@ struct CachedArchive {
 
 std::shared_ptr<Archive> shared_archive(const std::string& path) {
   thread_local std::map<std::string, CachedArchive> cache;
-  struct stat st{};
+  struct stat st {};
   bool exists = ::stat(path.c_str(), &st) == 0;
   auto it = cache.find(path);
   if (it != cache.end() && exists && it->second.dev == st.st_dev && it->second.ino == st.st_ino)
@@ -40,10 +40,14 @@ std::shared_ptr<Archive> shared_archive(const std::string& path) {
   return a;
 }
 
-std::string sql_text(const Variant& v) { return v.to_string(); }
+std::string sql_text(const Variant& v) {
+  return v.to_string();
+}
 
 // The block of a key is (key - 1) \ 15, an integer division that truncates toward zero.
-long first_key_of_block(long key) { return (key - 1) / kKeysPerBlock * kKeysPerBlock + 1; }
+long first_key_of_block(long key) {
+  return (key - 1) / kKeysPerBlock * kKeysPerBlock + 1;
+}
 
 }  // namespace
 
@@ -190,8 +194,7 @@ RecordsetPtr clsDbAccess::p_ADVERTISING_objRetrieveGlobalData(const Variant& cou
       {counter.to_int32(), pending_line.to_int32()});
 }
 
-RecordsetPtr clsDbAccess::p_ADVERTISING_objRetrieveById(const Variant& counter,
-                                                        const Variant& id) {
+RecordsetPtr clsDbAccess::p_ADVERTISING_objRetrieveById(const Variant& counter, const Variant& id) {
   return archive().query("select * from ADVERTISING where ADV_BNC = ?1 and Id = ?2",
                          {counter.to_int32(), id.to_int32()});
 }
@@ -207,14 +210,14 @@ void clsDbAccess::p_ADVERTISING_UpdateFlagTrasm(const Variant& counter, const Va
 
 RecordsetPtr clsDbAccess::p_MESSAGES_objRetrieveAssociatedMessages(const Variant& counter,
                                                                    const Variant& link_id) {
-  if (link_id.is_null()) return std::make_shared<MemoryRecordset>(std::vector<std::string>{"MESSAGE"});
+  if (link_id.is_null())
+    return std::make_shared<MemoryRecordset>(std::vector<std::string>{"MESSAGE"});
   return archive().query(
       "select * from MESSAGES where MSG_BNC = ?1 and MSG_LNK_ID = ?2 order by MSG_ROW",
       {counter.to_int32(), link_id.to_int32()});
 }
 
-RecordsetPtr clsDbAccess::p_ETEXT_objRetrieveDistinctGlobalData(const Variant& id,
-                                                                const Variant&,
+RecordsetPtr clsDbAccess::p_ETEXT_objRetrieveDistinctGlobalData(const Variant& id, const Variant&,
                                                                 const Variant& counter) {
   return archive().query(
       "select distinct Id from ETEXT where ET_BNC = ?1 and (?2 = 0 or Id = ?2) order by Id",
@@ -240,13 +243,14 @@ int16_t clsDbAccess::p_IMMAGINI_intRetrieveIdFromFileName(const Variant& counter
   return rs->Eof() ? 0 : rs->Fields("IM_ID").to_int16();
 }
 
-RecordsetPtr clsDbAccess::p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(
-    const Variant& counter, const Variant& layout) {
+RecordsetPtr clsDbAccess::p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(const Variant& counter,
+                                                                           const Variant& layout) {
   Archive& a = archive();
   long bnc = counter.to_int32(), id = layout.to_int32();
-  auto heads = a.query("select TK_BNC, TK_ID, TK_DESCRIPTION from TICKET"
-                       " where TK_BNC = ?1 and TK_ID = ?2",
-                       {bnc, id});
+  auto heads = a.query(
+      "select TK_BNC, TK_ID, TK_DESCRIPTION from TICKET"
+      " where TK_BNC = ?1 and TK_ID = ?2",
+      {bnc, id});
   auto layouts = std::make_shared<MemoryRecordset>(
       std::vector<std::string>{"TK_BNC", "TK_ID", "TK_DESCRIPTION", "object"});
   for (heads->MoveFirst(); !heads->Eof(); heads->MoveNext()) {
@@ -287,9 +291,10 @@ void clsDbAccess::p_TICKET_InsertValues(const Variant& counter, const Variant& l
     a.execute("delete from TICKET_PROPERTY where TD_BNC = ?1 and TD_ID = ?2", key);
     a.execute("delete from TICKET_DETAIL where TD_BNC = ?1 and TD_ID = ?2", key);
   }
-  a.execute("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (?1, ?2, ?3)"
-            " on conflict (TK_BNC, TK_ID) do update set TK_DESCRIPTION = excluded.TK_DESCRIPTION",
-            {key[0], key[1], description.to_string()});
+  a.execute(
+      "insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (?1, ?2, ?3)"
+      " on conflict (TK_BNC, TK_ID) do update set TK_DESCRIPTION = excluded.TK_DESCRIPTION",
+      {key[0], key[1], description.to_string()});
   t.commit();
 }
 
@@ -300,14 +305,16 @@ void clsDbAccess::p_TICKET_DETAIL_InsertValues(const Variant& counter, const Var
   Archive::Transaction t(a);
   std::vector<Variant> key{counter.to_int32(), layout.to_int32(), object.to_int32()};
   if (property.is_string() && property.to_string() == "OBJ_TYPE") {
-    a.execute("insert into TICKET_DETAIL (TD_BNC, TD_ID, TD_OBJ, OBJ_TYPE) values (?1,?2,?3,?4)"
-              " on conflict (TD_BNC, TD_ID, TD_OBJ) do update set OBJ_TYPE = excluded.OBJ_TYPE",
-              {key[0], key[1], key[2], value.to_int32()});
+    a.execute(
+        "insert into TICKET_DETAIL (TD_BNC, TD_ID, TD_OBJ, OBJ_TYPE) values (?1,?2,?3,?4)"
+        " on conflict (TD_BNC, TD_ID, TD_OBJ) do update set OBJ_TYPE = excluded.OBJ_TYPE",
+        {key[0], key[1], key[2], value.to_int32()});
   } else {
-    a.execute("insert into TICKET_PROPERTY (TD_BNC, TD_ID, TD_OBJ, Id, value)"
-              " values (?1, ?2, ?3, ?4, ?5)"
-              " on conflict (TD_BNC, TD_ID, TD_OBJ, Id) do update set value = excluded.value",
-              {key[0], key[1], key[2], property.to_int32(), value.to_string()});
+    a.execute(
+        "insert into TICKET_PROPERTY (TD_BNC, TD_ID, TD_OBJ, Id, value)"
+        " values (?1, ?2, ?3, ?4, ?5)"
+        " on conflict (TD_BNC, TD_ID, TD_OBJ, Id) do update set value = excluded.value",
+        {key[0], key[1], key[2], property.to_int32(), value.to_string()});
   }
   t.commit();
 }

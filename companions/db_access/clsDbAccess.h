@@ -23,9 +23,8 @@ class clsDbAccess : public DbAccess {
                                                        const Variant& scale) override;
   RecordsetPtr p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& bnc, const Variant& key,
                                                      const Variant& scale) override;
-  void p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Variant& key,
-                                      const Variant& scale, const Variant& line,
-                                      const Variant& flags) override;
+  void p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Variant& key, const Variant& scale,
+                                      const Variant& line, const Variant& flags) override;
   RecordsetPtr p_BARCODE_objLoadValues(const Variant& key, const Variant& form) override;
   RecordsetPtr p_BARCODE_objLoadForms(const Variant& key) override;
   void p_BARCODE_UpdateFlagTrasm(const Variant& key, const Variant& form, const Variant& line,

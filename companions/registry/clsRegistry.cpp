@@ -25,15 +25,16 @@ std::string decode(const std::string& bytes, const std::string& origin) {
       static_cast<unsigned char>(bytes[1]) == 0xFE) {
     std::string utf8;
     for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-      char32_t u = static_cast<unsigned char>(bytes[i]) |
-                   (static_cast<unsigned char>(bytes[i + 1]) << 8);
+      char32_t u =
+          static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8);
       if (u >= 0xD800 && u <= 0xDBFF && i + 3 < bytes.size()) {
         char32_t lo = static_cast<unsigned char>(bytes[i + 2]) |
                       (static_cast<unsigned char>(bytes[i + 3]) << 8);
         u = 0x10000 + ((u - 0xD800) << 10) + (lo - 0xDC00);
         i += 2;
       }
-      if (u < 0x80) utf8 += static_cast<char>(u);
+      if (u < 0x80)
+        utf8 += static_cast<char>(u);
       else if (u < 0x800) {
         utf8 += static_cast<char>(0xC0 | (u >> 6));
         utf8 += static_cast<char>(0x80 | (u & 0x3F));
@@ -62,9 +63,12 @@ bool read_quoted(const std::string& s, std::size_t& i, std::string& out) {
   out.clear();
   while (i < s.size()) {
     char c = s[i++];
-    if (c == '\\' && i < s.size()) out += s[i++];
-    else if (c == '"') return true;
-    else out += c;
+    if (c == '\\' && i < s.size())
+      out += s[i++];
+    else if (c == '"')
+      return true;
+    else
+      out += c;
   }
   return false;
 }
@@ -87,7 +91,8 @@ void RegExport::parse(const std::string& bytes, const std::string& origin) {
   while (std::getline(in, line)) {
     ++number;
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (!pending.empty() || (!line.empty() && line.back() == '\\' && line.find('=') != std::string::npos)) {
+    if (!pending.empty() ||
+        (!line.empty() && line.back() == '\\' && line.find('=') != std::string::npos)) {
       // Continued hex data: joined and then ignored (only text and dword values are settings).
       pending += line;
       if (!line.empty() && line.back() == '\\') continue;
@@ -173,8 +178,7 @@ std::vector<RegistryHelper::KeyValue> RegExport::values(const std::string& path)
   std::vector<RegistryHelper::KeyValue> out;
   auto it = keys_.find(lower(path));
   if (it == keys_.end()) return out;
-  for (const auto& name : it->second.value_order)
-    out.push_back({name, it->second.values.at(name)});
+  for (const auto& name : it->second.value_order) out.push_back({name, it->second.values.at(name)});
   return out;
 }
 
@@ -204,8 +208,7 @@ std::vector<RegistryHelper::KeyValue> clsRegistry::EnumKeyValues(unsigned long h
 }
 
 void register_registry_helper() {
-  automation::register_component(kRegistryHelperId,
-                                 [] { return std::make_shared<clsRegistry>(); });
+  automation::register_component(kRegistryHelperId, [] { return std::make_shared<clsRegistry>(); });
 }
 
 }  // namespace qk::companions

@@ -19,10 +19,10 @@ std::string clsTranslate::languages_folder() {
 std::map<std::string, std::string> clsTranslate::StringValues() {
   std::map<std::string, std::string> result;
   // A language code that could name another folder is not a language.
-  if (lang_.empty() || lang_.find('/') != std::string::npos || lang_.find("..") != std::string::npos)
+  if (lang_.empty() || lang_.find('/') != std::string::npos ||
+      lang_.find("..") != std::string::npos)
     return result;
-  std::ifstream in(with_trailing_separator(languages_folder()) + lang_ + ".lng",
-                   std::ios::binary);
+  std::ifstream in(with_trailing_separator(languages_folder()) + lang_ + ".lng", std::ios::binary);
   std::string wanted = app_ + "/" + module_, section, line;
   while (std::getline(in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -42,8 +42,7 @@ std::map<std::string, std::string> clsTranslate::StringValues() {
 }
 
 void register_translate() {
-  automation::register_component(kTranslateId,
-                                 [] { return std::make_shared<clsTranslate>(); });
+  automation::register_component(kTranslateId, [] { return std::make_shared<clsTranslate>(); });
 }
 
 }  // namespace qk::companions

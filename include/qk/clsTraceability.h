@@ -21,7 +21,7 @@ class clsTraceability {
   void p_lngBnc(int32_t v) { bnc_ = v; }
   std::string p_strTraceabilityId() const { return id_; }
   void p_strTraceabilityId(const std::string& v) { id_ = v; }
-  std::string p_strProtocol();                   // Velta
+  std::string p_strProtocol();                      // Velta
   automation::StringArray p_3000TOP_strProtocol();  // 6 records
   automation::StringArray p_2000_strProtocol();     // 13 records
   automation::StringArray p_3000_strProtocol();     // 6 records

@@ -12,7 +12,9 @@ namespace qk::automation {
 
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+bool is_blank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
 
 std::string_view trim_blanks(std::string_view s) {
   while (!s.empty() && is_blank(s.front())) s.remove_prefix(1);
@@ -34,16 +36,21 @@ bool read_radix_prefix(std::string_view s, std::size_t* used, double* out) {
   for (; i < s.size(); ++i) {
     char c = s[i];
     int d;
-    if (c >= '0' && c <= '9') d = c - '0';
-    else if (radix == 16 && (c | 0x20) >= 'a' && (c | 0x20) <= 'f') d = (c | 0x20) - 'a' + 10;
-    else break;
+    if (c >= '0' && c <= '9')
+      d = c - '0';
+    else if (radix == 16 && (c | 0x20) >= 'a' && (c | 0x20) <= 'f')
+      d = (c | 0x20) - 'a' + 10;
+    else
+      break;
     if (d >= radix) break;
     value = value * radix + d;
     if (++digits > (radix == 16 ? 8 : 11)) raise(kOverflow);
   }
   *used = i;
-  if (radix == 16 ? digits <= 4 : value <= 0177777) *out = static_cast<int16_t>(value & 0xFFFF);
-  else *out = static_cast<int32_t>(static_cast<uint32_t>(value));
+  if (radix == 16 ? digits <= 4 : value <= 0177777)
+    *out = static_cast<int16_t>(value & 0xFFFF);
+  else
+    *out = static_cast<int32_t>(static_cast<uint32_t>(value));
   if (value > 0xFFFFFFFFull) raise(kOverflow);
   return true;
 }
@@ -81,13 +88,17 @@ double decimal_value(std::string_view s) {
 }  // namespace
 
 Variant::Variant(long v) {
-  if (v >= INT32_MIN && v <= INT32_MAX) value_ = static_cast<int32_t>(v);
-  else value_ = static_cast<double>(v);
+  if (v >= INT32_MIN && v <= INT32_MAX)
+    value_ = static_cast<int32_t>(v);
+  else
+    value_ = static_cast<double>(v);
 }
 
 Variant::Variant(long long v) {
-  if (v >= INT32_MIN && v <= INT32_MAX) value_ = static_cast<int32_t>(v);
-  else value_ = static_cast<double>(v);
+  if (v >= INT32_MIN && v <= INT32_MAX)
+    value_ = static_cast<int32_t>(v);
+  else
+    value_ = static_cast<double>(v);
 }
 
 bool Variant::is_numeric_type() const {
@@ -95,19 +106,27 @@ bool Variant::is_numeric_type() const {
     case VarType::Boolean:
     case VarType::Integer:
     case VarType::Long:
-    case VarType::Double: return true;
-    default: return false;
+    case VarType::Double:
+      return true;
+    default:
+      return false;
   }
 }
 
 double Variant::to_double() const {
   switch (type()) {
-    case VarType::Empty: return 0;
-    case VarType::Null: raise(kInvalidUseOfNull);
-    case VarType::Boolean: return std::get<bool>(value_) ? -1 : 0;  // True is -1 to the host
-    case VarType::Integer: return std::get<int16_t>(value_);
-    case VarType::Long: return std::get<int32_t>(value_);
-    case VarType::Double: return std::get<double>(value_);
+    case VarType::Empty:
+      return 0;
+    case VarType::Null:
+      raise(kInvalidUseOfNull);
+    case VarType::Boolean:
+      return std::get<bool>(value_) ? -1 : 0;  // True is -1 to the host
+    case VarType::Integer:
+      return std::get<int16_t>(value_);
+    case VarType::Long:
+      return std::get<int32_t>(value_);
+    case VarType::Double:
+      return std::get<double>(value_);
     case VarType::String: {
       const std::string& s = std::get<std::string>(value_);
       std::string_view t = trim_blanks(s);
@@ -119,7 +138,8 @@ double Variant::to_double() const {
         return 0;
       return parse_number(s);
     }
-    default: raise(kTypeMismatch);
+    default:
+      raise(kTypeMismatch);
   }
 }
 
@@ -141,14 +161,22 @@ bool Variant::to_bool() const {
 
 std::string Variant::to_string() const {
   switch (type()) {
-    case VarType::Empty: return "";
-    case VarType::Null: raise(kInvalidUseOfNull);
-    case VarType::Boolean: return std::get<bool>(value_) ? "True" : "False";
-    case VarType::Integer: return std::to_string(std::get<int16_t>(value_));
-    case VarType::Long: return std::to_string(std::get<int32_t>(value_));
-    case VarType::Double: return double_to_text(std::get<double>(value_));
-    case VarType::String: return std::get<std::string>(value_);
-    default: raise(kTypeMismatch);
+    case VarType::Empty:
+      return "";
+    case VarType::Null:
+      raise(kInvalidUseOfNull);
+    case VarType::Boolean:
+      return std::get<bool>(value_) ? "True" : "False";
+    case VarType::Integer:
+      return std::to_string(std::get<int16_t>(value_));
+    case VarType::Long:
+      return std::to_string(std::get<int32_t>(value_));
+    case VarType::Double:
+      return double_to_text(std::get<double>(value_));
+    case VarType::String:
+      return std::get<std::string>(value_);
+    default:
+      raise(kTypeMismatch);
   }
 }
 
@@ -169,14 +197,20 @@ std::shared_ptr<VariantArray> Variant::to_array() const {
 
 bool Variant::equals_number(double n) const {
   switch (type()) {
-    case VarType::Empty: return n == 0;
-    case VarType::Null: return false;
-    case VarType::String: return parse_number(std::get<std::string>(value_)) == n;
-    default: return to_double() == n;
+    case VarType::Empty:
+      return n == 0;
+    case VarType::Null:
+      return false;
+    case VarType::String:
+      return parse_number(std::get<std::string>(value_)) == n;
+    default:
+      return to_double() == n;
   }
 }
 
-void Variant::throw_member_not_supported() { raise(kMemberNotSupported); }
+void Variant::throw_member_not_supported() {
+  raise(kMemberNotSupported);
+}
 
 VariantArray::VariantArray(std::vector<std::pair<long, long>> bounds) : bounds_(std::move(bounds)) {
   if (bounds_.empty() || bounds_.size() > 2) raise(kInvalidProcedureCall);
@@ -290,12 +324,14 @@ std::string format_digits(const Variant& value, std::string_view pattern) {
   double v;
   switch (value.type()) {
     case VarType::Empty:
-    case VarType::Null: return "";
+    case VarType::Null:
+      return "";
     case VarType::String:
       if (!looks_numeric(value.to_string())) return value.to_string();
       v = parse_number(value.to_string());
       break;
-    default: v = value.to_double();
+    default:
+      v = value.to_double();
   }
   // Format rounds halves away from zero, unlike the integer conversions.
   double r = std::round(v);

@@ -18,17 +18,23 @@ using automation::Variant;
 namespace {
 
 constexpr const char* kClass = "clsAbbinamentoTasti";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
-long department(const Variant& v) { return v.to_int32(); }
+long department(const Variant& v) {
+  return v.to_int32();
+}
 
 // 2 ^ (line - 1) as the host computes it (a Double: line 0 gives 0.5).
-double line_mask(int line) { return std::pow(2.0, line - 1); }
+double line_mask(int line) {
+  return std::pow(2.0, line - 1);
+}
 
 std::string default_message(long key, long dept) {
   std::string k = std::to_string(key);
-  return std::string(fmt::kMessageOpen) + std::string(fmt::kId) + k + std::string(fmt::kTip) +
-         "0" + std::string(fmt::kRep) + std::to_string(dept) + std::string(fmt::kVal) + k +
+  return std::string(fmt::kMessageOpen) + std::string(fmt::kId) + k + std::string(fmt::kTip) + "0" +
+         std::string(fmt::kRep) + std::to_string(dept) + std::string(fmt::kVal) + k +
          std::string(fmt::kMessageClose);
 }
 
@@ -70,13 +76,12 @@ std::string clsAbbinamentoTasti::m_strGroupByBlockNumber(long key) {
       Variant key, value;
       int mode = 0;
     } slots[fmt::kKeysPerBlock + 1];
-    auto rs = db().p_TASTIERA_PLU_objRetrieveBlockValues(
-        department(dept_), key, modUtility::p_lngNumericValue(scale_));
+    auto rs = db().p_TASTIERA_PLU_objRetrieveBlockValues(department(dept_), key,
+                                                         modUtility::p_lngNumericValue(scale_));
     int most = 0;
     for (; !rs->Eof(); rs->MoveNext()) {
-      std::string flags = rs->Fields("TP_FLAGTRASM").is_null()
-                              ? ""
-                              : rs->Fields("TP_FLAGTRASM").to_string();
+      std::string flags =
+          rs->Fields("TP_FLAGTRASM").is_null() ? "" : rs->Fields("TP_FLAGTRASM").to_string();
       int ones = modUtility::p_intCountCharacter(flags, "1");
       if (ones > most) {
         most = ones;
@@ -131,8 +136,8 @@ clsAbbinamentoTasti::Row clsAbbinamentoTasti::m_selectRow(long* key) {
     long g = global_rs_->Fields("TP_KEY").to_int32();
     *key = g;
     rs = db().p_objRetrieveGenericRecordset(
-        "select * from TASTIERA_PLU where TP_BNC = " + std::to_string(dept) + " and TP_KEY = " +
-        std::to_string(g) + " and (int(TP_LINES/" +
+        "select * from TASTIERA_PLU where TP_BNC = " + std::to_string(dept) +
+        " and TP_KEY = " + std::to_string(g) + " and (int(TP_LINES/" +
         automation::double_to_text(line_mask(line_)) + ")) mod 2 <> 0");
     if (rs->Eof()) return {false, g, "", "", false};
     key_ = std::to_string(g);
@@ -181,10 +186,9 @@ std::string clsAbbinamentoTasti::p_strProtocolO20() {
       result = record_2000(k, std::string(fmt::kPluMode2000), Variant(static_cast<long>(k)));
       return;
     }
-    result = record_2000(r.key,
-                         std::string(r.mode == fmt::kPluMode ? fmt::kPluMode2000
-                                                             : fmt::kOtherMode2000),
-                         Variant(r.value));
+    result = record_2000(
+        r.key, std::string(r.mode == fmt::kPluMode ? fmt::kPluMode2000 : fmt::kOtherMode2000),
+        Variant(r.value));
   });
   return result;
 }
@@ -238,10 +242,10 @@ void clsAbbinamentoTasti::m_reset_single(int32_t& lngLine, bool o50) {
   std::string merged = o50 ? p_strFlagTrasm50() : p_strFlagTrasm20();
   if (merged.empty()) return;
   flags::clear_line(merged, lngLine);
-  db().p_GENERIC_ExecuteQuery("update TASTIERA_PLU set TP_FLAGTRASM= '" + merged +
-                              "' where TP_BNC= " + std::to_string(department(dept_)) +
-                              " and TP_KEY= " +
-                              std::to_string(modUtility::p_lngNumericValue(key_)));
+  db().p_GENERIC_ExecuteQuery(
+      "update TASTIERA_PLU set TP_FLAGTRASM= '" + merged +
+      "' where TP_BNC= " + std::to_string(department(dept_)) +
+      " and TP_KEY= " + std::to_string(modUtility::p_lngNumericValue(key_)));
 }
 
 void clsAbbinamentoTasti::p_ResetFlagTrasm50(int32_t& lngLine) {

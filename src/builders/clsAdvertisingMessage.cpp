@@ -15,9 +15,13 @@ namespace {
 
 constexpr const char* kClass = "clsAdvertisingMessage";
 constexpr char kQuote = '"';
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
-std::string quoted(const std::string& v) { return kQuote + v + kQuote; }
+std::string quoted(const std::string& v) {
+  return kQuote + v + kQuote;
+}
 
 // A Null field joins as "" (the host's & does the same).
 std::string field(const automation::Recordset& rs, const char* column) {
@@ -62,8 +66,8 @@ std::string clsAdvertisingMessage::m_strProtocolO50() {
       list_ = db().p_ADVERTISING_objRetrieveById(counter_, id_);
     }
     const auto& rec = *list_;
-    std::string head = "<MSG OPE=NEW TYP=MSG ID=" + quoted(std::to_string(id_)) + " SOR=" +
-                       quoted("2");
+    std::string head =
+        "<MSG OPE=NEW TYP=MSG ID=" + quoted(std::to_string(id_)) + " SOR=" + quoted("2");
     if (rec.Eof()) {
       result = head + " TIP=0";
       for (const char* a : {" NOM=", " SEC=", " RIP=", " VEL="}) result += a + quoted("");

@@ -15,7 +15,9 @@ namespace fmt = barcode_format;
 namespace {
 
 constexpr const char* kClass = "clsBarCode";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
 std::vector<std::string> split(const std::string& s, char sep) {
   std::vector<std::string> parts;
@@ -71,8 +73,10 @@ void clsBarCode::p_MoveFirst() {
 void clsBarCode::p_MoveNext() {
   trap(label("p_MoveNext"), [&] {
     ++cursor_;
-    if (cursor_ < static_cast<int16_t>(forms_.size()) - 1) form_ = forms_[cursor_];
-    else eof_ = true;
+    if (cursor_ < static_cast<int16_t>(forms_.size()) - 1)
+      form_ = forms_[cursor_];
+    else
+      eof_ = true;
   });
 }
 

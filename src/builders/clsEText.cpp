@@ -9,7 +9,9 @@ using automation::Variant;
 
 namespace {
 constexpr const char* kClass = "clsEText";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 }  // namespace
 
 void clsEText::InitializeGlobal() {
@@ -27,8 +29,8 @@ Variant clsEText::Protocol() {
     list_->AbsolutePosition(cursor_);
     int16_t id = list_->Fields("Id").to_int16();
     auto rows = db().p_ETEXT_objRetrieveRowsById(id, 0, counter_);
-    std::string msg = "<MSG TYP=TXT2 OPE=NEW ID=" + std::to_string(id) + " REP=" +
-                      std::to_string(counter_);
+    std::string msg =
+        "<MSG TYP=TXT2 OPE=NEW ID=" + std::to_string(id) + " REP=" + std::to_string(counter_);
     // Row texts are not escaped: a double quote in a text breaks its attribute, as accepted.
     for (; !rows->Eof(); rows->MoveNext()) {
       Variant d = rows->Fields("Descr");

@@ -17,7 +17,9 @@ automation::Recordset& kept(const automation::RecordsetPtr& rs) {
 }
 }  // namespace
 
-clsIva::clsIva() { open_database(); }
+clsIva::clsIva() {
+  open_database();
+}
 
 std::string clsIva::query() const {
   // Every mode sends every rate: the condition is empty for "C", "G", "V" and the rest.
@@ -33,7 +35,9 @@ int16_t clsIva::RecordCount() const {
   return automation::Variant(kept(rs_).RecordCount()).to_int16();
 }
 
-void clsIva::CursorPosition(int16_t& v) { kept(rs_).AbsolutePosition(v); }
+void clsIva::CursorPosition(int16_t& v) {
+  kept(rs_).AbsolutePosition(v);
+}
 
 std::string clsIva::Protocol2000() {
   auto& rs = kept(rs_);

@@ -16,7 +16,9 @@ automation::Recordset& kept(const automation::RecordsetPtr& rs) {
 }
 }  // namespace
 
-clsTotals::clsTotals() { open_database(); }
+clsTotals::clsTotals() {
+  open_database();
+}
 
 std::string clsTotals::query() const {
   std::string w;
@@ -36,7 +38,9 @@ int16_t clsTotals::RecordCount() const {
   return automation::Variant(kept(rs_).RecordCount()).to_int16();
 }
 
-void clsTotals::CursorPosition(int16_t& v) { kept(rs_).AbsolutePosition(v); }
+void clsTotals::CursorPosition(int16_t& v) {
+  kept(rs_).AbsolutePosition(v);
+}
 
 std::string clsTotals::Protocol2000() {
   auto& rs = kept(rs_);

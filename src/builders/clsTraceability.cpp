@@ -22,7 +22,9 @@ namespace {
 
 constexpr const char* kClass = "clsTraceability";
 constexpr char kQuote = '"';
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
 // A Null column reads as "" (TRC_OPTIONAL and WCHARGED have their own defaults).
 std::string text(const Recordset& rs, const std::string& column) {
@@ -46,9 +48,13 @@ std::string formatted(const std::string& value, int width) {
 
 }  // namespace
 
-clsTraceability::clsTraceability() { run_creation_sequence(kClass, kStepsWithDatabase); }
+clsTraceability::clsTraceability() {
+  run_creation_sequence(kClass, kStepsWithDatabase);
+}
 
-int32_t clsTraceability::lot_number() const { return Variant(id_).to_int32(); }
+int32_t clsTraceability::lot_number() const {
+  return Variant(id_).to_int32();
+}
 
 std::string clsTraceability::FormattaCampo(std::string s, int16_t& iModo, int16_t& iLen) {
   return modHelpers::p_strFormattaCampo(s, iModo, iLen);
@@ -86,16 +92,15 @@ std::string clsTraceability::m_VELTA_strProtocol() {
     int32_t id = lot_number();
     RecordsetPtr rs = db().p_TRACEABILITY_objRetrieveRows(bnc_, Variant(id));
     if (rs->Eof()) {
-      host::event_log(host::kEventInformation,
-                      "Il lotto: " + id_ + " \xE8 risultato inesistente");
+      host::event_log(host::kEventInformation, "Il lotto: " + id_ + " \xE8 risultato inesistente");
       return;
     }
     std::string code = text(*rs, "TRC_ID_LOT");
     // No line break after the first tag: T2 follows on the same line.
     std::string block = "<T1 = " + std::string(1, kQuote) + code + kQuote + ">";
     if (description(*rs, 1) == fmt::kDeleteMarker) {
-      result = "<DELETE_ARC=TRACC><DEL=" + std::string(1, kQuote) + code + kQuote +
-               "><END_DELETE_ARC>";
+      result =
+          "<DELETE_ARC=TRACC><DEL=" + std::string(1, kQuote) + code + kQuote + "><END_DELETE_ARC>";
       return;
     }
     std::string key = code;
@@ -145,8 +150,8 @@ automation::StringArray clsTraceability::m_3000TOP_strProtocol() {
     if (pieces.size() >= 6 && body.size() > fmt::kTopFullPieces)
       pieces[5] += body.substr(body.size() - (fmt::kTopBodyCut - body.size()));
     for (int k = 0; k < fmt::kTopRecords; ++k)
-      records[k] = p + std::to_string(k) +
-                   (k < static_cast<int>(pieces.size()) ? pieces[k] : std::string());
+      records[k] =
+          p + std::to_string(k) + (k < static_cast<int>(pieces.size()) ? pieces[k] : std::string());
   });
   return records;
 }

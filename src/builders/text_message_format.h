@@ -16,10 +16,10 @@ struct Piece {
   std::size_t length;
 };
 // The four pieces of each associated text; MP1…M1C for text 1, MP2…M2C for text 2.
-inline constexpr Piece kText1[4] = {{" MP1=", 1, 70}, {" M1A=", 71, 70}, {" M1B=", 142, 70},
-                                    {" M1C=", 212, 40}};
-inline constexpr Piece kText2[4] = {{" MP2=", 1, 70}, {" M2A=", 71, 70}, {" M2B=", 142, 70},
-                                    {" M2C=", 212, 40}};
+inline constexpr Piece kText1[4] = {
+    {" MP1=", 1, 70}, {" M1A=", 71, 70}, {" M1B=", 142, 70}, {" M1C=", 212, 40}};
+inline constexpr Piece kText2[4] = {
+    {" MP2=", 1, 70}, {" M2A=", 71, 70}, {" M2B=", 142, 70}, {" M2C=", 212, 40}};
 inline constexpr int kAssociatedTexts = 2;
 
 }  // namespace qk::text_message_format

@@ -18,8 +18,7 @@ using config::to_xml;
 namespace {
 
 constexpr const char* kFileName = "Parameters.xml";
-constexpr const char* kScannerDescription =
-    "Impostazioni dello scanner per la lettura del barcode";
+constexpr const char* kScannerDescription = "Impostazioni dello scanner per la lettura del barcode";
 constexpr const char* kPersonalizationDescription =
     "Impostazioni personalizzate per il codice EAN128";
 
@@ -27,7 +26,9 @@ constexpr const char* kPersonalizationDescription =
 TrapLabel old_label(const char* procedure) {
   return {procedure, "clsConfiguration", "prjConfiguration"};
 }
-TrapLabel new_label(const char* procedure) { return {procedure, "clsConfigurationPrs", "QKConfig"}; }
+TrapLabel new_label(const char* procedure) {
+  return {procedure, "clsConfigurationPrs", "QKConfig"};
+}
 
 pugi::xml_node must(const pugi::xpath_node& n) {
   if (!n.node()) automation::raise(automation::kObjectNotSet);
@@ -221,11 +222,14 @@ void clsConfigurationPrs::SaveApplicationIdentifier(const std::string& strAI,
         for (pugi::xml_attribute a : found.attributes()) {
           std::string name = a.name();
           // An empty argument keeps the stored value; ONLYVALUES is always written.
-          if (name == "CONTENTS" && !strContents.empty()) a.set_value(to_xml(strContents).c_str());
-          else if (name == "FORMAT" && !strFormat.empty()) a.set_value(to_xml(strFormat).c_str());
+          if (name == "CONTENTS" && !strContents.empty())
+            a.set_value(to_xml(strContents).c_str());
+          else if (name == "FORMAT" && !strFormat.empty())
+            a.set_value(to_xml(strFormat).c_str());
           else if (name == "COUPLING" && !strCoupling.empty())
             a.set_value(to_xml(strCoupling).c_str());
-          else if (name == "ONLYVALUES") a.set_value(booOnlyValues ? "True" : "False");
+          else if (name == "ONLYVALUES")
+            a.set_value(booOnlyValues ? "True" : "False");
         }
       }
     } else {

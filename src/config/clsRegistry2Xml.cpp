@@ -23,7 +23,9 @@ constexpr const char* kFileName = "registry.xml";
 constexpr const char* kDiagnosticsFile = "languages.log";
 constexpr int kLastImportingVersion = 21226;
 
-TrapLabel label(const char* procedure) { return {procedure, kClass, kProject}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass, kProject};
+}
 
 // Runs body under the trap and, for the procedures that log, writes the failure to the event
 // log as "clsRegistry2Xml@<procedure> <details>".

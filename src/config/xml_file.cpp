@@ -76,7 +76,9 @@ std::string from_xml(const char* utf8) {
   return *r;
 }
 
-std::string to_xml(const std::string& text) { return cp1252_to_utf8(text); }
+std::string to_xml(const std::string& text) {
+  return cp1252_to_utf8(text);
+}
 
 pugi::xpath_node select_single(const pugi::xml_node& context, const std::string& query) {
   if (!context) return {};

@@ -31,8 +31,7 @@ class DbAccess : public automation::Object {
   virtual RecordsetPtr p_TASTIERA_PLU_objRetrieveAssociatedPlu(const Variant& bnc,
                                                                const Variant& key,
                                                                const Variant& scale) = 0;
-  virtual RecordsetPtr p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& bnc,
-                                                             const Variant& key,
+  virtual RecordsetPtr p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& bnc, const Variant& key,
                                                              const Variant& scale) = 0;
   virtual void p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Variant& key,
                                               const Variant& scale, const Variant& line,
@@ -48,8 +47,7 @@ class DbAccess : public automation::Object {
                                               const Variant& line, const Variant& flags) = 0;
   virtual RecordsetPtr p_ADVERTISING_objRetrieveGlobalData(const Variant& counter,
                                                            const Variant& a2) = 0;
-  virtual RecordsetPtr p_ADVERTISING_objRetrieveById(const Variant& counter,
-                                                     const Variant& id) = 0;
+  virtual RecordsetPtr p_ADVERTISING_objRetrieveById(const Variant& counter, const Variant& id) = 0;
   virtual void p_ADVERTISING_UpdateFlagTrasm(const Variant& counter, const Variant& id,
                                              const Variant& flags) = 0;
   virtual RecordsetPtr p_MESSAGES_objRetrieveAssociatedMessages(const Variant& counter,
@@ -98,8 +96,8 @@ class Logger : public automation::Object {
  public:
   virtual std::string Path() const = 0;
   virtual void WriteLog(int32_t level, const std::string& project, const std::string& module,
-                        const std::string& procedure, const std::string& description,
-                        int16_t flag, int32_t number) = 0;
+                        const std::string& procedure, const std::string& description, int16_t flag,
+                        int32_t number) = 0;
 };
 
 }  // namespace qk

@@ -26,8 +26,8 @@ void run_creation_sequence(const char* class_name, unsigned steps,
     if (steps & kStepReadSilent)
       g.booSilent = registry().GetSetting(kApplicationName, "Debug", "Silent", "Y") == "Y";
     if (steps & kStepReadPath) {
-      std::string path = registry().GetSetting(kApplicationName, "Appl", "Path",
-                                               component_folder());
+      std::string path =
+          registry().GetSetting(kApplicationName, "Appl", "Path", component_folder());
       g.strApplPath = with_trailing_separator(path);
     }
     if (steps & kStepOpenDatabase) open_database();
@@ -47,8 +47,7 @@ void m_LoadTranslations(const char* class_label) {
   trap({"m_LoadTranslations", class_label}, [&] {
     Globals& g = globals();
     g.objTranslate = automation::create_as<Translate>(kTranslateId);
-    std::string language = registry().GetSetting(kApplicationName, "Appl", "LanguageId",
-                                                 "LAN_ITA");
+    std::string language = registry().GetSetting(kApplicationName, "Appl", "LanguageId", "LAN_ITA");
     g.objTranslate->LangCode(language);
     g.objTranslate->ApplicationName("QK");
     g.objTranslate->ModuleName("MODUTILITY");

@@ -7,12 +7,12 @@ namespace qk {
 
 // Steps of the creation sequence, run in this order when selected.
 enum CreationStep : unsigned {
-  kStepCreateRegistry = 1u << 1,   // 1: new settings store into objRegistry
-  kStepReadSilent = 1u << 2,       // 2: "Debug"/"Silent" sets booSilent
-  kStepReadPath = 1u << 3,         // 3: "Appl"/"Path" into strApplPath, separator appended
-  kStepOpenDatabase = 1u << 4,     // 4: create the database object, Initialize "Archivi.mdb"
-  kStepExtra = 1u << 5,            // 5: the class's own extra step
-  kStepLoadTranslations = 1u << 6, // 6: m_LoadTranslations
+  kStepCreateRegistry = 1u << 1,    // 1: new settings store into objRegistry
+  kStepReadSilent = 1u << 2,        // 2: "Debug"/"Silent" sets booSilent
+  kStepReadPath = 1u << 3,          // 3: "Appl"/"Path" into strApplPath, separator appended
+  kStepOpenDatabase = 1u << 4,      // 4: create the database object, Initialize "Archivi.mdb"
+  kStepExtra = 1u << 5,             // 5: the class's own extra step
+  kStepLoadTranslations = 1u << 6,  // 6: m_LoadTranslations
 };
 
 inline constexpr unsigned kStepsWithDatabase =

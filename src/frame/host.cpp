@@ -71,8 +71,10 @@ void exit_process(unsigned exit_code) {
     std::lock_guard lock(callbacks().mutex);
     fn = callbacks().exit;
   }
-  if (fn) fn(exit_code);
-  else default_exit(exit_code);
+  if (fn)
+    fn(exit_code);
+  else
+    default_exit(exit_code);
 }
 
 void event_log(int type, const std::string& text) {
@@ -81,8 +83,10 @@ void event_log(int type, const std::string& text) {
     std::lock_guard lock(callbacks().mutex);
     fn = callbacks().log;
   }
-  if (fn) fn(type, text);
-  else default_log(type, text);
+  if (fn)
+    fn(type, text);
+  else
+    default_log(type, text);
 }
 
 }  // namespace qk::host

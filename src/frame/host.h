@@ -22,8 +22,8 @@ enum BoxAnswer : int { kAnswerOk = 1, kAnswerCancel = 2, kAnswerRetry = 4 };
 enum EventType : int { kEventError = 1, kEventWarning = 2, kEventInformation = 4 };
 
 // Texts are 8-bit strings as the component holds them; the defaults convert them for display.
-using MessageBoxFn = std::function<int(const std::string& text, const std::string& title,
-                                       int style)>;
+using MessageBoxFn =
+    std::function<int(const std::string& text, const std::string& title, int style)>;
 using ExitProcessFn = std::function<void(unsigned exit_code)>;
 using EventLogFn = std::function<void(int type, const std::string& text)>;
 

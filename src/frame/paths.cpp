@@ -27,9 +27,12 @@ std::string component_folder() {
 
 std::string per_user_setting(const std::string& section, const std::string& key) {
   std::string base;
-  if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x) base = x;
-  else if (const char* h = std::getenv("HOME"); h && *h) base = std::string(h) + "/.config";
-  else return "";
+  if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x)
+    base = x;
+  else if (const char* h = std::getenv("HOME"); h && *h)
+    base = std::string(h) + "/.config";
+  else
+    return "";
   std::ifstream in(base + "/varlen-system/settings.ini");
   std::string line, current;
   while (std::getline(in, line)) {

@@ -42,8 +42,7 @@ const std::string kEnglish[8] = {"Warning! The following error occurred:",
 std::string english_error_message(long number, const std::string& description,
                                   const std::string& project, const std::string& module,
                                   const std::string& procedure) {
-  return build_message(kEnglish, std::to_string(number), description, project, module,
-                       procedure);
+  return build_message(kEnglish, std::to_string(number), description, project, module, procedure);
 }
 
 void p_ReportError(automation::Variant& Number, automation::Variant& Description,
@@ -73,20 +72,20 @@ void p_ReportError(automation::Variant& Number, automation::Variant& Description
     std::string t[8];
     for (int i = 0; i < 8; ++i)
       step([&] {
-        t[i] = collection_item(g.colStrings, "p_STR_DYNAMICSTRING_" + std::to_string(510 + i) +
-                                                 "_0");
+        t[i] =
+            collection_item(g.colStrings, "p_STR_DYNAMICSTRING_" + std::to_string(510 + i) + "_0");
       });
     std::string message;
     step([&] {
-      message = build_message(t, Number.to_string(), Description.to_string(),
-                              Project.to_string(), Module.to_string(), Procedure.to_string());
+      message = build_message(t, Number.to_string(), Description.to_string(), Project.to_string(),
+                              Module.to_string(), Procedure.to_string());
     });
     step([&] { answer = host::message_box(message, "Error", host::kErrorBox); });
   }
   step([&] {
     if (g.objLogger && !g.objLogger->Path().empty())
-      g.objLogger->WriteLog(2, text(Project), text(Module), text(Procedure), text(Description),
-                            0, Number.to_int32());
+      g.objLogger->WriteLog(2, text(Project), text(Module), text(Procedure), text(Description), 0,
+                            Number.to_int32());
   });
   if (fallback && !g.booSilent) {
     std::string number = text(Number);

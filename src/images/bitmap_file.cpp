@@ -48,7 +48,8 @@ std::string encode_pbm(const Picture& p) {
   for (const auto& r : p.rows) {
     std::string row((static_cast<std::size_t>(p.width) + 7) / 8, '\0');
     for (int x = 0; x < p.width; ++x)
-      if (r[static_cast<std::size_t>(x)]) row[static_cast<std::size_t>(x / 8)] |= static_cast<char>(0x80 >> (x % 8));
+      if (r[static_cast<std::size_t>(x)])
+        row[static_cast<std::size_t>(x / 8)] |= static_cast<char>(0x80 >> (x % 8));
     s += row;
   }
   return s;

@@ -1,8 +1,8 @@
 #include "images/bitmap_reader.h"
 
+#include <filesystem>
 #include <fstream>
 #include <system_error>
-#include <filesystem>
 
 #include "automation/error.h"
 #include "automation/variant.h"
@@ -47,7 +47,9 @@ int32_t m_lngBinary2Long(const std::string& bytes, const char* class_name) {
 }
 
 namespace {
-void notice(const char* text) { host::message_box(text, "", host::kNoticeBox); }
+void notice(const char* text) {
+  host::message_box(text, "", host::kNoticeBox);
+}
 }  // namespace
 
 bool m_booScanBitmapHeader(ByteStream& stream, int32_t expected_size, HeaderScan& out,
@@ -73,8 +75,10 @@ bool m_booScanBitmapHeader(ByteStream& stream, int32_t expected_size, HeaderScan
     }
     int64_t pixels = static_cast<int64_t>(out.width) * height;
     if (pixels > INT32_MAX || pixels < INT32_MIN) automation::raise(automation::kOverflow);
-    if (pixels <= kMaxPixels) accepted = true;
-    else notice(kTooLarge);
+    if (pixels <= kMaxPixels)
+      accepted = true;
+    else
+      notice(kTooLarge);
   });
   return accepted;
 }

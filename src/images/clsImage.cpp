@@ -13,9 +13,13 @@ namespace fmt = scale_image_format;
 namespace {
 
 constexpr const char* kClass = "clsImage";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
-bool is_group(unsigned char v) { return v == fmt::kGroupBytes[0] || v == fmt::kGroupBytes[1]; }
+bool is_group(unsigned char v) {
+  return v == fmt::kGroupBytes[0] || v == fmt::kGroupBytes[1];
+}
 
 // m_strSplitString of this class: chunks of n, index 1 upwards; a chunk that would end on a
 // group byte (a run marker whose count falls into the next chunk) is one byte shorter.
@@ -40,7 +44,9 @@ std::string spaces_to(const std::string& s, int width) {
 
 }  // namespace
 
-clsImage::clsImage() { run_creation_sequence(kClass, kStepsWithDatabase); }
+clsImage::clsImage() {
+  run_creation_sequence(kClass, kStepsWithDatabase);
+}
 
 void clsImage::m_CompressionEngine(unsigned char v, bool first, bool last) {
   if (first) {
@@ -143,8 +149,8 @@ automation::StringArray clsImage::p_strProtocol() {
         records.reserve(chunks.size() + 1);
         records.push_back(head + spaces_to(description_, fmt::kDescriptionWidth) + from_ + to_);
         for (long i = 1; i <= static_cast<long>(chunks.size()); ++i) {
-          std::string q = i < 100 ? automation::format_digits(i, 2)
-                                  : std::to_string(fmt::kLastSequence);
+          std::string q =
+              i < 100 ? automation::format_digits(i, 2) : std::to_string(fmt::kLastSequence);
           records.push_back(h + k + q + chunks[i]);
         }
         result = automation::StringArray(std::move(records));

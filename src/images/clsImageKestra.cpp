@@ -12,10 +12,14 @@ namespace fmt = kestra_printer_format;
 
 namespace {
 constexpr const char* kClass = "clsImageKestra";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 }  // namespace
 
-clsImageKestra::clsImageKestra() { run_creation_sequence(kClass, kStepsWithDatabase); }
+clsImageKestra::clsImageKestra() {
+  run_creation_sequence(kClass, kStepsWithDatabase);
+}
 
 automation::StringArray clsImageKestra::m_strBitmap(const std::string& path) {
   automation::StringArray result;
@@ -51,8 +55,8 @@ automation::StringArray clsImageKestra::p_strProtocol() {
   automation::StringArray result;
   trap(label("Get p_strProtocol"), [&] {
     automation::StringArray rows = m_strBitmap(path_);
-    std::string h = numeric_record::header(numeric_record::kImage) +
-                    automation::format_digits(key_, "00");
+    std::string h =
+        numeric_record::header(numeric_record::kImage) + automation::format_digits(key_, "00");
     long lo = rows.lower_bound(), hi = rows.upper_bound();  // error 9 when refused
     std::vector<std::string> records;
     records.reserve(rows.size() + 1);

@@ -11,10 +11,14 @@ namespace fmt = kestra_printer_format;
 
 namespace {
 constexpr const char* kClass = "clsPrinterImage";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 }  // namespace
 
-clsPrinterImage::clsPrinterImage() { run_creation_sequence(kClass, kStepLoadTranslations); }
+clsPrinterImage::clsPrinterImage() {
+  run_creation_sequence(kClass, kStepLoadTranslations);
+}
 
 int32_t clsPrinterImage::m_strCalculateChecksum(const std::string& frame) {
   int32_t sum = 0;

@@ -68,8 +68,8 @@ Picture decode_scale_records(const std::vector<std::string>& records) {
     }
   }
   if (stream.size() < 3) bad("the data is shorter than its prefix");
-  std::size_t length = static_cast<unsigned char>(stream[0]) * 256u +
-                       static_cast<unsigned char>(stream[1]);
+  std::size_t length =
+      static_cast<unsigned char>(stream[0]) * 256u + static_cast<unsigned char>(stream[1]);
   std::size_t r = static_cast<unsigned char>(stream[2]);
   std::string bytes = decompress_scale_stream(stream.substr(3));
   if (bytes.size() != length)
@@ -105,7 +105,8 @@ Picture decode_printer_frames(const std::vector<std::string>& frames, int width)
   std::string data;
   for (std::size_t k = 0; k < frames.size(); ++k) {
     const std::string& f = frames[k];
-    if (f.size() != fmt::kFrameLength + 2) bad("frame " + std::to_string(k + 1) + " is not 1026 bytes");
+    if (f.size() != fmt::kFrameLength + 2)
+      bad("frame " + std::to_string(k + 1) + " is not 1026 bytes");
     unsigned sum = 0;
     for (std::size_t i = 0; i < fmt::kFrameLength; ++i) sum += static_cast<unsigned char>(f[i]);
     sum %= 65536;

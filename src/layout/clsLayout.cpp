@@ -25,27 +25,34 @@ using automation::Variant;
 namespace {
 
 constexpr const char* kClass = "clsLayout";
-TrapLabel label(const char* procedure) { return {procedure, kClass}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, kClass};
+}
 
-std::string text_of(const Variant& v) { return v.is_null() ? "" : v.to_string(); }
+std::string text_of(const Variant& v) {
+  return v.is_null() ? "" : v.to_string();
+}
 
 // A number as the archive writes it: a decimal comma is taken as a point.
 double number(const std::string& s) {
   return Variant(modUtility::p_strCommaToPeriod(s)).to_double();
 }
-int32_t rounded(const std::string& s) { return automation::double_to_int32(number(s)); }
+int32_t rounded(const std::string& s) {
+  return automation::double_to_int32(number(s));
+}
 int32_t dots(const std::string& s) {
   return automation::double_to_int32(number(s) * fmt::kDotsPerMillimetre);
 }
-int32_t hex(const std::string& s) { return Variant("&H" + s).to_int32(); }
+int32_t hex(const std::string& s) {
+  return Variant("&H" + s).to_int32();
+}
 int32_t add(int64_t a, int64_t b) {
   int64_t r = a + b;
   if (r < INT32_MIN || r > INT32_MAX) automation::raise(automation::kOverflow);
   return static_cast<int32_t>(r);
 }
 int32_t object_id(int32_t layout, const std::string& field) {
-  return add(static_cast<int64_t>(layout) * fmt::kObjectsPerLayout,
-             Variant(field).to_int32());
+  return add(static_cast<int64_t>(layout) * fmt::kObjectsPerLayout, Variant(field).to_int32());
 }
 std::string digits(const Variant& v, int n) {
   return automation::format_digits(v, std::string(static_cast<std::size_t>(n), '0'));
@@ -154,17 +161,26 @@ std::string clsLayout::ticket(bool series5000) {
   walk(*layout_, fmt::kTicket, [&](Recordset& props) {
     each_property(props, [&](int id, const std::string& v) {
       switch (id) {
-        case 1: height = v; break;
-        case 2: code = v; break;
-        case 5: width = v; break;
-        case 6: origin_x_ = dots(v); break;
-        case 7: origin_y_ = dots(v); break;
+        case 1:
+          height = v;
+          break;
+        case 2:
+          code = v;
+          break;
+        case 5:
+          width = v;
+          break;
+        case 6:
+          origin_x_ = dots(v);
+          break;
+        case 7:
+          origin_y_ = dots(v);
+          break;
       }
     });
   });
   if (series5000)
-    return std::string(fmt::kMessageOpen) +
-           attr("ID", std::to_string(object_id(ticket_, "0"))) +
+    return std::string(fmt::kMessageOpen) + attr("ID", std::to_string(object_id(ticket_, "0"))) +
            attr("DIX", std::to_string(dots(width))) + attr("DIY", std::to_string(dots(height))) +
            std::string(fmt::kMessageClose);
   return m_strHeader() + "00" + digits(dots(width), 3) + digits(dots(height), 4) +
@@ -193,19 +209,45 @@ StringArray clsLayout::m_strText() {
     walk(*layout_, fmt::kText, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 1: p1 = v; break;
-          case 2: p2 = v; break;
-          case 3: flags = hex(v); break;
-          case 4: p4 = number(v); break;
-          case 5: font = Variant(layout::m_RetrieveFontId(v)).to_int32(); break;
-          case 7: x = dots(v); break;
-          case 8: p8 = rounded(v); break;
-          case 9: p9 = v; break;
-          case 10: p10 = number(v); break;
-          case 11: y = dots(v); break;
-          case 13: zoom13 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
-          case 14: zoom14 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
+          case 0:
+            p0 = v;
+            break;
+          case 1:
+            p1 = v;
+            break;
+          case 2:
+            p2 = v;
+            break;
+          case 3:
+            flags = hex(v);
+            break;
+          case 4:
+            p4 = number(v);
+            break;
+          case 5:
+            font = Variant(layout::m_RetrieveFontId(v)).to_int32();
+            break;
+          case 7:
+            x = dots(v);
+            break;
+          case 8:
+            p8 = rounded(v);
+            break;
+          case 9:
+            p9 = v;
+            break;
+          case 10:
+            p10 = number(v);
+            break;
+          case 11:
+            y = dots(v);
+            break;
+          case 13:
+            zoom13 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
+          case 14:
+            zoom14 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
         }
       });
       if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
@@ -228,23 +270,44 @@ StringArray clsLayout::m_strBarcode() {
     walk(*layout_, fmt::kBarcode, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 2: type = rounded(v); break;
-          case 3: p3 = v; break;
-          case 4: flags = hex(v); break;
-          case 6: x = dots(v); break;
-          case 7: p7 = rounded(v); break;
-          case 8: p8 = v; break;
-          case 9: y = dots(v); break;
-          case 11: zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
-          case 12: zoom12 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
-          case 15: p15 = number(v); break;
+          case 0:
+            p0 = v;
+            break;
+          case 2:
+            type = rounded(v);
+            break;
+          case 3:
+            p3 = v;
+            break;
+          case 4:
+            flags = hex(v);
+            break;
+          case 6:
+            x = dots(v);
+            break;
+          case 7:
+            p7 = rounded(v);
+            break;
+          case 8:
+            p8 = v;
+            break;
+          case 9:
+            y = dots(v);
+            break;
+          case 11:
+            zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
+          case 12:
+            zoom12 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
+          case 15:
+            p15 = number(v);
+            break;
         }
       });
       if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
-      std::string element = type == fmt::kBarcodeType26
-                                ? std::string(fmt::kBarcodeType26Element)
-                                : digits(p15 + fmt::kBarcodeElementBase, 3);
+      std::string element = type == fmt::kBarcodeType26 ? std::string(fmt::kBarcodeType26Element)
+                                                        : digits(p15 + fmt::kBarcodeElementBase, 3);
       append(result, m_strHeader() + digits(Variant(p0), 2) + digits(flags, 3) + element +
                          digits(add(x, origin_x_), 3) + digits(add(y, origin_y_), 4) +
                          digits(type, 2) + digits(Variant(p3), 3) + std::to_string(zoom12) +
@@ -263,15 +326,33 @@ StringArray clsLayout::m_strLogo() {
     walk(*layout_, fmt::kLogo, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 2: flags = hex(v); break;
-          case 4: x = dots(v); break;
-          case 5: image = number(v); break;
-          case 6: p6 = rounded(v); break;
-          case 7: p7 = v; break;
-          case 8: y = dots(v); break;
-          case 10: zoom10 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
-          case 11: zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32(); break;
+          case 0:
+            p0 = v;
+            break;
+          case 2:
+            flags = hex(v);
+            break;
+          case 4:
+            x = dots(v);
+            break;
+          case 5:
+            image = number(v);
+            break;
+          case 6:
+            p6 = rounded(v);
+            break;
+          case 7:
+            p7 = v;
+            break;
+          case 8:
+            y = dots(v);
+            break;
+          case 10:
+            zoom10 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
+          case 11:
+            zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+            break;
         }
       });
       if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
@@ -295,19 +376,45 @@ StringArray clsLayout::m_strTextOrva5000() {
     walk(*layout_, fmt::kText, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 1: p1 = v; break;
-          case 2: p2 = v; break;
-          case 3: flags = hex(v); break;
-          case 4: p4 = v; break;
-          case 5: font = layout::m_RetrieveFontId(v); break;
-          case 7: x = dots(v); break;
-          case 8: p8 = rounded(v); break;
-          case 9: p9 = v; break;
-          case 10: p10 = v; break;
-          case 11: y = dots(v); break;
-          case 13: zoom13 = layout::m_RetrieveZoomId(v); break;
-          case 14: zoom14 = layout::m_RetrieveZoomId(v); break;
+          case 0:
+            p0 = v;
+            break;
+          case 1:
+            p1 = v;
+            break;
+          case 2:
+            p2 = v;
+            break;
+          case 3:
+            flags = hex(v);
+            break;
+          case 4:
+            p4 = v;
+            break;
+          case 5:
+            font = layout::m_RetrieveFontId(v);
+            break;
+          case 7:
+            x = dots(v);
+            break;
+          case 8:
+            p8 = rounded(v);
+            break;
+          case 9:
+            p9 = v;
+            break;
+          case 10:
+            p10 = v;
+            break;
+          case 11:
+            y = dots(v);
+            break;
+          case 13:
+            zoom13 = layout::m_RetrieveZoomId(v);
+            break;
+          case 14:
+            zoom14 = layout::m_RetrieveZoomId(v);
+            break;
         }
       });
       std::string data_type = p4, field_value = p10;
@@ -328,15 +435,15 @@ StringArray clsLayout::m_strTextOrva5000() {
         field_value = std::to_string(add(Variant(p10).to_int32(), fmt::kDataTypeBase));
       int32_t tca = Variant(font).to_int32();
       if (tca < fmt::kFontShiftBelow) tca += 1;
-      append(result,
-             std::string(fmt::kMessageOpen) + attr("ID", std::to_string(object_id(ticket_, p0))) +
-                 attr("TCA", std::to_string(tca)) + attr("TDA", data_type) +
-                 attr("NRG", field_value) + attr("COX", std::to_string(add(x, origin_x_))) +
-                 attr("COY", std::to_string(add(y, origin_y_))) +
-                 attr("ESX", std::to_string(Variant(zoom14).to_int32())) +
-                 attr("ESY", std::to_string(Variant(zoom13).to_int32())) + attr("DIR", p9) +
-                 attr("ALL", p1) + attr("NRC", p2) + flag_attributes(flags) +
-                 std::string(fmt::kMessageClose));
+      append(result, std::string(fmt::kMessageOpen) +
+                         attr("ID", std::to_string(object_id(ticket_, p0))) +
+                         attr("TCA", std::to_string(tca)) + attr("TDA", data_type) +
+                         attr("NRG", field_value) + attr("COX", std::to_string(add(x, origin_x_))) +
+                         attr("COY", std::to_string(add(y, origin_y_))) +
+                         attr("ESX", std::to_string(Variant(zoom14).to_int32())) +
+                         attr("ESY", std::to_string(Variant(zoom13).to_int32())) + attr("DIR", p9) +
+                         attr("ALL", p1) + attr("NRC", p2) + flag_attributes(flags) +
+                         std::string(fmt::kMessageClose));
     });
   });
   return result;
@@ -351,29 +458,54 @@ StringArray clsLayout::m_strBarcodeOrva5000() {
     walk(*layout_, fmt::kBarcode, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 1: p1 = v; break;
-          case 2: type = rounded(v); break;
-          case 3: p3 = v; break;
-          case 4: flags = hex(v); break;
-          case 6: x = dots(v); break;
-          case 7: p7 = rounded(v); break;
-          case 8: p8 = v; break;
-          case 9: y = dots(v); break;
-          case 11: zoom11 = layout::m_RetrieveZoomId(v); break;
-          case 12: zoom12 = layout::m_RetrieveZoomId(v); break;
-          case 15: p15 = v; break;
+          case 0:
+            p0 = v;
+            break;
+          case 1:
+            p1 = v;
+            break;
+          case 2:
+            type = rounded(v);
+            break;
+          case 3:
+            p3 = v;
+            break;
+          case 4:
+            flags = hex(v);
+            break;
+          case 6:
+            x = dots(v);
+            break;
+          case 7:
+            p7 = rounded(v);
+            break;
+          case 8:
+            p8 = v;
+            break;
+          case 9:
+            y = dots(v);
+            break;
+          case 11:
+            zoom11 = layout::m_RetrieveZoomId(v);
+            break;
+          case 12:
+            zoom12 = layout::m_RetrieveZoomId(v);
+            break;
+          case 15:
+            p15 = v;
+            break;
         }
       });
-      append(result,
-             std::string(fmt::kMessageOpen) + attr("ID", std::to_string(object_id(ticket_, p0))) +
-                 attr("TCA", std::to_string(type)) + attr("TDA", std::string(fmt::kBarcodeDataType)) +
-                 attr("COX", std::to_string(add(x, origin_x_))) +
-                 attr("COY", std::to_string(add(y, origin_y_))) + attr("NRG", p15) +
-                 attr("ESX", std::to_string(Variant(zoom12).to_int32())) +
-                 attr("ESY", std::to_string(Variant(zoom11).to_int32())) + attr("DIR", p8) +
-                 attr("ALL", p1) + attr("NRC", p3) + flag_attributes(flags) +
-                 std::string(fmt::kMessageClose));
+      append(result, std::string(fmt::kMessageOpen) +
+                         attr("ID", std::to_string(object_id(ticket_, p0))) +
+                         attr("TCA", std::to_string(type)) +
+                         attr("TDA", std::string(fmt::kBarcodeDataType)) +
+                         attr("COX", std::to_string(add(x, origin_x_))) +
+                         attr("COY", std::to_string(add(y, origin_y_))) + attr("NRG", p15) +
+                         attr("ESX", std::to_string(Variant(zoom12).to_int32())) +
+                         attr("ESY", std::to_string(Variant(zoom11).to_int32())) + attr("DIR", p8) +
+                         attr("ALL", p1) + attr("NRC", p3) + flag_attributes(flags) +
+                         std::string(fmt::kMessageClose));
     });
   });
   return result;
@@ -389,16 +521,36 @@ StringArray clsLayout::m_strLogoOrva5000() {
     walk(*layout_, fmt::kLogo, [&](Recordset& props) {
       each_property(props, [&](int id, const std::string& v) {
         switch (id) {
-          case 0: p0 = v; break;
-          case 2: flags = hex(v); break;
-          case 4: x = dots(v); break;
-          case 5: p5 = v; break;
-          case 6: p6 = rounded(v); break;
-          case 7: p7 = v; break;
-          case 8: y = dots(v); break;
-          case 10: zoom10 = layout::m_RetrieveZoomId(v); break;
-          case 11: zoom11 = layout::m_RetrieveZoomId(v); break;
-          case 14: p14 = Variant(v).to_int16(); break;
+          case 0:
+            p0 = v;
+            break;
+          case 2:
+            flags = hex(v);
+            break;
+          case 4:
+            x = dots(v);
+            break;
+          case 5:
+            p5 = v;
+            break;
+          case 6:
+            p6 = rounded(v);
+            break;
+          case 7:
+            p7 = v;
+            break;
+          case 8:
+            y = dots(v);
+            break;
+          case 10:
+            zoom10 = layout::m_RetrieveZoomId(v);
+            break;
+          case 11:
+            zoom11 = layout::m_RetrieveZoomId(v);
+            break;
+          case 14:
+            p14 = Variant(v).to_int16();
+            break;
         }
       });
       int32_t image = Variant(p5).to_int32();
@@ -410,8 +562,8 @@ StringArray clsLayout::m_strLogoOrva5000() {
                          attr("TDA", "") + attr("COX", std::to_string(add(x, origin_x_))) +
                          attr("COY", std::to_string(add(y, origin_y_))) +
                          attr("ESX", std::to_string(Variant(zoom11).to_int32())) +
-                         attr("ESY", std::to_string(Variant(zoom10).to_int32())) +
-                         attr("DIR", p7) + attr("NRC", "") + flag_attributes(flags) +
+                         attr("ESY", std::to_string(Variant(zoom10).to_int32())) + attr("DIR", p7) +
+                         attr("NRC", "") + flag_attributes(flags) +
                          std::string(fmt::kMessageClose));
     });
   });
@@ -421,9 +573,8 @@ StringArray clsLayout::m_strLogoOrva5000() {
 bool clsLayout::p_booRetrieveData() {
   bool done = false;
   trap(label("p_booRetrieveData"), [&] {
-    std::string t50 = std::string(fmt::kDeleteOpen) +
-                      std::to_string(object_id(ticket_, "0")) + std::string(fmt::kDeleteClose) +
-                      std::string(fmt::kSeparator);
+    std::string t50 = std::string(fmt::kDeleteOpen) + std::to_string(object_id(ticket_, "0")) +
+                      std::string(fmt::kDeleteClose) + std::string(fmt::kSeparator);
     layout_ = db().p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(bnc_, ticket_);
     if (layout_->Eof()) return;  // the previous arrays stay
     // The ticket builders run first: they set the origins the objects are placed from.
@@ -461,8 +612,7 @@ std::string clsLayout::p_strMakeReceiveRequest(const std::string& strLayoutNumbe
 }
 
 void clsLayout::p_ParseReceivedMessage(const std::string&) {
-  trap(label("p_ParseReceivedMessage"),
-       [] { automation::raise(automation::kMemberNotSupported); });
+  trap(label("p_ParseReceivedMessage"), [] { automation::raise(automation::kMemberNotSupported); });
 }
 
 void clsLayout::p_ParseReceivedMessageO50(const std::string&) {

@@ -9,10 +9,14 @@ namespace qk::layout {
 using automation::Variant;
 
 namespace {
-TrapLabel label(const char* procedure) { return {procedure, "clsLayout"}; }
+TrapLabel label(const char* procedure) {
+  return {procedure, "clsLayout"};
+}
 
 // The host's Mod: both operands as 32-bit integers, the sign of the dividend.
-int32_t mod(int32_t a, int32_t b) { return a % b; }
+int32_t mod(int32_t a, int32_t b) {
+  return a % b;
+}
 
 double id_number(const pugi::xml_node& value) {
   return Variant(config::from_xml(value.child("ID").text().get())).to_double();
@@ -23,8 +27,8 @@ pugi::xml_node m_varFindValue(const pugi::xml_document& doc, const std::string& 
                               const std::string& key, const std::string& number) {
   pugi::xml_node result;
   trap(label("m_varFindValue"), [&] {
-    result = config::select_single(doc, "PROPERTIES/" + kind + "/PROPERTY[" + key + "='" +
-                                            number + "']/POSSIBLE_VALUES/VALUE")
+    result = config::select_single(doc, "PROPERTIES/" + kind + "/PROPERTY[" + key + "='" + number +
+                                            "']/POSSIBLE_VALUES/VALUE")
                  .node();
   });
   return result;
@@ -32,17 +36,15 @@ pugi::xml_node m_varFindValue(const pugi::xml_document& doc, const std::string& 
 
 std::string m_RetrieveFontId(const std::string& identifier) {
   std::string result;
-  trap(label("m_RetrieveFontId"), [&] {
-    result = std::to_string(mod(mod(Variant(identifier).to_int32(), 1000000), 1000));
-  });
+  trap(label("m_RetrieveFontId"),
+       [&] { result = std::to_string(mod(mod(Variant(identifier).to_int32(), 1000000), 1000)); });
   return result;
 }
 
 std::string m_RetrieveZoomId(const std::string& identifier) {
   std::string result;
-  trap(label("m_RetrieveZoomId"), [&] {
-    result = std::to_string(mod(Variant(identifier).to_int32(), 1000) + 1);
-  });
+  trap(label("m_RetrieveZoomId"),
+       [&] { result = std::to_string(mod(Variant(identifier).to_int32(), 1000) + 1); });
   return result;
 }
 

@@ -1,11 +1,11 @@
 #include "qk/clsKplMakeRequest.h"
 
+#include <functional>
+
 #include "frame/creation.h"
 #include "frame/globals.h"
 #include "frame/report_error.h"
 #include "requests/totals_request_format.h"
-
-#include <functional>
 
 namespace qk {
 
@@ -31,11 +31,14 @@ std::string block(std::initializer_list<std::string_view> parts) {
 
 }  // namespace
 
-clsKplMakeRequest::clsKplMakeRequest() { run_creation_sequence(kClass, kStepLoadTranslations); }
+clsKplMakeRequest::clsKplMakeRequest() {
+  run_creation_sequence(kClass, kStepLoadTranslations);
+}
 
 std::string clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliPlu() {
-  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliPlu", "QK",
-               [] { return block({fmt::kReadArticles, fmt::kEndRead}); });
+  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliPlu", "QK", [] {
+    return block({fmt::kReadArticles, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_TOTALI_strTrasmettiRichiestaVariazioneStruttura() {
@@ -51,33 +54,37 @@ std::string clsKplMakeRequest::p_RX_TOTALI_LOTTIPLU_strTrasmettiRichiestaVariazi
 }
 
 std::string clsKplMakeRequest::p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoStream() {
-  return build("p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoFrame", kProjectName,
-               [] { return block({fmt::kReadArticles, fmt::kGetNext, fmt::kEndRead}); });
+  return build("p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoFrame", kProjectName, [] {
+    return block({fmt::kReadArticles, fmt::kGetNext, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLotti() {
-  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliPlu", "QK",
-               [] { return block({fmt::kReadLots, fmt::kEndRead}); });
+  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliPlu", "QK", [] {
+    return block({fmt::kReadLots, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu() {
-  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu", "QK",
-               [] { return block({fmt::kReadLotArticles, fmt::kEndRead}); });
+  return build("p_RX_strTrasmettiRichiestaRicezioneTotaliLottiPlu", "QK", [] {
+    return block({fmt::kReadLotArticles, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_TOTALI_LOTTI_strTrasmettiRichiestaProssimoStream() {
-  return build("p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoFrame", kProjectName,
-               [] { return block({fmt::kReadLots, fmt::kGetNext, fmt::kEndRead}); });
+  return build("p_RX_TOTALI_PLU_strTrasmettiRichiestaProssimoFrame", kProjectName, [] {
+    return block({fmt::kReadLots, fmt::kGetNext, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_TOTALI_LOTTI_PLU_strTrasmettiRichiestaProssimoStream() {
-  return build("p_RX_TOTALI_LOTTI_PLU_strTrasmettiRichiestaProssimoStream", kProjectName,
-               [] { return block({fmt::kReadLotArticles, fmt::kGetNext, fmt::kEndRead}); });
+  return build("p_RX_TOTALI_LOTTI_PLU_strTrasmettiRichiestaProssimoStream", kProjectName, [] {
+    return block({fmt::kReadLotArticles, fmt::kGetNext, fmt::kEndRead});
+  });
 }
 
 std::string clsKplMakeRequest::p_RX_strGetTotalControl() {
-  return build("p_RX_strGetTotalControl", kProjectName,
-               [] { return block({fmt::kTotalControl}); });
+  return build("p_RX_strGetTotalControl", kProjectName, [] { return block({fmt::kTotalControl}); });
 }
 
 std::string clsKplMakeRequest::p_RX_strStopLavorazioniInCorso() {
@@ -92,7 +99,8 @@ std::string clsKplMakeRequest::p_RX_strRichiediCancellazioneTotali(std::string& 
   return build("p_RX_strRichiediCancellazioneTotali", kProjectName, [&] {
     std::string upper = strMode;
     for (char& c : upper)
-      if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+      if (c >= 'a' && c <= 'z')
+        c = static_cast<char>(c - 'a' + 'A');
       else if (static_cast<unsigned char>(c) >= 0xE0 && static_cast<unsigned char>(c) <= 0xFE &&
                static_cast<unsigned char>(c) != 0xF7)
         c = static_cast<char>(static_cast<unsigned char>(c) - 0x20);  // accented letters

@@ -31,9 +31,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   for (int kind = 0; kind < 3; ++kind) {
     try {
-      if (kind == 0) qk::images::decode_scale_records(records);
-      else if (kind == 1) qk::images::decode_kestra_records(records);
-      else qk::images::decode_printer_frames(records, 64);
+      if (kind == 0)
+        qk::images::decode_scale_records(records);
+      else if (kind == 1)
+        qk::images::decode_kestra_records(records);
+      else
+        qk::images::decode_printer_frames(records, 64);
     } catch (const qk::automation::Error&) {
     }
   }
