@@ -23,10 +23,6 @@ struct ImageOptions {
   int width = 0;
 };
 
-std::vector<std::string> items(const qk::automation::StringArray& a) {
-  return a.allocated() ? a.items() : std::vector<std::string>{};
-}
-
 std::vector<std::string> read_hex_lines(const std::string& path) {
   std::ifstream in(path);
   if (!in) throw std::runtime_error("cannot read " + path);
@@ -71,12 +67,12 @@ void encode(const Options& g, const ImageOptions& o) {
     qk::clsImageKestra k;
     k.p_varKey(qk::automation::Variant(o.key));
     k.p_strFullPath(o.file);
-    out = items(k.p_strProtocol());
+    out = k.p_strProtocol().items();
   } else if (o.kind == "printer") {
     qk::clsPrinterImage p;
     p.p_varKey(qk::automation::Variant(o.key));
     p.p_strFullPath(o.file);
-    out = items(p.p_strProtocol());
+    out = p.p_strProtocol().items();
   } else {
     qk::clsImage i;
     i.p_varKey(qk::automation::Variant(o.key));
@@ -89,7 +85,7 @@ void encode(const Options& g, const ImageOptions& o) {
     i.p_strDescription(text(o.description));
     i.p_strFromDate(o.from);
     i.p_strToDate(o.to);
-    out = items(i.p_strProtocol());
+    out = i.p_strProtocol().items();
   }
   if (out.empty()) fail("no records were built for " + o.file);
   print(g, out);

@@ -13,10 +13,6 @@ namespace qkp {
 
 namespace {
 
-std::vector<std::string> items(const qk::automation::StringArray& a) {
-  return a.allocated() ? a.items() : std::vector<std::string>{};
-}
-
 std::string to_8bit(const std::string& utf8, const char* what) {
   auto r = qk::utf8_to_cp1252(utf8);
   if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
@@ -32,9 +28,9 @@ struct LotOptions {
 
 std::vector<std::string> lot_records(qk::clsTraceability& t, const std::string& family) {
   if (family == "velta") return {t.p_strProtocol()};
-  if (family == "3000top") return items(t.p_3000TOP_strProtocol());
-  if (family == "2000") return items(t.p_2000_strProtocol());
-  if (family == "3000") return items(t.p_3000_strProtocol());
+  if (family == "3000top") return t.p_3000TOP_strProtocol().items();
+  if (family == "2000") return t.p_2000_strProtocol().items();
+  if (family == "3000") return t.p_3000_strProtocol().items();
   return {t.p_5000_strProtocol()};
 }
 
@@ -183,7 +179,7 @@ void add_params_command(CLI::App& app, Options&) {
     std::string arg = to_8bit(p->arg, "ARG");
     auto line = [](const std::string& s) { std::printf("%s\n", qk::cp1252_to_utf8(s).c_str()); };
     auto lines = [&](const qk::automation::StringArray& a) {
-      for (const auto& s : items(a)) line(s);
+      for (const auto& s : a.items()) line(s);
     };
     const std::string& w = p->what;
     if (w == "velta")

@@ -31,10 +31,6 @@ using qk::automation::Variant;
 
 namespace {
 
-std::vector<std::string> items_of(const qk::automation::StringArray& a) {
-  return a.allocated() ? a.items() : std::vector<std::string>{};
-}
-
 // Ids of one table's records for the department, pending on the line unless full.
 std::vector<long> ids(const std::string& select, const std::string& flag_column, long dept,
                       long line, bool full, std::vector<Variant> extra = {}) {
@@ -189,9 +185,9 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                          [lots, select, form]() -> std::vector<std::string> {
                            select();
                            if (form == "velta") return {lots->p_strProtocol()};
-                           if (form == "3000top") return items_of(lots->p_3000TOP_strProtocol());
-                           if (form == "2000") return items_of(lots->p_2000_strProtocol());
-                           if (form == "3000") return items_of(lots->p_3000_strProtocol());
+                           if (form == "3000top") return lots->p_3000TOP_strProtocol().items();
+                           if (form == "2000") return lots->p_2000_strProtocol().items();
+                           if (form == "3000") return lots->p_3000_strProtocol().items();
                            return {lots->p_5000_strProtocol()};
                          },
                          [lots, select, reset_line] {
@@ -255,7 +251,7 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                          [layout, id, device]() -> std::vector<std::string> {
                            layout->p_lngTicketId(static_cast<int32_t>(id));
                            if (!layout->p_booRetrieveData()) return {};
-                           return items_of(layout->p_strProtocol(device));
+                           return layout->p_strProtocol(device).items();
                          },
                          nullptr});
       break;
@@ -280,7 +276,7 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                              qk::clsImageKestra k;
                              k.p_varKey(Variant(static_cast<int32_t>(id)));
                              k.p_strFullPath(path);
-                             return items_of(k.p_strProtocol());
+                             return k.p_strProtocol().items();
                            }
                            qk::clsImage i;
                            i.p_varKey(Variant(static_cast<int32_t>(id)));
@@ -288,7 +284,7 @@ std::vector<Item> collect(Kind kind, const ScaleLine& where, const FamilyForms& 
                            i.p_strDescription(desc);
                            i.p_strFromDate(from);
                            i.p_strToDate(to);
-                           return items_of(i.p_strProtocol());
+                           return i.p_strProtocol().items();
                          },
                          nullptr});
       }

@@ -50,10 +50,6 @@ struct Layouts : ArchiveFixture {
   }
 };
 
-std::vector<std::string> items(const StringArray& a) {
-  return a.allocated() ? a.items() : std::vector<std::string>{};
-}
-
 }  // namespace
 
 TEST_F(Layouts, TicketOnly) {
@@ -61,18 +57,18 @@ TEST_F(Layouts, TicketOnly) {
   ticket(5);
   auto l = build(5);
   // The header is "96" "99" "99" "0" followed by the layout number less one.
-  EXPECT_EQ(items(l->p_strProtocol()), (std::vector<std::string>{"96999904"
-                                                                 "00"
-                                                                 "640"
-                                                                 "0480"
-                                                                 "3",
-                                                                 ""}));
+  EXPECT_EQ(l->p_strProtocol().items(), (std::vector<std::string>{"96999904"
+                                                                  "00"
+                                                                  "640"
+                                                                  "0480"
+                                                                  "3",
+                                                                  ""}));
   EXPECT_EQ(l->p_lngMaxItem(), 1);
-  EXPECT_EQ(items(l->p_strProtocol(1)),
+  EXPECT_EQ(l->p_strProtocol(1).items(),
             (std::vector<std::string>{"<MSG OPE=DEL TYP=LAY ID=5000/>",
                                       "<MSG OPE=NEW TYP=LAY ID=5000 DIX=640 DIY=480 />", ""}));
   EXPECT_EQ(l->p_lngMaxItemO50(), 2);
-  EXPECT_EQ(items(l->p_strProtocol(0)), items(l->p_strProtocol(3)));
+  EXPECT_EQ(l->p_strProtocol(0).items(), l->p_strProtocol(3).items());
 }
 
 TEST_F(Layouts, TextRecordsAndMessages) {
@@ -95,7 +91,7 @@ TEST_F(Layouts, TextRecordsAndMessages) {
   object(2, 3, {{0, "51"}, {3, "C3"}, {4, "37"}, {5, "25"}, {10, "5"}});  // carries the rest
   object(2, 3, {{0, "50"}, {3, "2"}, {4, "45"}, {5, "1024"}, {10, "5"}});
   auto l = build(2);
-  auto a = items(l->p_strProtocol());
+  auto a = l->p_strProtocol().items();
   ASSERT_EQ(a.size(), 3u);  // the text with field 51 is left out of the 3000 series
   EXPECT_EQ(a[1],
             "96999901"
@@ -125,7 +121,7 @@ TEST_F(Layouts, TextRecordsAndMessages) {
             "0"
             "0"
             "1");
-  auto m = items(l->p_strProtocol(1));
+  auto m = l->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 5u);  // every text is sent to the 5000 series
   EXPECT_EQ(m[2],
             "<MSG OPE=NEW TYP=LAY ID=2007 TCA=4 TDA=11 NRG=20 COX=116 COY=10000 ESX=1 "
@@ -158,7 +154,7 @@ TEST_F(Layouts, DataTypeMapping) {
   object(3, 3, {{0, "2"}, {4, "8"}});             // no MAP entry: sent as it is
   object(3, 3, {{0, "3"}, {4, "5"}, {10, "4"}});  // mapped to a negative value: unknown
   object(3, 3, {{0, "4"}, {4, "6"}});             // a MAP without O5: an empty value
-  auto m = items(build(3)->p_strProtocol(1));
+  auto m = build(3)->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 6u);
   EXPECT_NE(m[2].find(" TDA=11 "), std::string::npos);
   // An unmapped type passes through the value mapping unchanged, so it is sent as it is and no
@@ -203,7 +199,7 @@ TEST_F(Layouts, BarcodesAndLogos) {
   exec("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME) values (1, 4, 'LOGO.BMP')");
   object(3, 1, {{0, "10"}, {5, "4"}, {14, "0"}});
   auto l = build(3);
-  auto a = items(l->p_strProtocol());
+  auto a = l->p_strProtocol().items();
   ASSERT_EQ(a.size(), 5u);
   EXPECT_EQ(a[1],
             "96999902"
@@ -261,7 +257,7 @@ TEST_F(Layouts, BarcodesAndLogos) {
             "0"
             "0"
             "0");
-  auto m = items(l->p_strProtocol(1));
+  auto m = l->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 6u);
   EXPECT_EQ(m[2],
             "<MSG OPE=NEW TYP=LAY ID=3012 TCA=5 TDA=30 COX=8 COY=16 NRG=2 ESX=2 ESY=1 "
