@@ -19,10 +19,6 @@ struct LayoutOptions {
   bool check = false;
 };
 
-std::string text_of(const qk::automation::Variant& v) {
-  return v.is_null() ? "" : v.to_string();
-}
-
 // Lists unknown data types (mapped to a negative value), values with no mapping (sent as they
 // are) and field numbers over 50 (left out of the 3000 series). Returns the number of findings.
 int check_layout(const LayoutOptions& o) {
@@ -49,8 +45,8 @@ int check_layout(const LayoutOptions& o) {
     auto props = objects->Fields("Property").as<qk::automation::Recordset>();
     for (props->MoveFirst(); !props->Eof(); props->MoveNext()) {
       int id = props->Fields("Id").to_int32();
-      if (id == 0) field = text_of(props->Fields("value"));
-      if (id == 4) data_type = text_of(props->Fields("value"));
+      if (id == 0) field = props->Fields("value").to_text();
+      if (id == 4) data_type = props->Fields("value").to_text();
     }
     std::string where = "object " + objects->Fields("TD_OBJ").to_string() + " (" +
                         kinds[type >= 1 && type <= 4 ? type : 0] + ", field " + field + ")";

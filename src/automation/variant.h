@@ -59,6 +59,8 @@ class Variant {
   double to_double() const;
   bool to_bool() const;
   std::string to_string() const;
+  // The text of the value with Null read as "", as the host's `v & ""` does.
+  std::string to_text() const { return is_null() ? std::string() : to_string(); }
 
   // The object held, or error 424 (object required) / 13 for a value of another type.
   ObjectPtr to_object() const;

@@ -80,8 +80,7 @@ std::string clsAbbinamentoTasti::m_strGroupByBlockNumber(long key) {
                                                          modUtility::p_lngNumericValue(scale_));
     int most = 0;
     for (; !rs->Eof(); rs->MoveNext()) {
-      std::string flags =
-          rs->Fields("TP_FLAGTRASM").is_null() ? "" : rs->Fields("TP_FLAGTRASM").to_string();
+      std::string flags = rs->Fields("TP_FLAGTRASM").to_text();
       int ones = modUtility::p_intCountCharacter(flags, "1");
       if (ones > most) {
         most = ones;

@@ -25,8 +25,7 @@ std::string quoted(const std::string& v) {
 
 // A Null field joins as "" (the host's & does the same).
 std::string field(const automation::Recordset& rs, const char* column) {
-  Variant v = rs.Fields(column);
-  return v.is_null() ? "" : v.to_string();
+  return rs.Fields(column).to_text();
 }
 
 // Mid(text, start, length): a start past the end gives "".

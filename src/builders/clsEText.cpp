@@ -34,8 +34,8 @@ Variant clsEText::Protocol() {
     // Row texts are not escaped: a double quote in a text breaks its attribute, as accepted.
     for (; !rows->Eof(); rows->MoveNext()) {
       Variant d = rows->Fields("Descr");
-      msg += " T" + automation::format_digits(rows->Fields("Row"), "00") + "=\"" +
-             (d.is_null() ? "" : d.to_string()) + "\"";
+      msg +=
+          " T" + automation::format_digits(rows->Fields("Row"), "00") + "=\"" + d.to_text() + "\"";
     }
     result = msg + " />";
   });

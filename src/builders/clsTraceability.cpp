@@ -28,8 +28,7 @@ TrapLabel label(const char* procedure) {
 
 // A Null column reads as "" (TRC_OPTIONAL and WCHARGED have their own defaults).
 std::string text(const Recordset& rs, const std::string& column) {
-  Variant v = rs.Fields(column);
-  return v.is_null() ? "" : v.to_string();
+  return rs.Fields(column).to_text();
 }
 std::string description(const Recordset& rs, int line) {
   return text(rs, "TRC_DESC" + std::to_string(line));

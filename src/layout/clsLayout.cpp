@@ -29,10 +29,6 @@ TrapLabel label(const char* procedure) {
   return {procedure, kClass};
 }
 
-std::string text_of(const Variant& v) {
-  return v.is_null() ? "" : v.to_string();
-}
-
 // A number as the archive writes it: a decimal comma is taken as a point.
 double number(const std::string& s) {
   return Variant(modUtility::p_strCommaToPeriod(s)).to_double();
@@ -89,7 +85,7 @@ void walk(Recordset& layouts, int kind, OnObject&& on_object) {
 template <class OnProperty>
 void each_property(Recordset& props, OnProperty&& on_property) {
   for (; !props.Eof(); props.MoveNext())
-    on_property(props.Fields("Id").to_int32(), text_of(props.Fields("value")));
+    on_property(props.Fields("Id").to_int32(), props.Fields("value").to_text());
 }
 
 // The builders' growing result: a 16-bit element counter.
@@ -151,7 +147,7 @@ std::string clsLayout::m_strRetrieveImageNumber2ImageName(int32_t& image) {
   trap(label("m_strRetrieveImageNumber2ImageName"), [&] {
     result = std::to_string(image);
     auto rs = db().p_IMMAGINI_objLoadValues(bnc_, image);
-    if (!rs->Eof()) result = text_of(rs->Fields("IM_FILE_NAME"));
+    if (!rs->Eof()) result = rs->Fields("IM_FILE_NAME").to_text();
   });
   return result;
 }
