@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "db_access/archive.h"
+#include "automation/factory.h"
 #include "db_access/clsDbAccess.h"
 #include "demo.h"
 #include "frame/globals.h"
@@ -27,8 +27,13 @@ std::string large_archive() {
     qk::globals().objLogger.reset();
     qk::globals().booSilent = true;
     qkp::write_default_files(f, true);
-    auto a = qk::companions::Archive::create(f + "/Archivi.sqlite");
-    qkp::fill_large_archive(*a);
+    auto tools =
+        std::dynamic_pointer_cast<qk::ArchiveTools>(qk::automation::create_object(qk::kDbAccessId));
+    tools->begin_new_archive(qk::kArchiveName, true);
+    tools->begin_write();
+    qkp::fill_large_archive(*tools);
+    tools->commit();
+    tools->publish_new_archive();
     return f;
   }();
   return folder;
@@ -36,17 +41,17 @@ std::string large_archive() {
 
 void BM_FullSyncOfLine1(benchmark::State& state) {
   std::string folder = large_archive();
-  qkp::SyncOptions o;
+  qk::sync::SyncOptions o;
   o.scope.line = 1;
   o.scope.full = true;
-  o.out_file = folder + "/sent.bin";
-  FILE* devnull = freopen("/dev/null", "w", stderr);  // the summary lines
-  (void)devnull;
+  std::string out = folder + "/sent.bin";
+  auto tools = qk::sync::open_archive_tools();
   for (auto _ : state) {
-    std::filesystem::remove(o.out_file);
-    qkp::run_sync(o);
+    std::filesystem::remove(out);
+    auto transport = qk::sync::file_transport(out, qk::sync::Separator::CrLf, std::nullopt);
+    qk::sync::run_sync(*tools, *transport, o);
   }
-  state.counters["bytes_sent"] = static_cast<double>(std::filesystem::file_size(o.out_file));
+  state.counters["bytes_sent"] = static_cast<double>(std::filesystem::file_size(out));
 }
 BENCHMARK(BM_FullSyncOfLine1)->Unit(benchmark::kMillisecond);
 

@@ -19,7 +19,8 @@ namespace qkp {
 namespace {
 
 struct ImageOptions {
-  std::string key = "1", file, kind = "scale", description, from, to, decode, out;
+  int32_t key = 1;
+  std::string file, kind = "scale", description, from, to, decode, out;
   int width = 0;
 };
 
@@ -98,7 +99,7 @@ void add_image_commands(CLI::App& app, Options& g) {
   auto* image = app.add_subcommand(
       "image", "Encode a 1-bit bitmap for a scale, a Kestra or the printer, or --decode records");
   image->add_option("--key", o->key, "image number");
-  image->add_option("--file", o->file, "the bitmap (.bmp)");
+  image->add_option("--file", o->file, "the bitmap (.bmp)")->check(CLI::ExistingFile);
   image->add_option("--kind", o->kind, "scale, kestra or printer")
       ->check(CLI::IsMember({"scale", "kestra", "printer"}));
   image->add_option("--description", o->description, "description (at most 16 characters)");

@@ -1,12 +1,13 @@
-#include <unistd.h>
-
+// init (a new archive, and with --demo a demo installation) and archive upgrade.
 #include <filesystem>
 
+#include "automation/factory.h"
 #include "commands.h"
-#include "db_access/archive.h"
-#include "db_access/clsDbAccess.h"
 #include "demo.h"
+#include "frame/encoding.h"
+#include "frame/globals.h"
 #include "frame/paths.h"
+#include "qk/archive_tools.h"
 #include "session.h"
 
 namespace qkp {
@@ -19,15 +20,18 @@ struct InitOptions {
   std::string size = "small";
 };
 
-void remove_archive_files(const std::string& path) {
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix);
+// The database companion's tools, not yet opened on an archive.
+std::shared_ptr<qk::ArchiveTools> unopened_tools() {
+  auto tools =
+      std::dynamic_pointer_cast<qk::ArchiveTools>(qk::automation::create_object(qk::kDbAccessId));
+  if (!tools) throw std::runtime_error("the database component offers no tools' members");
+  return tools;
 }
 
 void run_init(const InitOptions& o) {
   std::string folder = qk::component_folder();
   std::filesystem::create_directories(folder);
   if (o.demo) {
-    // The demo's settings store names this folder; written first so the archive lands here.
     if (std::filesystem::exists(folder + "/registry.xml") && !o.force) {
       fail(folder + "/registry.xml exists; use --force to replace the demo installation");
       return;
@@ -35,30 +39,18 @@ void run_init(const InitOptions& o) {
     write_demo_files(folder);
   }
   write_default_files(folder, o.demo && o.force);
-  std::string path = qk::companions::clsDbAccess::locate("Archivi.mdb");
-  if (std::filesystem::exists(path) && !o.force) {
-    fail("the archive " + path + " exists; use --force to replace it");
-    return;
-  }
-  // Built beside the target and renamed over it once complete: an interrupted init leaves the
-  // old archive (or none), never a half-filled one.
-  std::string tmp = path + ".tmp-" + std::to_string(getpid());
-  remove_archive_files(tmp);
-  try {
-    {
-      auto archive = qk::companions::Archive::create(tmp);
-      if (o.demo && o.size == "large")
-        fill_large_archive(*archive);
-      else if (o.demo)
-        fill_demo_archive(*archive);
-    }
-    remove_archive_files(path);
-    std::filesystem::rename(tmp, path);
-  } catch (...) {
-    remove_archive_files(tmp);
-    throw;
-  }
-  std::fprintf(stderr, "qkp: created %s%s\n", path.c_str(), o.demo ? " with the demo network" : "");
+  auto tools = unopened_tools();
+  // The new archive is built aside and put in place once complete: an interrupted init leaves
+  // the old archive (or none), never a half-filled one.
+  tools->begin_new_archive(qk::kArchiveName, o.force);
+  tools->begin_write();
+  if (o.demo && o.size == "large")
+    fill_large_archive(*tools);
+  else if (o.demo)
+    fill_demo_archive(*tools);
+  tools->commit();
+  tools->publish_new_archive();
+  note("created " + tools->location() + (o.demo ? " with the demo network" : ""));
 }
 
 }  // namespace
@@ -75,9 +67,20 @@ void add_init_command(CLI::App& app, Options&) {
   cmd->callback([o] {
     try {
       run_init(*o);
+    } catch (const qk::automation::Error& e) {
+      fail("init failed: " + qk::cp1252_to_utf8(e.description()));
     } catch (const std::exception& e) {
       fail(std::string("init failed: ") + e.what());
     }
+  });
+
+  auto* archive = app.add_subcommand("archive", "The archive itself");
+  archive->require_subcommand(1);
+  auto* upgrade = archive->add_subcommand(
+      "upgrade", "Bring an archive made by an earlier version to this version's schema");
+  upgrade->callback([] {
+    unopened_tools()->upgrade_schema(qk::kArchiveName);
+    note("the archive is up to date");
   });
 }
 

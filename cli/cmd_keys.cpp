@@ -4,7 +4,6 @@
 #include "automation/error.h"
 #include "commands.h"
 #include "frame/encoding.h"
-#include "network.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
@@ -16,21 +15,21 @@ namespace qkp {
 namespace {
 
 struct KeyOptions {
-  std::string dept = "1", scale = "1", key, family = "3000";
+  int32_t dept = 1, scale = 1;
+  std::optional<int32_t> key;
+  std::string family = "3000";
   int16_t line = 1;
   bool all = false;
   int32_t reset_line = 0;
 };
 
 std::unique_ptr<qk::clsAbbinamentoTasti> keys_for(const KeyOptions& o) {
-  check_number("--scale", o.scale);
-  if (!o.key.empty()) check_number("--key", o.key);
   auto k = std::make_unique<qk::clsAbbinamentoTasti>();
   k->p_varKey(qk::automation::Variant(o.dept));
-  k->p_strScale(o.scale);
-  k->p_strScaleKey(o.key);
+  k->p_strScale(std::to_string(o.scale));
+  k->p_strScaleKey(o.key ? std::to_string(*o.key) : "");
   k->p_intLine(o.line);
-  k->p_varConfiguredLines(configured_lines(read_network()));
+  k->p_varConfiguredLines(network_lines());
   return k;
 }
 
@@ -73,9 +72,9 @@ void run_keys(const Options& g, const KeyOptions& o) {
 }
 
 void add_key_options(CLI::App* cmd, KeyOptions& o, bool with_line, bool with_key_choice) {
-  cmd->add_option("--dept", o.dept, "department")->required();
+  cmd->add_option("--dept", o.dept, "department")->required()->check(CLI::NonNegativeNumber);
   cmd->add_option("--scale", o.scale, "scale number")->required();
-  if (with_line) cmd->add_option("--line", o.line, "served line, 1 to 8");
+  if (with_line) cmd->add_option("--line", o.line, "served line, 1 to 8")->check(CLI::Range(1, 8));
   cmd->add_option("--family", o.family, "3000, 5000 or 2000")
       ->check(CLI::IsMember({"3000", "5000", "2000"}));
   if (with_key_choice) {
@@ -95,13 +94,15 @@ void add_keys_commands(CLI::App& app, Options& g) {
   auto* keys = app.add_subcommand("keys", "Key-binding records for one scale line");
   add_key_options(keys, *ko, true, true);
   keys->callback([&g, ko] {
-    if (ko->key.empty() && !ko->all) throw CLI::ValidationError("keys", "give --key K or --all");
+    if (!ko->key && !ko->all) throw CLI::ValidationError("keys", "give --key K or --all");
     run_keys(g, *ko);
   });
 
-  auto bkey = std::make_shared<std::string>();
+  auto bkey = std::make_shared<int32_t>(0);
   auto* barcodes = app.add_subcommand("barcodes", "Type \"18\" records of every form of a key");
-  barcodes->add_option("--key", *bkey, "department key of the barcode formats")->required();
+  barcodes->add_option("--key", *bkey, "department key of the barcode formats")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
   barcodes->callback([&g, bkey] {
     qk::clsBarCode b;
     b.p_varKey(qk::automation::Variant(*bkey));
@@ -181,20 +182,18 @@ void add_flag_commands(CLI::App& app, Options&) {
     });
 
     struct BarcodeOptions {
-      std::string dept, form;
-      int32_t line = 0;
+      int32_t dept = 0, form = 0, line = 0;
     };
     auto bo = std::make_shared<BarcodeOptions>();
     auto* b = parent->add_subcommand("barcodes", "barcode formats (one form)");
-    b->add_option("--dept", bo->dept, "department key")->required();
+    b->add_option("--dept", bo->dept, "department key")->required()->check(CLI::NonNegativeNumber);
     b->add_option("--form", bo->form, "form number")->required();
     if (is_reset) b->add_option("--line", bo->line, "served line, 1 to 4")->required();
     b->callback([bo, is_reset] {
-      check_number("--form", bo->form);
       qk::clsBarCode bc;
       bc.p_varKey(qk::automation::Variant(bo->dept));
-      bc.p_strForm(bo->form);
-      bc.p_varConfiguredLines(configured_lines(read_network()));
+      bc.p_strForm(std::to_string(bo->form));
+      bc.p_varConfiguredLines(network_lines());
       if (is_reset)
         bc.p_ResetFlagTrasm(bo->line);
       else

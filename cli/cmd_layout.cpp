@@ -55,13 +55,18 @@ int check_layout(const LayoutOptions& o) {
     if (type != fmt::kText) continue;
     double stored = qk::automation::leading_number(data_type);
     if (stored == 36 || stored == 37 || stored == 38) continue;
-    std::string from = "O3", to = "O5";
-    std::string mapped = mapping.ConvertValue(from, to, data_type);
-    if (qk::automation::leading_number(mapped) < 0)
-      say(where + ": unknown data type " + data_type + " (sent as 27 with field value 999)");
-    else if (!mapping.is_mapped("O3", data_type))
+    if (data_type.find_first_of("'\"") != std::string::npos) {
+      say(where + ": data type " + data_type +
+          " holds a quote; the scale's mapping lookup cannot find such a value (it is pasted "
+          "into a query), so what is sent would not be its mapping");
+      continue;
+    }
+    auto mapped = mapping.lookup("O3", "O5", data_type);
+    if (!mapped)
       say(where + ": data type " + data_type +
           " has no mapping, sent unchanged to the 5000 series");
+    else if (qk::automation::leading_number(*mapped) < 0)
+      say(where + ": unknown data type " + data_type + " (sent as 27 with field value 999)");
   }
   return findings;
 }
@@ -79,7 +84,10 @@ void add_layout_command(CLI::App& app, Options& g) {
   cmd->callback([&g, o] {
     if (o->check) {
       int n = check_layout(*o);
-      if (n == 0) std::fprintf(stderr, "qkp: layout %d is clean\n", o->layout);
+      if (n == 0)
+        std::fprintf(stderr, "qkp: layout %d is clean\n", o->layout);
+      else
+        set_exit_status(kExitFailed);
       return;
     }
     qk::clsLayout layout;

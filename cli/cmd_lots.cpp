@@ -3,7 +3,6 @@
 #include "commands.h"
 #include "config/clsConfigurationPrs.h"
 #include "frame/encoding.h"
-#include "network.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
@@ -20,8 +19,8 @@ std::string to_8bit(const std::string& utf8, const char* what) {
 }
 
 struct LotOptions {
-  int32_t dept = 1;
-  std::string lot, family = "5000";
+  int32_t dept = 1, lot = 0;
+  std::string family = "5000";
   bool variated = false;
   int32_t line = 0;
 };
@@ -44,19 +43,19 @@ struct AdOptions {
 void add_lot_commands(CLI::App& app, Options& g) {
   auto lo = std::make_shared<LotOptions>();
   auto* lot = app.add_subcommand("lot", "A traceability lot in one family's protocol");
-  lot->add_option("--dept", lo->dept, "department")->required();
+  lot->add_option("--dept", lo->dept, "department")->required()->check(CLI::NonNegativeNumber);
   lot->add_option("--lot", lo->lot, "lot number")->required();
   lot->add_option("--family", lo->family, "velta, 3000top, 2000, 3000 or 5000")
       ->check(CLI::IsMember({"velta", "3000top", "2000", "3000", "5000"}));
   lot->callback([&g, lo] {
-    check_number("--lot", lo->lot);
     qk::clsTraceability t;
     t.p_lngBnc(lo->dept);
-    t.p_strTraceabilityId(lo->lot);
+    t.p_strTraceabilityId(std::to_string(lo->lot));
     auto out = lot_records(t, lo->family);
     std::erase(out, std::string());
     if (out.empty())
-      fail("lot " + lo->lot + " of department " + std::to_string(lo->dept) + " gave no records");
+      fail("lot " + std::to_string(lo->lot) + " of department " + std::to_string(lo->dept) +
+           " gave no records");
     print(g, out);
   });
 
@@ -131,8 +130,8 @@ void add_lot_flag_commands(CLI::App& app) {
     l->callback([lo, is_reset] {
       qk::clsTraceability t;
       t.p_lngBnc(lo->dept);
-      t.p_strTraceabilityId(lo->lot);
-      t.p_varConfiguredLines(configured_lines(read_network()));
+      t.p_strTraceabilityId(std::to_string(lo->lot));
+      t.p_varConfiguredLines(network_lines());
       if (is_reset)
         t.p_ResetFlagTrasm(lo->line);
       else
@@ -147,7 +146,7 @@ void add_lot_flag_commands(CLI::App& app) {
       qk::clsAdvertisingMessage m;
       m.Counter(ao->counter);
       m.Id(ao->id);
-      m.configuredLines(configured_lines(read_network()));
+      m.configuredLines(network_lines());
       if (is_reset)
         m.p_ResetFlagTrasm(ao->line);
       else

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "automation/variant.h"
 #include "output.h"
 
 namespace qkp {
@@ -19,7 +20,7 @@ void print(const Options& o, const std::vector<std::string>& strings);
 void add_date_command(CLI::App& app, Options& o);
 void add_settings_command(CLI::App& app, Options& o);
 void add_init_command(CLI::App& app, Options& o);
-void add_import_command(CLI::App& app, Options& o);
+void add_table_commands(CLI::App& app, Options& o);
 void add_keys_commands(CLI::App& app, Options& o);
 void add_flag_commands(CLI::App& app, Options& o);
 void add_image_commands(CLI::App& app, Options& o);
@@ -28,6 +29,9 @@ void add_lot_commands(CLI::App& app, Options& o);
 void add_lot_flag_commands(CLI::App& app);
 void add_params_command(CLI::App& app, Options& o);
 void add_layout_command(CLI::App& app, Options& o);
-void add_network_commands(CLI::App& app, Options& o);
+void add_sync_commands(CLI::App& app, Options& o);
+
+// The network's configured-lines array (problems reading it are reported as failures).
+qk::automation::Variant network_lines();
 
 }  // namespace qkp

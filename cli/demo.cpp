@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "config/xml_file.h"
-#include "db_access/archive.h"
 #include "frame/encoding.h"
 #include "images/bitmap_file.h"
+#include "qk/archive_tools.h"
 
 namespace qkp {
 
@@ -141,6 +141,27 @@ std::string desc(int n) {
   return s;
 }
 
+// Rows written through the archive's tools, every column of the table in order (ROW_VERSION
+// is the archive's own) or the named ones.
+class Rows {
+ public:
+  explicit Rows(qk::ArchiveTools& a) : a_(a) {}
+  void put(const char* table, std::vector<Variant> values) {
+    const auto& t = *qk::archive::find_table(table);
+    std::vector<std::string> cols;
+    for (const auto& c : t.columns)
+      if (c.name != qk::archive::kRowVersionColumn) cols.emplace_back(c.name);
+    a_.insert_row(t, cols, values);
+  }
+  void put_columns(const char* table, const std::vector<std::string>& cols,
+                   const std::vector<Variant>& values) {
+    a_.insert_row(*qk::archive::find_table(table), cols, values);
+  }
+
+ private:
+  qk::ArchiveTools& a_;
+};
+
 }  // namespace
 
 void write_default_files(const std::string& folder, bool overwrite) {
@@ -156,15 +177,11 @@ void write_demo_files(const std::string& folder) {
   std::string store = R"(<?xml version="1.0"?>
 <root>
   <keys>
-    <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="Path" value="FOLDER" />
-    <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="PathLanguages" value="FOLDER/Languages" />
     <key path="Software\VB and VBA Program Settings\Varlen System\Appl" name="LanguageId" value="LAN_ITA" />
     <key path="Software\VB and VBA Program Settings\Varlen System\Debug" name="Silent" value="Y" />
   </keys>
 </root>
 )";
-  for (auto at = store.find("FOLDER"); at != std::string::npos; at = store.find("FOLDER"))
-    store.replace(at, 6, folder);
   qk::config::save_file_atomically(folder + "/registry.xml", store);
   qk::config::save_file_atomically(folder + "/images/LOGO.BMP",
                                    qk::images::encode_bmp1(pattern(232, 245, 0)));
@@ -174,8 +191,8 @@ void write_demo_files(const std::string& folder) {
                                    qk::images::encode_bmp1(pattern(400, 20, 1)));
 }
 
-void fill_demo_archive(qk::companions::Archive& a) {
-  qk::companions::Archive::Transaction t(a);
+void fill_demo_archive(qk::ArchiveTools& tools) {
+  Rows a(tools);
   // Three departments, eight lines of mixed families.
   struct Line {
     int bnc, line;
@@ -183,9 +200,7 @@ void fill_demo_archive(qk::companions::Archive& a) {
     int scale;
   } lines[] = {{1, 1, "3000", 1},  {1, 2, "5000", 2}, {1, 3, "2000", 3},   {2, 1, "3000TOP", 1},
                {2, 2, "VELTA", 2}, {2, 3, "5000", 3}, {3, 1, "KESTRA", 1}, {3, 2, "3000", 2}};
-  for (const auto& l : lines)
-    a.execute("insert into SCALE_LINES values (?1, ?2, ?3, ?4)",
-              {l.bnc, l.line, l.family, l.scale});
+  for (const auto& l : lines) a.put("SCALE_LINES", {l.bnc, l.line, l.family, l.scale});
 
   // Keys: PLU bindings for every scale, a few of another kind, a long value, rows bound to a
   // single line, and pending flags on some lines.
@@ -196,16 +211,13 @@ void fill_demo_archive(qk::companions::Archive& a) {
       const char* mode = key % 11 == 0 ? "R" : "P";
       int bound = key % 13 == 0 ? 2 : 255;
       std::string flags = key <= 20 ? "11100000" : "00000000";
-      a.execute(
-          "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
-          " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, ?5, ?6, ?7)",
-          {l.bnc, l.scale, key, value, mode, bound, flags});
+      a.put("TASTIERA_PLU", {l.bnc, l.scale, key, value, mode, bound, flags});
     }
 
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    a.execute("insert into BARCODE values (?1, 1, 'A#6@B#13', '1000')", {bnc});
-    a.execute("insert into BARCODE values (?1, 2, 'P#5@W#5@C#1', '1100')", {bnc});
-    a.execute("insert into BARCODE values (?1, 3, 'E#2@P#4@Q#123', '0000')", {bnc});
+    a.put("BARCODE", {bnc, 1, "A#6@B#13", "1000"});
+    a.put("BARCODE", {bnc, 2, "P#5@W#5@C#1", "1100"});
+    a.put("BARCODE", {bnc, 3, "E#2@P#4@Q#123", "0000"});
   }
 
   // Lots: an ordinary lot with an accented description, a lot with no descriptions whose code
@@ -214,17 +226,14 @@ void fill_demo_archive(qk::companions::Archive& a) {
   auto lot = [&](int bnc, int id, int row, const std::string& code,
                  const std::vector<std::string>& lines_of_text, int optional,
                  const Variant& charged, const char* flags) {
-    std::string cols =
-        "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED,"
-        " TRC_FLAGTRASM";
-    std::string vals = "?1, ?2, ?3, ?4, 1, ?5, ?6, ?7";
-    std::vector<Variant> params{bnc, id, row, code, optional, charged, flags};
+    std::vector<std::string> cols = {"TRC_BNC",  "TRC_ID",       "TRC_ROW",  "TRC_ID_LOT",
+                                     "TRC_MODE", "TRC_OPTIONAL", "WCHARGED", "TRC_FLAGTRASM"};
+    std::vector<Variant> params{bnc, id, row, code, 1, optional, charged, flags};
     for (std::size_t i = 0; i < lines_of_text.size(); ++i) {
-      cols += ", TRC_DESC" + std::to_string(i + 1);
-      vals += ", ?" + std::to_string(params.size() + 1);
+      cols.push_back("TRC_DESC" + std::to_string(i + 1));
       params.emplace_back(lines_of_text[i]);
     }
-    a.execute("insert into TRACEABILITY (" + cols + ") values (" + vals + ")", params);
+    a.put_columns("TRACEABILITY", cols, params);
   };
   for (int bnc = 1; bnc <= 3; ++bnc) {
     lot(bnc, 12, 1, "L12-2026",
@@ -245,36 +254,30 @@ void fill_demo_archive(qk::companions::Archive& a) {
   for (int i = 0; long_text.size() < 300; ++i) long_text += "Offerta " + std::to_string(i) + "! ";
   long_text.resize(300);
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    a.execute("insert into ADVERTISING values (?1, 1, 1, 'PROMO.BMP', 5, 2, 3, 10, '11100000')",
-              {bnc});
-    a.execute("insert into ADVERTISING values (?1, 2, 0, '', 3, 1, 1, 11, '01000000')", {bnc});
-    a.execute("insert into ADVERTISING values (?1, 3, 2, '', 0, 0, 0, NULL, '00000000')", {bnc});
-    a.execute("insert into MESSAGES values (?1, 10, 1, ?2)", {bnc, long_text});
-    a.execute("insert into MESSAGES values (?1, 10, 2, ?2)", {bnc, "Solo oggi: 2 \x80 al kg"});
-    a.execute("insert into MESSAGES values (?1, 11, 1, 'Benvenuti!')", {bnc});
+    a.put("ADVERTISING", {bnc, 1, 1, "PROMO.BMP", 5, 2, 3, 10, "11100000"});
+    a.put("ADVERTISING", {bnc, 2, 0, "", 3, 1, 1, 11, "01000000"});
+    a.put("ADVERTISING", {bnc, 3, 2, "", 0, 0, 0, Variant::null(), "00000000"});
+    a.put("MESSAGES", {bnc, 10, 1, long_text});
+    a.put("MESSAGES", {bnc, 10, 2, "Solo oggi: 2 \x80 al kg"});
+    a.put("MESSAGES", {bnc, 11, 1, "Benvenuti!"});
     // Electronic texts.
-    a.execute("insert into ETEXT values (?1, 12, 1, 'Ingredienti: farina, acqua, sale')", {bnc});
-    a.execute("insert into ETEXT values (?1, 12, 2, 'Conservare in luogo fresco')", {bnc});
-    a.execute("insert into ETEXT values (?1, 7, 1, 'Allergeni: glutine')", {bnc});
+    a.put("ETEXT", {bnc, 12, 1, "Ingredienti: farina, acqua, sale"});
+    a.put("ETEXT", {bnc, 12, 2, "Conservare in luogo fresco"});
+    a.put("ETEXT", {bnc, 7, 1, "Allergeni: glutine"});
   }
 
   for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}, {4, 22.5}})
-    a.execute("insert into ALIQUOTE values (?1, ?2)", {id, pct});
+    a.put("ALIQUOTE", {id, pct});
   for (int bnc = 1; bnc <= 3; ++bnc)
     for (int plu = 101; plu <= 110; ++plu)
-      a.execute(
-          "insert into ARTICOLI values (?1, ?2, ?3, ?4)",
-          {bnc, plu, "Articolo " + std::to_string(plu), plu % 3 == 0 ? "10000000" : "00000000"});
+      a.put("ARTICOLI",
+            {bnc, plu, "Articolo " + std::to_string(plu), plu % 3 == 0 ? "10000000" : "00000000"});
 
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    a.execute(
-        "insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
-        " (?1, 4, 'LOGO.BMP', 'Logo negozio')",
-        {bnc});
-    a.execute(
-        "insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME, IM_DESCRIPTION) values"
-        " (?1, 5, 'SMALL.BMP', 'Marchio')",
-        {bnc});
+    a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION"},
+                  {bnc, 4, "LOGO.BMP", "Logo negozio"});
+    a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION"},
+                  {bnc, 5, "SMALL.BMP", "Marchio"});
   }
 
   // Two layouts per department: an 80 x 60 mm ticket with a text, a barcode and a logo; a
@@ -344,85 +347,66 @@ void fill_demo_archive(qk::companions::Archive& a) {
                               {3, 3, {{0, "50"}, {4, "99"}, {10, "1"}}}};
   for (int bnc = 1; bnc <= 3; ++bnc) {
     for (auto [id, objects] : {std::pair{1, &first}, {2, &second}}) {
-      a.execute("insert into TICKET values (?1, ?2, ?3)",
-                {bnc, id, id == 1 ? "Etichetta standard" : "Etichetta ridotta"});
+      a.put("TICKET", {bnc, id, id == 1 ? "Etichetta standard" : "Etichetta ridotta"});
       for (const auto& o : *objects) {
-        a.execute("insert into TICKET_DETAIL values (?1, ?2, ?3, ?4)", {bnc, id, o.obj, o.type});
-        for (auto [pid, v] : o.props)
-          a.execute("insert into TICKET_PROPERTY values (?1, ?2, ?3, ?4, ?5)",
-                    {bnc, id, o.obj, pid, v});
+        a.put("TICKET_DETAIL", {bnc, id, o.obj, o.type});
+        for (auto [pid, v] : o.props) a.put("TICKET_PROPERTY", {bnc, id, o.obj, pid, v});
       }
     }
   }
-  t.commit();
 }
 
 }  // namespace qkp
 
 namespace qkp {
 
-void fill_large_archive(qk::companions::Archive& a) {
-  qk::companions::Archive::Transaction t(a);
+void fill_large_archive(qk::ArchiveTools& tools) {
+  Rows a(tools);
   const char* families[] = {"3000", "5000", "2000", "3000TOP", "5000", "VELTA", "3000", "KESTRA"};
   const std::string pending = "11111111";
   for (int bnc = 1; bnc <= 50; ++bnc) {
     for (int line = 1; line <= 8; ++line)
-      a.execute("insert into SCALE_LINES values (?1, ?2, ?3, ?4)",
-                {bnc, line, families[(line - 1 + bnc) % 8], line});
+      a.put("SCALE_LINES", {bnc, line, families[(line - 1 + bnc) % 8], line});
     for (int scale = 1; scale <= 8; ++scale)
       for (int key = 1; key <= 250; ++key)
-        a.execute(
-            "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, TP_LINES,"
-            " TP_FLAGTRASM) values (?1, ?2, ?3, ?4, 'P', 255, ?5)",
-            {bnc, scale, key, 1000 + key, pending});
-    for (int form = 1; form <= 4; ++form)
-      a.execute("insert into BARCODE values (?1, ?2, 'A#6@B#13@C#2', '1111')", {bnc, form});
+        a.put("TASTIERA_PLU", {bnc, scale, key, 1000 + key, "P", 255, pending});
+    for (int form = 1; form <= 4; ++form) a.put("BARCODE", {bnc, form, "A#6@B#13@C#2", "1111"});
     for (int lot = 1; lot <= 100; ++lot) {
+      std::vector<std::string> cols = {"TRC_BNC", "TRC_ID", "TRC_ID_LOT", "TRC_FLAGTRASM"};
       std::vector<Variant> p{bnc, lot, "LOT-" + std::to_string(bnc) + "-" + std::to_string(lot),
                              pending};
-      std::string cols = "TRC_BNC, TRC_ID, TRC_ID_LOT, TRC_FLAGTRASM", vals = "?1, ?2, ?3, ?4";
       for (int i = 1; i <= 8; ++i) {
-        cols += ", TRC_DESC" + std::to_string(i);
-        vals += ", ?" + std::to_string(p.size() + 1);
+        cols.push_back("TRC_DESC" + std::to_string(i));
         p.emplace_back(desc(i));
       }
-      a.execute("insert into TRACEABILITY (" + cols + ") values (" + vals + ")", p);
+      a.put_columns("TRACEABILITY", cols, p);
     }
     for (int id = 1; id <= 10; ++id) {
-      a.execute("insert into ADVERTISING values (?1, ?2, 1, 'PROMO.BMP', 5, 2, 3, ?2, ?3)",
-                {bnc, id, pending});
-      a.execute("insert into MESSAGES values (?1, ?2, 1, ?3)",
-                {bnc, id, "Offerta del giorno numero " + std::to_string(id)});
+      a.put("ADVERTISING", {bnc, id, 1, "PROMO.BMP", 5, 2, 3, id, pending});
+      a.put("MESSAGES", {bnc, id, 1, "Offerta del giorno numero " + std::to_string(id)});
     }
-    for (int id = 1; id <= 5; ++id)
-      a.execute("insert into ETEXT values (?1, ?2, 1, 'Ingredienti'), (?1, ?2, 2, 'Allergeni')",
-                {bnc, id});
+    for (int id = 1; id <= 5; ++id) {
+      a.put("ETEXT", {bnc, id, 1, "Ingredienti"});
+      a.put("ETEXT", {bnc, id, 2, "Allergeni"});
+    }
     for (int id = 1; id <= 4; ++id) {
-      a.execute("insert into TICKET values (?1, ?2, 'Etichetta')", {bnc, id});
-      a.execute("insert into TICKET_DETAIL values (?1, ?2, 1, 4), (?1, ?2, 2, 3), (?1, ?2, 3, 2)",
-                {bnc, id});
+      a.put("TICKET", {bnc, id, "Etichetta"});
+      for (auto [obj, type] : {std::pair{1, 4}, {2, 3}, {3, 2}})
+        a.put("TICKET_DETAIL", {bnc, id, obj, type});
       const char* props[][2] = {{"1", "60"}, {"2", "3"}, {"5", "80"}, {"6", "0"}, {"7", "0"}};
-      for (auto& pr : props)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 1, ?3, ?4)",
-                  {bnc, id, pr[0], pr[1]});
+      for (auto& pr : props) a.put("TICKET_PROPERTY", {bnc, id, 1, pr[0], pr[1]});
       const char* text[][2] = {{"0", "7"},    {"1", "0"},    {"2", "20"},   {"3", "1A"},
                                {"4", "1"},    {"5", "1003"}, {"7", "12,5"}, {"8", "1"},
                                {"9", "0"},    {"10", "20"},  {"11", "10"},  {"13", "2001"},
                                {"14", "2000"}};
-      for (auto& pr : text)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 2, ?3, ?4)",
-                  {bnc, id, pr[0], pr[1]});
+      for (auto& pr : text) a.put("TICKET_PROPERTY", {bnc, id, 2, pr[0], pr[1]});
       const char* code[][2] = {{"0", "8"},  {"1", "0"},     {"2", "5"},     {"3", "13"},
                                {"4", "2"},  {"6", "5"},     {"7", "0"},     {"8", "0"},
                                {"9", "30"}, {"11", "3000"}, {"12", "3001"}, {"15", "2"}};
-      for (auto& pr : code)
-        a.execute("insert into TICKET_PROPERTY values (?1, ?2, 3, ?3, ?4)",
-                  {bnc, id, pr[0], pr[1]});
+      for (auto& pr : code) a.put("TICKET_PROPERTY", {bnc, id, 3, pr[0], pr[1]});
     }
   }
-  for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}})
-    a.execute("insert into ALIQUOTE values (?1, ?2)", {id, pct});
-  t.commit();
+  for (auto [id, pct] : {std::pair{1, 4.0}, {2, 10.0}, {3, 22.0}}) a.put("ALIQUOTE", {id, pct});
 }
 
 }  // namespace qkp

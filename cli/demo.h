@@ -3,8 +3,8 @@
 
 #include <string>
 
-namespace qk::companions {
-class Archive;
+namespace qk {
+class ArchiveTools;
 }
 
 namespace qkp {
@@ -13,9 +13,9 @@ namespace qkp {
 void write_default_files(const std::string& folder, bool overwrite);
 // Demo settings store, logos and the demo rows in the (empty) archive.
 void write_demo_files(const std::string& folder);
-void fill_demo_archive(qk::companions::Archive& archive);
+void fill_demo_archive(qk::ArchiveTools& archive);
 // A large network for measurements: 50 departments of 8 lines, 100,000 key rows, 5,000 lots,
 // 500 advertising messages, 200 layouts, everything pending.
-void fill_large_archive(qk::companions::Archive& archive);
+void fill_large_archive(qk::ArchiveTools& archive);
 
 }  // namespace qkp

@@ -5,6 +5,7 @@
 #include "automation/error.h"
 #include "commands.h"
 #include "frame/encoding.h"
+#include "network.h"
 #include "session.h"
 
 namespace qkp {
@@ -12,6 +13,13 @@ namespace qkp {
 void print(const Options& o, const std::vector<std::string>& strings) {
   write_strings(stdout, o.format, strings);
   std::fflush(stdout);
+}
+
+qk::automation::Variant network_lines() {
+  std::vector<std::string> problems;
+  auto network = qk::sync::read_network(*qk::sync::open_archive_tools(), &problems);
+  for (const auto& p : problems) fail(p);
+  return qk::sync::configured_lines(network);
 }
 
 }  // namespace qkp
@@ -32,7 +40,7 @@ int main(int argc, char** argv) {
   qkp::add_date_command(app, options);
   qkp::add_settings_command(app, options);
   qkp::add_init_command(app, options);
-  qkp::add_import_command(app, options);
+  qkp::add_table_commands(app, options);
   qkp::add_keys_commands(app, options);
   qkp::add_flag_commands(app, options);
   qkp::add_image_commands(app, options);
@@ -40,7 +48,7 @@ int main(int argc, char** argv) {
   qkp::add_lot_flag_commands(app);
   qkp::add_params_command(app, options);
   qkp::add_layout_command(app, options);
-  qkp::add_network_commands(app, options);
+  qkp::add_sync_commands(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -55,5 +63,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     qkp::fail(e.what());
   }
-  return qkp::errors_reported() ? 1 : 0;
+  return qkp::exit_status();
 }

@@ -3,6 +3,7 @@
 #include <syslog.h>
 
 #include <cstdio>
+#include <map>
 
 #include "config/clsRegistry2Xml.h"
 #include "db_access/clsDbAccess.h"
@@ -10,13 +11,37 @@
 #include "frame/globals.h"
 #include "frame/host.h"
 #include "registry/clsRegistry.h"
+#include "sync.h"
 #include "translate/clsTranslate.h"
 
 namespace qkp {
 
 namespace {
 
-bool g_errors = false;
+int g_status = kExitOk;
+
+std::string prefixed(const std::string& text) {
+  const std::string& context = qk::sync::current_context();
+  return "qkp: " + (context.empty() ? "" : context + ": ") + text;
+}
+
+// The component's fixed Italian notices, with what they mean for the user.
+std::string explained(const std::string& utf8) {
+  static const std::map<std::string, std::string> kMeaning = {
+      {"Non è un file valido", "not a BMP file; it must be a 1-bit uncompressed BMP"},
+      {"Attenzione!\r\nLa dimensione è sbagliata",
+       "the file's size does not match its BMP header; it must be a whole 1-bit uncompressed BMP"},
+      {"File non di tipo B/N",
+       "not a black-and-white picture; it must be a 1-bit uncompressed BMP"},
+      {"Le dimensioni dell'immagine eccedono il massimo limite!",
+       "the picture has more than 56840 pixels (width × height)"},
+  };
+  auto it = kMeaning.find(utf8);
+  if (it != kMeaning.end()) return it->second;
+  if (utf8.rfind("Valore del campo#", 0) == 0)
+    return "unknown data type: the text is sent with data type 27 and field value 999";
+  return "";
+}
 
 class StderrLogger : public qk::Logger {
  public:
@@ -24,10 +49,12 @@ class StderrLogger : public qk::Logger {
   void WriteLog(int32_t, const std::string& project, const std::string& module,
                 const std::string& procedure, const std::string& description, int16_t,
                 int32_t number) override {
-    g_errors = true;
-    std::fprintf(stderr, "error %d in %s.%s.%s: %s\n", number, qk::cp1252_to_utf8(project).c_str(),
-                 qk::cp1252_to_utf8(module).c_str(), qk::cp1252_to_utf8(procedure).c_str(),
-                 qk::cp1252_to_utf8(description).c_str());
+    g_status = kExitFailed;
+    std::fprintf(stderr, "%s\n",
+                 prefixed("error " + std::to_string(number) + " in " + qk::cp1252_to_utf8(project) +
+                          "." + qk::cp1252_to_utf8(module) + "." + qk::cp1252_to_utf8(procedure) +
+                          ": " + qk::cp1252_to_utf8(description))
+                     .c_str());
   }
 };
 
@@ -44,28 +71,44 @@ void start_session() {
   // Event-log entries go to syslog as usual, and to stderr so the person at the terminal sees
   // them ("Il lotto: … è risultato inesistente").
   qk::host::set_event_log([](int type, const std::string& text) {
-    std::fprintf(stderr, "event: %s\n", qk::cp1252_to_utf8(text).c_str());
+    std::fprintf(stderr, "%s\n", prefixed("event: " + qk::cp1252_to_utf8(text)).c_str());
     openlog("QK_Protocol", LOG_PID, LOG_USER);
-    syslog(type == qk::host::kEventError ? LOG_ERR : LOG_INFO, "%s",
-           qk::cp1252_to_utf8(text).c_str());
+    syslog(type == qk::host::kEventError     ? LOG_ERR
+           : type == qk::host::kEventWarning ? LOG_WARNING
+                                             : LOG_INFO,
+           "%s", qk::cp1252_to_utf8(text).c_str());
   });
-  qk::host::set_message_box([](const std::string& text, const std::string& title, int style) {
+  qk::host::set_message_box([](const std::string& text, const std::string&, int style) {
     // Error boxes are printed by the logger; the tool answers Retry so the command goes on.
     if ((style & 0x0F) == qk::host::kRetryCancel) return int(qk::host::kAnswerRetry);
-    std::string t = title.empty() ? "QK_Protocol" : title;
-    std::fprintf(stderr, "%s: %s\n", qk::cp1252_to_utf8(t).c_str(),
-                 qk::cp1252_to_utf8(text).c_str());
+    // A notice means the request was not met as asked: it counts as a failure.
+    g_status = kExitFailed;
+    std::string utf8 = qk::cp1252_to_utf8(text);
+    std::string meaning = explained(utf8);
+    std::string shown = utf8;
+    for (auto at = shown.find("\r\n"); at != std::string::npos; at = shown.find("\r\n"))
+      shown.replace(at, 2, " ");
+    std::fprintf(stderr, "%s\n",
+                 prefixed(shown + (meaning.empty() ? "" : " (" + meaning + ")")).c_str());
     return int(qk::host::kAnswerOk);
   });
 }
 
-bool errors_reported() {
-  return g_errors;
+int exit_status() {
+  return g_status;
+}
+
+void set_exit_status(int status) {
+  if (g_status != kExitFailed) g_status = status;
 }
 
 void fail(const std::string& text) {
-  g_errors = true;
-  std::fprintf(stderr, "qkp: %s\n", text.c_str());
+  g_status = kExitFailed;
+  std::fprintf(stderr, "%s\n", prefixed(text).c_str());
+}
+
+void note(const std::string& text) {
+  std::fprintf(stderr, "%s\n", prefixed(text).c_str());
 }
 
 }  // namespace qkp

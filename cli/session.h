@@ -1,17 +1,31 @@
-// What every qkp command shares: the companions registered, a logger that prints each report to
-// stderr and remembers that one happened, and the host callbacks of a terminal tool.
+// What every qkp command shares: the companions registered, the component's reports and boxes
+// printed with what the tool was doing ("department 1, line 2, layout 3: …"), and the exit
+// status.
 #pragma once
 
 #include <string>
 
 namespace qkp {
 
+// Exit statuses (README and docs/cli.md list them).
+enum Exit : int {
+  kExitOk = 0,
+  kExitFailed = 1,   // something could not be done as asked; the messages say what
+  kExitUsage = 2,    // the command line was wrong; nothing was done
+  kExitNothing = 3,  // pending: nothing is pending
+  kExitBusy = 4,     // sync: another sync holds the line
+};
+
 // Registers the companions and installs the callbacks. Call once, before any class is created.
 void start_session();
 
-// True when any error was reported since the session started (exit status 1).
-bool errors_reported();
-// Counts a failure found by the tool itself and prints it ("qkp: <text>").
+// The exit status the command has earned so far (1 once anything failed).
+int exit_status();
+// Asks for a status; a failure (1) is never replaced by a milder one.
+void set_exit_status(int status);
+// Counts a failure found by the tool itself and prints it ("qkp: <context>: <text>").
 void fail(const std::string& text);
+// Prints a note on stderr without counting a failure.
+void note(const std::string& text);
 
 }  // namespace qkp

@@ -40,9 +40,12 @@ TEST(FuzzCorpus, BitmapReaderAndDecoders) {
     std::vector<std::string> records{bytes};
     for (int kind = 0; kind < 3; ++kind) {
       try {
-        if (kind == 0) images::decode_scale_records(records);
-        else if (kind == 1) images::decode_kestra_records(records);
-        else images::decode_printer_frames(records, 64);
+        if (kind == 0)
+          images::decode_scale_records(records);
+        else if (kind == 1)
+          images::decode_kestra_records(records);
+        else
+          images::decode_printer_frames(records, 64);
       } catch (const automation::Error& e) {
         EXPECT_FALSE(e.description().empty());
       }

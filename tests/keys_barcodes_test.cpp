@@ -200,7 +200,8 @@ struct Barcodes : ArchiveFixture {
 
 TEST_F(Barcodes, CursorAndRecords) {
   exec(
-      "insert into BARCODE values (1, 3, 'A#6@B#13', '1000'), (1, 4, 'X#123', ''),"
+      "insert into BARCODE (BC_BNC, BC_FORM, BC_VALUE, BC_FLAGTRASM) values (1, 3, 'A#6@B#13', "
+      "'1000'), (1, 4, 'X#123', ''),"
       " (1, 5, 'A#6@B', '0'), (1, 6, '', '0')");
   auto b = make(1);
   EXPECT_FALSE(b->p_booEOF());
@@ -226,7 +227,8 @@ TEST_F(Barcodes, KeyWithoutFormsAndReset) {
   EXPECT_EQ(none->p_strForm(), "");
   EXPECT_EQ(none->p_strFlagTrasm(), "0000");
 
-  exec("insert into BARCODE values (1, 1, 'A#6', '1111')");
+  exec(
+      "insert into BARCODE (BC_BNC, BC_FORM, BC_VALUE, BC_FLAGTRASM) values (1, 1, 'A#6', '1111')");
   auto b = make(1);
   b->p_MoveFirst();
   b->p_varConfiguredLines(configured(1, {1, 1, 1, 0}));

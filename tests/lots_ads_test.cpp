@@ -235,8 +235,12 @@ struct Ads : ArchiveFixture {
 TEST_F(Ads, MessagesAndTheCharacterGap) {
   std::string text;
   for (int i = 0; i < 300; ++i) text += static_cast<char>('A' + i % 26);
-  exec("insert into ADVERTISING values (1, 5, 2, 'F.BMP', 4, 3, 2, 50, '11000000')");
-  exec("insert into ADVERTISING values (1, 6, 1, NULL, 0, 0, 0, 51, '')");
+  exec(
+      "insert into ADVERTISING (ADV_BNC, Id, Mode, IM_FILE_NAME, PERSISTENCE, REPEAT, Rate, "
+      "MSG_LNK_ID, FLAGTRASM) values (1, 5, 2, 'F.BMP', 4, 3, 2, 50, '11000000')");
+  exec(
+      "insert into ADVERTISING (ADV_BNC, Id, Mode, IM_FILE_NAME, PERSISTENCE, REPEAT, Rate, "
+      "MSG_LNK_ID, FLAGTRASM) values (1, 6, 1, NULL, 0, 0, 0, 51, '')");
   exec("insert into MESSAGES values (1, 50, 1, ?1), (1, 50, 2, ?2)",
        {Variant(text), Variant("Due \x80")});
   exec("insert into MESSAGES values (1, 51, 1, 'a'), (1, 51, 2, 'b'), (1, 51, 3, 'c')");
@@ -257,7 +261,8 @@ TEST_F(Ads, MessagesAndTheCharacterGap) {
 
 TEST_F(Ads, GlobalWalkAndReset) {
   exec(
-      "insert into ADVERTISING values (1, 1, 0, '', 0, 0, 0, NULL, '11100000'),"
+      "insert into ADVERTISING (ADV_BNC, Id, Mode, IM_FILE_NAME, PERSISTENCE, REPEAT, Rate, "
+      "MSG_LNK_ID, FLAGTRASM) values (1, 1, 0, '', 0, 0, 0, NULL, '11100000'),"
       " (1, 2, 0, '', 0, 0, 0, NULL, '00000000')");
   auto m = make(0);
   m->InitializeGlobal();

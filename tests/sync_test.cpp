@@ -11,50 +11,9 @@
 #include <sstream>
 #include <thread>
 
-#include "test_support.h"
+#include "tool_fixture.h"
 
 using namespace qk::testing;
-
-namespace {
-
-struct Tool : ::testing::Test {
-  TempDir dir;
-  ScopedEnv cfg{"XDG_CONFIG_HOME", dir.file("cfg")};
-  std::string home = dir.file("demo");
-
-  // Runs qkp with arguments; returns its exit status, stdout in *out.
-  int qkp(const std::string& args, std::string* out = nullptr) {
-    std::string cmd =
-        std::string(QKP_BINARY) + " --home " + home + " " + args + " 2>" + dir.file("stderr.txt");
-    FILE* p = popen(cmd.c_str(), "r");
-    std::string text;
-    char buf[4096];
-    std::size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
-    int status = pclose(p);
-    if (out) *out = text;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  std::string sql(const std::string& query) {
-    std::string out;
-    FILE* p = popen(("sqlite3 " + home + "/Archivi.sqlite \"" + query + "\"").c_str(), "r");
-    char buf[4096];
-    std::size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-    pclose(p);
-    return out;
-  }
-  void SetUp() override { ASSERT_EQ(qkp("init --demo"), 0); }
-};
-
-std::vector<std::string> lines_of(const std::string& s) {
-  std::vector<std::string> v;
-  std::istringstream in(s);
-  for (std::string l; std::getline(in, l);) v.push_back(l);
-  return v;
-}
-
-}  // namespace
 
 TEST_F(Tool, ExitStatusAndFormats) {
   std::string out;
@@ -68,14 +27,14 @@ TEST_F(Tool, ExitStatusAndFormats) {
   EXPECT_NE(out.find("\"text\": \"h001ALIQUOTA 1      10400\""), std::string::npos);
   EXPECT_EQ(qkp("date --at nonsense"), 2);
   EXPECT_EQ(qkp("nosuchcommand"), 2);
-  EXPECT_EQ(qkp("keys --dept x --scale 1 --line 1 --key 1"), 1);
+  EXPECT_EQ(qkp("keys --dept x --scale 1 --line 1 --key 1"), 2);  // refused before anything runs
   EXPECT_EQ(qkp("lot --dept 1 --lot 99 --family velta"), 1);
   EXPECT_EQ(qkp("init"), 1);  // refuses to overwrite
 }
 
 TEST_F(Tool, PendingOnlySyncThenNothing) {
   std::string out = dir.file("out.txt");
-  ASSERT_EQ(qkp("--format raw sync --line 2 --dept 1 --out " + out), 0);
+  ASSERT_EQ(qkp("sync --line 2 --dept 1 --separator none --out " + out), 0);
   std::ifstream in(out, std::ios::binary);
   std::string sent((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   // Department 1, line 2 is a 5000 scale: the date, then the pending keys, lots and messages.
@@ -90,9 +49,9 @@ TEST_F(Tool, PendingOnlySyncThenNothing) {
   EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 2 and TP_KEY <= 20"),
             "11100000\n");
   std::string listing;
-  EXPECT_EQ(qkp("pending --line 2 --dept 1", &listing), 0);
-  EXPECT_EQ(lines_of(listing).size(), 1u);  // only the department heading
-  ASSERT_EQ(qkp("--format raw sync --line 2 --dept 1 --out " + out), 0);
+  EXPECT_EQ(qkp("pending --line 2 --dept 1", &listing), 3);  // nothing pending
+  EXPECT_EQ(listing, "department 1, line 2 (5000, scale 2)\n  nothing pending\n");
+  ASSERT_EQ(qkp("sync --line 2 --dept 1 --separator none --out " + out), 0);
   std::ifstream again(out, std::ios::binary);
   std::string after((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>());
   EXPECT_EQ(after, sent);  // the second sync sent nothing
@@ -115,8 +74,8 @@ TEST_F(Tool, FailingTransportLeavesTheRestPending) {
 TEST_F(Tool, KilledSyncNeverResetsWhatWasNotDelivered) {
   std::string got = dir.file("got.txt");
   std::string cmd = std::string(QKP_BINARY) + " --home " + home +
-                    " --format raw sync --line 2 --dept 1 --exec 'cat >> " + got + "; echo >> " +
-                    got + "; sleep 0.05'";
+                    " sync --line 2 --dept 1 --exec 'cat >> " + got + "; echo >> " + got +
+                    "; sleep 0.05'";
   pid_t pid = fork();
   if (pid == 0) {
     execl("/bin/sh", "sh", "-c", ("exec " + cmd + " 2>/dev/null").c_str(), nullptr);

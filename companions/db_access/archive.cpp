@@ -29,7 +29,7 @@ Archive::~Archive() {
   sqlite3_close_v2(db_);
 }
 
-std::shared_ptr<Archive> Archive::open(const std::string& path) {
+std::shared_ptr<Archive> Archive::open(const std::string& path, bool any_version) {
   struct stat st {};
   if (::stat(path.c_str(), &st) != 0)
     automation::raise(
@@ -45,6 +45,17 @@ std::shared_ptr<Archive> Archive::open(const std::string& path) {
   std::shared_ptr<Archive> a(new Archive(db, path));
   // Touch the schema now so that a file that is not an archive is reported at once.
   a->query("select count(*) from sqlite_master");
+  int version = a->schema_version();
+  if (!any_version && version < archive::kSchemaVersion)
+    automation::raise(automation::kDatabaseError,
+                      "the archive " + path + " has schema version " + std::to_string(version) +
+                          ", this version needs " + std::to_string(archive::kSchemaVersion) +
+                          ": run \"qkp archive upgrade\" (every row is kept)");
+  if (version > archive::kSchemaVersion)
+    automation::raise(automation::kDatabaseError,
+                      "the archive " + path + " has schema version " + std::to_string(version) +
+                          ", newer than this version knows (" +
+                          std::to_string(archive::kSchemaVersion) + "): use a newer qkp");
   return a;
 }
 
@@ -60,6 +71,11 @@ std::shared_ptr<Archive> Archive::create(const std::string& path) {
   std::shared_ptr<Archive> a(new Archive(db, path));
   a->execute_script(archive_schema_sql());
   return a;
+}
+
+int Archive::schema_version() {
+  auto rs = query("PRAGMA user_version");
+  return rs->Eof() ? 0 : rs->Fields(rs->columns()[0]).to_int32();
 }
 
 void Archive::fail(const std::string& what) {
@@ -192,6 +208,22 @@ void Archive::execute_script(const std::string& sql) {
     sqlite3_free(err);
     automation::raise(automation::kDatabaseError, msg + " (archive " + path_ + ")");
   }
+}
+
+void Archive::begin(bool write) {
+  execute(write ? "BEGIN IMMEDIATE" : "BEGIN");
+}
+
+void Archive::end(bool commit) {
+  if (!in_transaction()) return;
+  if (commit)
+    execute("COMMIT");
+  else
+    sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+bool Archive::in_transaction() {
+  return sqlite3_get_autocommit(db_) == 0;
 }
 
 Archive::Transaction::Transaction(Archive& a) : archive_(a) {

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "automation/recordset.h"
 #include "automation/variant.h"
+#include "qk/archive_tools.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -22,7 +24,8 @@ class Archive {
  public:
   // Opens an existing archive file for reading and writing; raises error 53 when the file does
   // not exist (it is never created here) and a database error when it is not an archive.
-  static std::shared_ptr<Archive> open(const std::string& path);
+  // An archive of an older schema is refused (error naming the upgrade) unless any_version.
+  static std::shared_ptr<Archive> open(const std::string& path, bool any_version = false);
   // Creates a new archive file with the schema (the file must not exist).
   static std::shared_ptr<Archive> create(const std::string& path);
   ~Archive();
@@ -34,6 +37,12 @@ class Archive {
   int execute(const std::string& sql, const std::vector<Variant>& params = {});
   // Runs several statements of a script (schema, demo data) without parameters.
   void execute_script(const std::string& sql);
+
+  // Explicit transactions for the tools: a deferred (read) or immediate (write) one; ending a
+  // transaction that is not open does nothing.
+  void begin(bool write);
+  void end(bool commit);
+  bool in_transaction();
 
   // A transaction that rolls back unless committed. Inside an open transaction it joins it:
   // the outer one decides.
@@ -50,6 +59,12 @@ class Archive {
   };
 
   const std::string& path() const { return path_; }
+  // The schema version the file carries (PRAGMA user_version).
+  int schema_version();
+
+  // The reset guard of this connection: every instance on the thread shares it, so the tools set
+  // it and the component's own database object honours it.
+  std::optional<RowSnapshot> reset_guard;
   sqlite3* handle() { return db_; }
 
  private:

@@ -18,8 +18,6 @@ using automation::raise;
 
 namespace {
 
-constexpr int kKeysPerBlock = 15;
-
 // Connections are shared by the instances of one thread, so that every class creation does not
 // reopen the file; a file replaced on disk (other device or inode) gets a fresh connection.
 struct CachedArchive {
@@ -59,9 +57,9 @@ std::string clear_flag_position(std::string flags, long line) {
 
 std::string clsDbAccess::locate(const std::string& database_file) {
   clsRegistry2Xml store;
+  std::string folder = installation_folder();
   std::string configured = store.GetSetting("Varlen System", "Appl", "Archive", "");
-  if (!configured.empty()) return configured;
-  std::string folder = store.GetSetting("Varlen System", "Appl", "Path", component_folder());
+  if (!configured.empty()) return resolve_in(folder, configured);
   std::string name = database_file;
   auto dot = name.rfind('.');
   if (dot != std::string::npos) name = name.substr(0, dot);
@@ -124,15 +122,8 @@ void clsDbAccess::p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Varia
                                                  const Variant& scale, const Variant& line,
                                                  const Variant& flags) {
   std::string stored = clear_flag_position(flags.to_string(), line.to_int32());
-  long k = key.to_int32();
-  long first = first_key_of_block(k);
-  Archive& a = archive();
-  Archive::Transaction t(a);
-  a.execute(
-      "update TASTIERA_PLU set TP_FLAGTRASM = ?1 where TP_BNC = ?2 and TP_SCALE = ?3"
-      " and TP_KEY between ?4 and ?5",
-      {stored, bnc.to_int32(), scale.to_int32(), first, first + kKeysPerBlock - 1});
-  t.commit();
+  int32_t block = static_cast<int32_t>((key.to_int32() - 1L) / kKeysPerBlock);
+  update_flags({RecordGroup::KeyBlock, bnc.to_int32(), scale.to_int32(), block}, stored);
 }
 
 RecordsetPtr clsDbAccess::p_BARCODE_objLoadValues(const Variant& key, const Variant& form) {
@@ -148,11 +139,7 @@ RecordsetPtr clsDbAccess::p_BARCODE_objLoadForms(const Variant& key) {
 void clsDbAccess::p_BARCODE_UpdateFlagTrasm(const Variant& key, const Variant& form,
                                             const Variant& line, const Variant& flags) {
   std::string stored = clear_flag_position(flags.to_string(), line.to_int32());
-  Archive& a = archive();
-  Archive::Transaction t(a);
-  a.execute("update BARCODE set BC_FLAGTRASM = ?1 where BC_BNC = ?2 and BC_FORM = ?3",
-            {stored, key.to_int32(), form.to_int32()});
-  t.commit();
+  update_flags({RecordGroup::BarcodeForm, key.to_int32(), 0, form.to_int32()}, stored);
 }
 
 RecordsetPtr clsDbAccess::p_TRACEABILITY_objRetrieveRows(const Variant& bnc,
@@ -179,11 +166,7 @@ RecordsetPtr clsDbAccess::p_TRACEABILITY_objRetrieveVariatedRows(const Variant& 
 void clsDbAccess::p_TRACEABILITY_UpdateFlagTrasm(const Variant& bnc, const Variant& lot,
                                                  const Variant& line, const Variant& flags) {
   std::string stored = clear_flag_position(flags.to_string(), line.to_int32());
-  Archive& a = archive();
-  Archive::Transaction t(a);
-  a.execute("update TRACEABILITY set TRC_FLAGTRASM = ?1 where TRC_BNC = ?2 and TRC_ID = ?3",
-            {stored, bnc.to_int32(), lot.to_int32()});
-  t.commit();
+  update_flags({RecordGroup::Lot, bnc.to_int32(), 0, lot.to_int32()}, stored);
 }
 
 RecordsetPtr clsDbAccess::p_ADVERTISING_objRetrieveGlobalData(const Variant& counter,
@@ -201,11 +184,7 @@ RecordsetPtr clsDbAccess::p_ADVERTISING_objRetrieveById(const Variant& counter, 
 
 void clsDbAccess::p_ADVERTISING_UpdateFlagTrasm(const Variant& counter, const Variant& id,
                                                 const Variant& flags) {
-  Archive& a = archive();
-  Archive::Transaction t(a);
-  a.execute("update ADVERTISING set FLAGTRASM = ?1 where ADV_BNC = ?2 and Id = ?3",
-            {flags.to_string(), counter.to_int32(), id.to_int32()});
-  t.commit();
+  update_flags({RecordGroup::Ad, counter.to_int32(), 0, id.to_int32()}, flags.to_string());
 }
 
 RecordsetPtr clsDbAccess::p_MESSAGES_objRetrieveAssociatedMessages(const Variant& counter,

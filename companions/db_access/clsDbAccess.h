@@ -9,10 +9,11 @@
 
 #include "db_access/archive.h"
 #include "frame/companion_contracts.h"
+#include "qk/archive_tools.h"
 
 namespace qk::companions {
 
-class clsDbAccess : public DbAccess {
+class clsDbAccess : public DbAccess, public ArchiveTools {
  public:
   void Initialize(const Variant& database_file) override;
   RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) override;
@@ -56,6 +57,30 @@ class clsDbAccess : public DbAccess {
                                     const Variant& object, const Variant& property,
                                     const Variant& value) override;
 
+  // The tools' members (qk/archive_tools.h).
+  std::string location() const override;
+  void begin_read() override;
+  void end_read() override;
+  void begin_write() override;
+  void commit() override;
+  void rollback() override;
+  std::vector<int32_t> record_ids(RecordGroup g, int32_t dept, int32_t scale, int32_t line,
+                                  std::vector<std::string>* problems) override;
+  RecordsetPtr group_rows(const GroupRef& ref) override;
+  void guard_resets(const RowSnapshot* guard) override;
+  RecordsetPtr select_rows(const archive::Table& t, const Where& where) override;
+  void insert_row(const archive::Table& t, const std::vector<std::string>& columns,
+                  const std::vector<Variant>& values) override;
+  long update_rows(const archive::Table& t, const Where& where,
+                   const std::vector<std::string>& columns,
+                   const std::vector<Variant>& values) override;
+  long delete_rows(const archive::Table& t, const Where& where) override;
+  long mark_pending(const archive::Table& t, const Where& where, const std::string& lines) override;
+  std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override;
+  void begin_new_archive(const std::string& database_file, bool replace) override;
+  void publish_new_archive() override;
+  void upgrade_schema(const std::string& database_file) override;
+
   // The opened archive (error 91 before Initialize).
   Archive& archive();
 
@@ -63,7 +88,18 @@ class clsDbAccess : public DbAccess {
   static std::string locate(const std::string& database_file);
 
  private:
+  // A group's rows: table, condition and its parameters.
+  struct GroupSql {
+    std::string table, condition;
+    std::vector<Variant> params;
+  };
+  static GroupSql group_sql(const GroupRef& ref);
+  // Stores a numeric reset's flags on the group's rows, only on the guard's unchanged rows when
+  // one is set, in one transaction.
+  void update_flags(const GroupRef& ref, const std::string& stored);
+
   std::shared_ptr<Archive> archive_;
+  std::string new_archive_name_, new_archive_path_, new_archive_target_;
 };
 
 // Registers the component under "QK_Db_Access.clsDbAccess".

@@ -1,130 +1,131 @@
 #include "db_access/schema.h"
 
+#include "qk/archive_schema.h"
+
 namespace qk::companions {
+
+namespace {
+
+using archive::Column;
+using archive::ColumnType;
+using archive::Table;
+
+std::string joined(std::span<const std::string_view> names) {
+  std::string s;
+  for (auto n : names) s += (s.empty() ? "" : ", ") + std::string(n);
+  return s;
+}
+
+std::string column_sql(const Column& c) {
+  std::string s = "  " + std::string(c.name) + " " +
+                  (c.type == ColumnType::Integer ? "INTEGER"
+                   : c.type == ColumnType::Real  ? "REAL"
+                                                 : "TEXT");
+  if (c.not_null) s += " NOT NULL";
+  if (!c.default_sql.empty()) s += " DEFAULT " + std::string(c.default_sql);
+  if (!c.check_sql.empty()) s += " CHECK (" + std::string(c.check_sql) + ")";
+  return s;
+}
+
+std::string table_sql(const Table& t) {
+  std::string s = "-- " + std::string(t.comment) + "\nCREATE TABLE " + std::string(t.name) + " (\n";
+  for (std::size_t i = 0; i < t.columns.size(); ++i)
+    s += column_sql(t.columns[i]) + (i + 1 < t.columns.size() || !t.key.empty() ? ",\n" : "\n");
+  if (!t.key.empty()) s += "  PRIMARY KEY (" + joined(t.key) + ")\n";
+  s += ");\n";
+  int n = 0;
+  for (auto index : t.indexes)
+    s += "CREATE INDEX " + std::string(t.name) + "_BY_" + std::to_string(++n) + " ON " +
+         std::string(t.name) + " (" + std::string(index) + ");\n";
+  return s;
+}
+
+bool has_row_version(const Table& t) {
+  return archive::find_column(t, archive::kRowVersionColumn) != nullptr;
+}
+
+// A write event takes the next number of QK_SEQUENCE, so that (rowid, version) never repeats even
+// when a deleted row's rowid is given to a new one.
+const char* kNextVersion =
+    "  UPDATE QK_SEQUENCE SET N = N + 1;\n"
+    "  UPDATE %T SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE) WHERE rowid = %R.rowid;\n";
+
+std::string next_version(const Table& t, const char* row) {
+  std::string s = kNextVersion;
+  s.replace(s.find("%T"), 2, t.name);
+  s.replace(s.find("%R"), 2, row);
+  return s;
+}
+
+// A row's version changes with its content and with lines newly marked pending, never when a
+// reset only clears lines: two syncs of different lines do not invalidate each other.
+std::string version_triggers_sql(const Table& t) {
+  std::string name(t.name), flags(t.flags);
+  std::string changed;
+  for (const Column& c : t.columns) {
+    if (c.name == archive::kRowVersionColumn || c.name == t.flags) continue;
+    changed += (changed.empty() ? "" : " OR ") + std::string("OLD.") + std::string(c.name) +
+               " IS NOT NEW." + std::string(c.name);
+  }
+  const Column* f = archive::find_column(t, t.flags);
+  for (int p = 1; p <= f->flag_width; ++p) {
+    std::string pos = std::to_string(p);
+    changed += " OR (substr(NEW." + flags + ", " + pos + ", 1) = '1' AND substr(OLD." + flags +
+               ", " + pos + ", 1) IS NOT '1')";
+  }
+  return "CREATE TRIGGER " + name + "_ADDED AFTER INSERT ON " + name + " BEGIN\n" +
+         next_version(t, "NEW") + "END;\n" + "CREATE TRIGGER " + name +
+         "_CHANGED AFTER UPDATE ON " + name + "\n  WHEN NEW.ROW_VERSION IS OLD.ROW_VERSION AND (" +
+         changed + ") BEGIN\n" + next_version(t, "NEW") + "END;\n";
+}
+
+// An advertising message's texts are part of it: a change to them changes the message's version.
+std::string message_triggers_sql() {
+  std::string s;
+  for (const char* event : {"INSERT", "UPDATE", "DELETE"}) {
+    for (const char* row : {"NEW", "OLD"}) {
+      if ((std::string(event) == "INSERT" && std::string(row) == "OLD") ||
+          (std::string(event) == "DELETE" && std::string(row) == "NEW"))
+        continue;
+      s += std::string("CREATE TRIGGER MESSAGES_") + event + "_" + row + " AFTER " + event +
+           " ON MESSAGES BEGIN\n  UPDATE QK_SEQUENCE SET N = N + 1;\n"
+           "  UPDATE ADVERTISING SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE)\n"
+           "   WHERE ADV_BNC = " +
+           row + ".MSG_BNC AND MSG_LNK_ID = " + row + ".MSG_LNK_ID;\nEND;\n";
+    }
+  }
+  return s;
+}
+
+std::string versioning_sql() {
+  std::string s =
+      "CREATE TABLE QK_SEQUENCE (N INTEGER NOT NULL);\nINSERT INTO QK_SEQUENCE VALUES (0);\n";
+  for (const Table& t : archive::tables())
+    if (has_row_version(t)) s += version_triggers_sql(t);
+  s += message_triggers_sql();
+  s += "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
+  return s;
+}
+
+}  // namespace
 
 const std::string& archive_schema_sql() {
   static const std::string sql = [] {
-    std::string desc;
-    for (int i = 1; i <= 20; ++i) desc += "  TRC_DESC" + std::to_string(i) + " TEXT,\n";
-    return std::string(R"(
-PRAGMA journal_mode = WAL;
--- The network: which lines exist per department, the scale family and scale number of each.
-CREATE TABLE SCALE_LINES (
-  SL_BNC    INTEGER NOT NULL,
-  SL_LINE   INTEGER NOT NULL CHECK (SL_LINE BETWEEN 1 AND 8),
-  SL_FAMILY TEXT NOT NULL CHECK (SL_FAMILY IN ('3000','3000TOP','2000','5000','VELTA','KESTRA')),
-  SL_SCALE  INTEGER NOT NULL,
-  PRIMARY KEY (SL_BNC, SL_LINE)
-);
--- Keyboard keys: one row binds a key of one scale to a value on the lines of TP_LINES.
-CREATE TABLE TASTIERA_PLU (
-  TP_BNC       INTEGER NOT NULL,
-  TP_SCALE     INTEGER NOT NULL,
-  TP_KEY       INTEGER NOT NULL,
-  TP_VALUE     INTEGER NOT NULL DEFAULT 0,
-  TP_MODE      TEXT NOT NULL DEFAULT 'P',
-  TP_LINES     INTEGER NOT NULL DEFAULT 255,
-  TP_FLAGTRASM TEXT NOT NULL DEFAULT '00000000'
-);
-CREATE INDEX TASTIERA_PLU_BY_SCALE ON TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY);
-CREATE INDEX TASTIERA_PLU_BY_KEY ON TASTIERA_PLU (TP_BNC, TP_KEY);
--- Barcode formats: forms of a department, each with its field list "code#len@code#len".
-CREATE TABLE BARCODE (
-  BC_BNC       INTEGER NOT NULL,
-  BC_FORM      INTEGER NOT NULL,
-  BC_VALUE     TEXT NOT NULL DEFAULT '',
-  BC_FLAGTRASM TEXT NOT NULL DEFAULT '0000',
-  PRIMARY KEY (BC_BNC, BC_FORM)
-);
--- Traceability lots: one or more rows per lot (TRC_ROW), up to twenty description lines each.
-CREATE TABLE TRACEABILITY (
-  TRC_BNC      INTEGER NOT NULL,
-  TRC_ID       INTEGER NOT NULL,
-  TRC_ROW      INTEGER NOT NULL DEFAULT 1,
-  TRC_ID_LOT   TEXT,
-)") + desc +
-           R"(  TRC_MODE     INTEGER DEFAULT 0,
-  TRC_OPTIONAL INTEGER DEFAULT 0,
-  WCHARGED     TEXT,
-  TRC_FLAGTRASM TEXT NOT NULL DEFAULT '00000000',
-  PRIMARY KEY (TRC_BNC, TRC_ID, TRC_ROW)
-);
--- Advertising messages and the texts linked to them through MSG_LNK_ID.
-CREATE TABLE ADVERTISING (
-  ADV_BNC      INTEGER NOT NULL,
-  Id           INTEGER NOT NULL,
-  Mode         INTEGER DEFAULT 0,
-  IM_FILE_NAME TEXT DEFAULT '',
-  PERSISTENCE  INTEGER DEFAULT 0,
-  REPEAT       INTEGER DEFAULT 0,
-  Rate         INTEGER DEFAULT 0,
-  MSG_LNK_ID   INTEGER,
-  FLAGTRASM    TEXT NOT NULL DEFAULT '00000000',
-  PRIMARY KEY (ADV_BNC, Id)
-);
-CREATE TABLE MESSAGES (
-  MSG_BNC    INTEGER NOT NULL,
-  MSG_LNK_ID INTEGER NOT NULL,
-  MSG_ROW    INTEGER NOT NULL,
-  MESSAGE    TEXT NOT NULL DEFAULT '',
-  PRIMARY KEY (MSG_BNC, MSG_LNK_ID, MSG_ROW)
-);
--- Electronic texts: rows of numbered texts per counter.
-CREATE TABLE ETEXT (
-  ET_BNC INTEGER NOT NULL,
-  Id     INTEGER NOT NULL,
-  Row    INTEGER NOT NULL,
-  Descr  TEXT NOT NULL DEFAULT '',
-  PRIMARY KEY (ET_BNC, Id, Row)
-);
--- Images (logos) by counter and number.
-CREATE TABLE IMMAGINI (
-  IM_BNC         INTEGER NOT NULL,
-  IM_ID          INTEGER NOT NULL,
-  IM_FILE_NAME   TEXT NOT NULL DEFAULT '',
-  IM_DESCRIPTION TEXT NOT NULL DEFAULT '',
-  IM_FROM        TEXT NOT NULL DEFAULT '01010101',
-  IM_TO          TEXT NOT NULL DEFAULT '',
-  IM_TYPE        INTEGER NOT NULL DEFAULT 0,
-  PRIMARY KEY (IM_BNC, IM_ID)
-);
-CREATE INDEX IMMAGINI_BY_NAME ON IMMAGINI (IM_BNC, IM_FILE_NAME);
--- Ticket layouts: layout, its objects (OBJ_TYPE 1 logo, 2 barcode, 3 text, 4 ticket) and the
--- objects' numbered properties.
-CREATE TABLE TICKET (
-  TK_BNC         INTEGER NOT NULL,
-  TK_ID          INTEGER NOT NULL,
-  TK_DESCRIPTION TEXT NOT NULL DEFAULT '',
-  PRIMARY KEY (TK_BNC, TK_ID)
-);
-CREATE TABLE TICKET_DETAIL (
-  TD_BNC   INTEGER NOT NULL,
-  TD_ID    INTEGER NOT NULL,
-  TD_OBJ   INTEGER NOT NULL,
-  OBJ_TYPE INTEGER NOT NULL CHECK (OBJ_TYPE BETWEEN 1 AND 4),
-  PRIMARY KEY (TD_BNC, TD_ID, TD_OBJ)
-);
-CREATE TABLE TICKET_PROPERTY (
-  TD_BNC INTEGER NOT NULL,
-  TD_ID  INTEGER NOT NULL,
-  TD_OBJ INTEGER NOT NULL,
-  Id     INTEGER NOT NULL,
-  value  TEXT,
-  PRIMARY KEY (TD_BNC, TD_ID, TD_OBJ, Id)
-);
--- VAT rates and articles.
-CREATE TABLE ALIQUOTE (
-  Id         INTEGER PRIMARY KEY,
-  percentage REAL NOT NULL DEFAULT 0
-);
-CREATE TABLE ARTICOLI (
-  BNC         INTEGER NOT NULL,
-  Plu         INTEGER NOT NULL,
-  DESCRIPTION TEXT NOT NULL DEFAULT '',
-  FLAGTRASM   TEXT NOT NULL DEFAULT '00000000',
-  PRIMARY KEY (BNC, Plu)
-);
-)";
+    std::string s = "PRAGMA journal_mode = WAL;\n";
+    for (const Table& t : archive::tables()) s += table_sql(t);
+    return s + versioning_sql();
+  }();
+  return sql;
+}
+
+const std::string& upgrade_schema_sql() {
+  static const std::string sql = [] {
+    std::string s;
+    for (const Table& t : archive::tables())
+      if (has_row_version(t))
+        s += "ALTER TABLE " + std::string(t.name) +
+             " ADD COLUMN ROW_VERSION INTEGER NOT NULL DEFAULT 0;\n";
+    return s + versioning_sql();
   }();
   return sql;
 }

@@ -1,14 +1,15 @@
-// The archive's tables. Column names are the ones the builders read; docs/archive.md shows them.
+// The archive's SQLite schema, generated from the table description of qk/archive_schema.h, with
+// the triggers that keep each flag-carrying row's ROW_VERSION.
 #pragma once
 
 #include <string>
 
 namespace qk::companions {
 
-// The scale families a line can serve.
-inline constexpr const char* kFamilies[] = {"3000", "3000TOP", "2000", "5000", "VELTA", "KESTRA"};
-
-// CREATE TABLE and CREATE INDEX statements of an empty archive.
+// CREATE statements of an empty archive of the current schema version.
 const std::string& archive_schema_sql();
+
+// Brings a version-0/1 archive (tables without ROW_VERSION) to the current version.
+const std::string& upgrade_schema_sql();
 
 }  // namespace qk::companions

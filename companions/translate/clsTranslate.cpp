@@ -11,9 +11,9 @@ namespace qk::companions {
 
 std::string clsTranslate::languages_folder() {
   clsRegistry2Xml store;
-  std::string install = store.GetSetting("Varlen System", "Appl", "Path", component_folder());
-  return store.GetSetting("Varlen System", "Appl", "PathLanguages",
-                          with_trailing_separator(install) + "Languages");
+  std::string install = installation_folder();
+  return resolve_in(install, store.GetSetting("Varlen System", "Appl", "PathLanguages",
+                                              with_trailing_separator(install) + "Languages"));
 }
 
 std::map<std::string, std::string> clsTranslate::StringValues() {

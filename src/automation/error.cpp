@@ -18,6 +18,8 @@ std::string standard_description(long number) {
       return "Type mismatch";
     case 53:
       return "File not found";
+    case 58:
+      return "File already exists";
     case 62:
       return "Input past end of file";
     case 75:

@@ -15,6 +15,7 @@ enum ErrorNumber : long {
   kDivisionByZero = 11,
   kTypeMismatch = 13,
   kFileNotFound = 53,
+  kFileAlreadyExists = 58,
   kInputPastEndOfFile = 62,
   kPathFileAccessError = 75,
   kObjectNotSet = 91,

@@ -76,9 +76,7 @@ pugi::xml_node append_item(pugi::xml_node parent, const std::string& ai,
 
 clsConfigurationPrs::clsConfigurationPrs() {
   trap(old_label("Class_Initialize"), [&] {
-    clsRegistry2Xml store;
-    file_ = store.GetSetting(kApplicationName, "Appl", "Path", component_folder()) +
-            kPathSeparator + kFileName;
+    file_ = installation_folder() + kPathSeparator + kFileName;
   });
 }
 

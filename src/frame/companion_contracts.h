@@ -21,7 +21,7 @@ inline constexpr const char* kRegistryHelperId = "QK_Registry_Utility.clsRegistr
 
 // "QK_Db_Access.clsDbAccess": every retrieval returns a forward-readable recordset. Arguments are
 // the caller's values; their meanings are given with each builder.
-class DbAccess : public automation::Object {
+class DbAccess : public virtual automation::Object {
  public:
   virtual void Initialize(const Variant& database_file) = 0;
   virtual RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) = 0;

@@ -26,8 +26,11 @@ void run_creation_sequence(const char* class_name, unsigned steps,
     if (steps & kStepReadSilent)
       g.booSilent = registry().GetSetting(kApplicationName, "Debug", "Silent", "Y") == "Y";
     if (steps & kStepReadPath) {
+      // A relative folder is taken inside the component's own, so that a copied installation
+      // keeps using its own files.
       std::string path =
-          registry().GetSetting(kApplicationName, "Appl", "Path", component_folder());
+          resolve_in(component_folder(),
+                     registry().GetSetting(kApplicationName, "Appl", "Path", component_folder()));
       g.strApplPath = with_trailing_separator(path);
     }
     if (steps & kStepOpenDatabase) open_database();

@@ -19,6 +19,9 @@ struct Callbacks {
   EventLogFn log;
 };
 
+thread_local long g_reports = 0;
+thread_local long g_notices = 0;
+
 Callbacks& callbacks() {
   static Callbacks c;
   return c;
@@ -56,7 +59,18 @@ void set_event_log(EventLogFn fn) {
   callbacks().log = std::move(fn);
 }
 
+long reports_on_this_thread() {
+  return g_reports;
+}
+long notices_on_this_thread() {
+  return g_notices;
+}
+void count_report() {
+  ++g_reports;
+}
+
 int message_box(const std::string& text, const std::string& title, int style) {
+  if ((style & 0x0F) != kRetryCancel) ++g_notices;
   MessageBoxFn fn;
   {
     std::lock_guard lock(callbacks().mutex);

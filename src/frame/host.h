@@ -36,6 +36,13 @@ int message_box(const std::string& text, const std::string& title, int style);
 void exit_process(unsigned exit_code);
 void event_log(int type, const std::string& text);
 
+// How many errors the component reported (p_ReportError) and how many notice boxes it showed
+// on this thread since it started: a host compares them around a call to learn whether the call
+// went cleanly, since the component returns partial results rather than failing.
+long reports_on_this_thread();
+long notices_on_this_thread();
+void count_report();
+
 // The exit code a running process reads for itself (STILL_ACTIVE).
 inline constexpr unsigned kStillActive = 259;
 

@@ -6,13 +6,18 @@
 #include <filesystem>
 #include <fstream>
 
+#include "config/clsRegistry2Xml.h"
 #include "frame/encoding.h"
+#include "frame/globals.h"
 
 namespace qk {
 
 std::string component_folder() {
   if (const char* home = std::getenv("QK_HOME"); home && *home) {
-    std::string h = home;
+    // Absolute, so that relative settings resolve against it and not against each other.
+    std::error_code ec;
+    std::string h = std::filesystem::absolute(home, ec).lexically_normal().string();
+    if (ec) h = home;
     while (h.size() > 1 && h.back() == '/') h.pop_back();
     return h;
   }
@@ -48,6 +53,20 @@ std::string per_user_setting(const std::string& section, const std::string& key)
     return v ? *v : "";
   }
   return "";
+}
+
+std::string resolve_in(const std::string& base, const std::string& path) {
+  if (path.empty() || path.front() == kPathSeparator) return path;
+  if (path == ".") return base;
+  return with_trailing_separator(base) + path;
+}
+
+std::string installation_folder() {
+  clsRegistry2Xml store;
+  std::string folder = resolve_in(
+      component_folder(), store.GetSetting(kApplicationName, "Appl", "Path", component_folder()));
+  while (folder.size() > 1 && folder.back() == kPathSeparator) folder.pop_back();
+  return folder;
 }
 
 std::string with_trailing_separator(std::string folder) {

@@ -48,6 +48,7 @@ std::string english_error_message(long number, const std::string& description,
 void p_ReportError(automation::Variant& Number, automation::Variant& Description,
                    automation::Variant& Project, automation::Variant& Module,
                    automation::Variant& Procedure) {
+  host::count_report();
   // Resume-next: a failing statement is skipped and the fallback flag is set.
   bool fallback = false;
   auto step = [&](auto&& f) {

@@ -3,6 +3,7 @@
 // No trap: errors reach the caller's.
 #pragma once
 
+#include <optional>
 #include <pugixml.hpp>
 #include <string>
 
@@ -16,8 +17,13 @@ class clsConvertion {
   // when no MAP matches; "" when the matching MAP lacks strToTag.
   std::string ConvertValue(std::string& strFromTag, std::string& strToTag, std::string& strValue);
 
-  // Whether some MAP has that strFromTag value.
-  bool is_mapped(const std::string& from_tag, const std::string& value) const;
+  // The tool's own lookup, comparing the value literally (never pasted into a query): the
+  // to_tag value of the first MAP whose from_tag value is `value`, or nullopt when none is.
+  std::optional<std::string> lookup(const std::string& from_tag, const std::string& to_tag,
+                                    const std::string& value) const;
+  bool is_mapped(const std::string& from_tag, const std::string& value) const {
+    return lookup(from_tag, from_tag, value).has_value();
+  }
 
  private:
   pugi::xml_document doc_;

@@ -1,18 +1,16 @@
-// What each scale family takes, and in which form. The one table the sync and the pending list
-// follow (docs/sync.md shows it too).
+// What each scale family takes, and in which form. The one table the sync, the pending list and
+// marking follow (docs/sync.md shows it too).
 #pragma once
 
 #include <string>
 
-namespace qkp {
+namespace qk::sync {
 
 // The kinds of record, in the order a sync sends them.
 enum class Kind { Date, Vat, Barcodes, Keys, Lots, Ads, ETexts, Layouts, Images };
 inline constexpr Kind kKinds[] = {Kind::Date, Kind::Vat,    Kind::Barcodes, Kind::Keys,  Kind::Lots,
                                   Kind::Ads,  Kind::ETexts, Kind::Layouts,  Kind::Images};
 const char* kind_name(Kind k);
-// Kinds that carry transmission flags (sent when pending); the others are sent with --full.
-bool has_flags(Kind k);
 
 struct FamilyForms {
   const char* family;
@@ -37,9 +35,9 @@ inline constexpr FamilyForms kFamilies[] = {
     {"KESTRA", "numeric", false, false, nullptr, nullptr, false, false, nullptr, "kestra"},
 };
 
-// The forms of a family, or nullptr for an unknown one.
+// The forms of a family (any letter case), or nullptr for an unknown one.
 const FamilyForms* forms_of(const std::string& family);
-// Whether the family takes the kind at all.
-bool takes(const FamilyForms& f, Kind k);
+// The form in which the family takes the kind, or nullptr when it does not take it.
+const char* form_of(const FamilyForms& f, Kind k);
 
-}  // namespace qkp
+}  // namespace qk::sync

@@ -1,6 +1,8 @@
 #include "families.h"
 
-namespace qkp {
+#include <strings.h>
+
+namespace qk::sync {
 
 const char* kind_name(Kind k) {
   switch (k) {
@@ -26,38 +28,34 @@ const char* kind_name(Kind k) {
   return "?";
 }
 
-bool has_flags(Kind k) {
-  return k == Kind::Barcodes || k == Kind::Keys || k == Kind::Lots || k == Kind::Ads;
-}
-
 const FamilyForms* forms_of(const std::string& family) {
   for (const auto& f : kFamilies)
-    if (family == f.family) return &f;
+    if (strcasecmp(family.c_str(), f.family) == 0) return &f;
   return nullptr;
 }
 
-bool takes(const FamilyForms& f, Kind k) {
+const char* form_of(const FamilyForms& f, Kind k) {
   switch (k) {
     case Kind::Date:
-      return f.date != nullptr;
+      return f.date;
     case Kind::Vat:
-      return f.vat;
+      return f.vat ? "2000" : nullptr;
     case Kind::Barcodes:
-      return f.barcodes;
+      return f.barcodes ? "numeric" : nullptr;
     case Kind::Keys:
-      return f.keys != nullptr;
+      return f.keys;
     case Kind::Lots:
-      return f.lots != nullptr;
+      return f.lots;
     case Kind::Ads:
-      return f.ads;
+      return f.ads ? "5000" : nullptr;
     case Kind::ETexts:
-      return f.etexts;
+      return f.etexts ? "5000" : nullptr;
     case Kind::Layouts:
-      return f.layouts != nullptr;
+      return f.layouts;
     case Kind::Images:
-      return f.images != nullptr;
+      return f.images;
   }
-  return false;
+  return nullptr;
 }
 
-}  // namespace qkp
+}  // namespace qk::sync

@@ -1,0 +1,300 @@
+// lines, pending, sync, mark and status: the network and the main job.
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "automation/error.h"
+#include "commands.h"
+#include "config/clsConfigurationPrs.h"
+#include "config/clsRegistry2Xml.h"
+#include "frame/encoding.h"
+#include "frame/paths.h"
+#include "session.h"
+#include "sync.h"
+
+namespace qkp {
+
+namespace sync = qk::sync;
+
+namespace {
+
+std::string line_heading(const sync::ScaleLine& l) {
+  return "department " + std::to_string(l.dept) + ", line " + std::to_string(l.line) + " (" +
+         l.family + ", scale " + std::to_string(l.scale) + ")";
+}
+
+void say_all(const std::vector<std::string>& problems) {
+  for (const auto& p : problems) fail(p);
+}
+
+void list_lines(const Options& g) {
+  auto a = sync::open_archive_tools();
+  std::vector<std::string> problems;
+  auto network = sync::read_network(*a, &problems);
+  say_all(problems);
+  if (g.format == Format::Json) {
+    nlohmann::json out = nlohmann::json::array();
+    for (const auto& l : network)
+      out.push_back({{"dept", l.dept}, {"line", l.line}, {"family", l.family}, {"scale", l.scale}});
+    std::printf("%s\n", out.dump(1).c_str());
+    return;
+  }
+  std::printf("%-6s %-5s %-8s %s\n", "dept", "line", "family", "scale");
+  for (const auto& l : network)
+    std::printf("%-6d %-5d %-8s %d\n", l.dept, l.line, l.family.c_str(), l.scale);
+}
+
+void show_pending(const Options& g, const sync::SyncScope& scope) {
+  auto a = sync::open_archive_tools();
+  std::vector<std::string> problems;
+  auto lines = sync::list_pending(*a, scope, &problems);
+  say_all(problems);
+  if (lines.empty()) {
+    fail("no department configures line " + std::to_string(scope.line) +
+         (scope.dept >= 0 ? " in department " + std::to_string(scope.dept) : ""));
+    return;
+  }
+  std::size_t total = 0;
+  for (const auto& l : lines) total += l.records.size();
+  if (g.format == Format::Json) {
+    nlohmann::json out = nlohmann::json::array();
+    for (const auto& l : lines) {
+      nlohmann::json records = nlohmann::json::array();
+      for (const auto& r : l.records)
+        records.push_back({{"kind", sync::kind_name(r.kind)},
+                           {"id", r.id},
+                           {"label", qk::cp1252_to_utf8(r.label)},
+                           {"flags", r.flags}});
+      out.push_back({{"dept", l.where.dept},
+                     {"line", l.where.line},
+                     {"family", l.where.family},
+                     {"scale", l.where.scale},
+                     {"known_family", l.known_family},
+                     {"records", records}});
+    }
+    std::printf("%s\n", out.dump(1).c_str());
+  } else {
+    for (const auto& l : lines) {
+      std::printf("%s\n", line_heading(l.where).c_str());
+      if (!l.known_family) std::printf("  unknown family: nothing is sent\n");
+      if (l.records.empty()) std::printf("  nothing pending\n");
+      for (const auto& r : l.records)
+        std::printf("  %-9s %-24s %s\n", sync::kind_name(r.kind),
+                    qk::cp1252_to_utf8(r.label).c_str(), r.flags.c_str());
+    }
+  }
+  if (total == 0) set_exit_status(kExitNothing);
+}
+
+struct SyncCommand {
+  sync::SyncOptions options;
+  std::string out_file, exec, separator = "crlf", serial;
+};
+
+void run_sync(const SyncCommand& c) {
+  std::optional<sync::SerialSettings> serial;
+  if (!c.serial.empty()) {
+    std::string why;
+    serial = sync::parse_serial_settings(c.serial, &why);
+    if (!serial) throw CLI::ValidationError("--serial-settings", why);
+  }
+  auto separator = sync::parse_separator(c.separator);
+  auto transport = c.out_file.empty() ? sync::command_transport(c.exec)
+                                      : sync::file_transport(c.out_file, *separator, serial);
+  auto a = sync::open_archive_tools();
+  note("sync of line " + std::to_string(c.options.scope.line) + ": archive " + a->location() +
+       ", settings " + qk::clsRegistry2Xml().file_name());
+  bool terminal = ::isatty(2);
+  sync::SyncOptions o = c.options;
+  o.say = [terminal](const std::string& text) {
+    std::fprintf(stderr, "%sqkp: %s\n", terminal ? "\r" : "", text.c_str());
+  };
+  if (terminal)
+    o.progress = [](long n) {
+      if (n % 200 == 0) std::fprintf(stderr, "\rqkp: %ld records sent", n);
+    };
+  sync::SyncReport r = sync::run_sync(*a, *transport, o);
+  if (terminal) std::fprintf(stderr, "\r");
+  if (r.status == sync::SyncReport::Busy) {
+    note("line " + std::to_string(o.scope.line) + " of " + a->location() +
+         " is being synced by another process (" + (r.holder.empty() ? "unknown" : r.holder) +
+         "); nothing was sent; run again when it is done, or add --wait");
+    set_exit_status(kExitBusy);
+    return;
+  }
+  if (r.status == sync::SyncReport::NoLine) {
+    fail("no department configures line " + std::to_string(o.scope.line) +
+         (o.scope.dept >= 0 ? " in department " + std::to_string(o.scope.dept) : ""));
+    return;
+  }
+  for (const auto& [kind, t] : r.tally) {
+    std::string extra;
+    if (t.failed) extra += ", " + std::to_string(t.failed) + " failed";
+    if (t.changed) extra += ", " + std::to_string(t.changed) + " changed meanwhile";
+    if (t.reset_failed) extra += ", " + std::to_string(t.reset_failed) + " not reset";
+    if (t.warned) extra += ", " + std::to_string(t.warned) + " with warnings";
+    std::fprintf(stderr, "qkp: %-9s %6ld records delivered %9lld bytes%s\n", sync::kind_name(kind),
+                 t.records, t.bytes, extra.c_str());
+  }
+  std::fprintf(stderr, "qkp: sync of line %d: %ld records, %lld bytes delivered in %.3f s\n",
+               o.scope.line, r.records(), r.bytes(), r.seconds);
+  if (r.status != sync::SyncReport::Done) set_exit_status(kExitFailed);
+}
+
+// The kinds a user may name, with the flags.
+std::vector<std::string> flagged_kind_names() {
+  std::vector<std::string> names;
+  for (const auto& e : sync::sources())
+    if (e.flagged) names.push_back(sync::kind_name(e.kind));
+  return names;
+}
+
+}  // namespace
+
+void add_sync_commands(CLI::App& app, Options& g) {
+  auto* lines = app.add_subcommand("lines", "The scale lines of every department");
+  struct LineOptions {
+    int32_t dept = 0, line = 0, scale = 0;
+    std::string family;
+  };
+  auto lo = std::make_shared<LineOptions>();
+  auto* set = lines->add_subcommand("set", "Add or change a line of a department");
+  set->add_option("--dept", lo->dept)->required()->check(CLI::NonNegativeNumber);
+  set->add_option("--line", lo->line, "1 to 8")->required()->check(CLI::Range(1, 8));
+  std::vector<std::string> families;
+  for (const auto& f : sync::kFamilies) families.push_back(f.family);
+  set->add_option("--family", lo->family)
+      ->required()
+      ->transform(CLI::IsMember(families, CLI::ignore_case));
+  set->add_option("--scale", lo->scale, "scale number served on the line")->required();
+  set->callback([lo] {
+    auto a = sync::open_archive_tools();
+    const auto& t = *qk::archive::find_table("SCALE_LINES");
+    qk::Where key{{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}};
+    sync::ArchiveWrite write(*a);
+    if (a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE"}, {lo->family, lo->scale}) == 0)
+      a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE"},
+                    {lo->dept, lo->line, lo->family, lo->scale});
+    write.commit();
+  });
+  auto* remove = lines->add_subcommand("remove", "Remove a line of a department");
+  remove->add_option("--dept", lo->dept)->required()->check(CLI::NonNegativeNumber);
+  remove->add_option("--line", lo->line)->required()->check(CLI::Range(1, 8));
+  remove->callback([lo] {
+    auto a = sync::open_archive_tools();
+    if (a->delete_rows(*qk::archive::find_table("SCALE_LINES"),
+                       {{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}}) == 0)
+      fail("department " + std::to_string(lo->dept) + " has no line " + std::to_string(lo->line));
+  });
+  lines->callback([lines, &g] {
+    if (lines->get_subcommands().empty()) list_lines(g);
+  });
+
+  auto scope = std::make_shared<sync::SyncScope>();
+  auto* pending = app.add_subcommand(
+      "pending", "Records still pending on a line (exit status 3 when nothing is)");
+  pending->add_option("--line", scope->line, "served line, 1 to 8")
+      ->required()
+      ->check(CLI::Range(1, 8));
+  pending->add_option("--dept", scope->dept, "only this department")->check(CLI::NonNegativeNumber);
+  pending->callback([&g, scope] { show_pending(g, *scope); });
+
+  auto sc = std::make_shared<SyncCommand>();
+  auto* sync = app.add_subcommand(
+      "sync", "Send a line everything it is missing; reset each flag once delivered");
+  sync->add_option("--line", sc->options.scope.line, "served line, 1 to 8")
+      ->required()
+      ->check(CLI::Range(1, 8));
+  sync->add_option("--dept", sc->options.scope.dept, "only this department")
+      ->check(CLI::NonNegativeNumber);
+  sync->add_flag("--full", sc->options.scope.full,
+                 "send everything the family takes, not only pending");
+  sync->add_flag("--wait", sc->options.wait, "wait for another sync of the line to finish");
+  auto* out = sync->add_option("--out", sc->out_file,
+                               "append the records to FILE, or write them to a device");
+  auto* exec = sync->add_option("--exec", sc->exec, "run CMD once per string, bytes on stdin");
+  sync->add_option("--separator", sc->separator,
+                   "after each record in --out: crlf (default), lf, none or stx-etx")
+      ->check(CLI::IsMember({"crlf", "lf", "none", "stx-etx"}))
+      ->needs(out);
+  sync->add_option("--serial-settings", sc->serial,
+                   "for a serial line in --out: SPEED,BITS,PARITY,STOP such as 9600,8,N,1")
+      ->needs(out);
+  out->excludes(exec);
+  exec->excludes(out);
+  sync->callback([sc] {
+    if (sc->out_file.empty() && sc->exec.empty())
+      throw CLI::ValidationError("sync", "give --out FILE or --exec CMD");
+    run_sync(*sc);
+  });
+
+  struct MarkOptions {
+    int32_t line = 0, dept = -1, id = 0;
+    bool all_lines = false;
+    std::string kind;
+  };
+  auto mo = std::make_shared<MarkOptions>();
+  auto* mark = app.add_subcommand("mark", "Mark records pending (send again), on configured lines");
+  auto* line =
+      mark->add_option("--line", mo->line, "the line to send again")->check(CLI::Range(1, 8));
+  auto* all = mark->add_flag("--all-lines", mo->all_lines, "every line of the department");
+  line->excludes(all);
+  all->excludes(line);
+  mark->add_option("--dept", mo->dept, "only this department")->check(CLI::NonNegativeNumber);
+  mark->add_option("--kind", mo->kind, "keys, barcodes, lots or ads (default: all four)")
+      ->check(CLI::IsMember(flagged_kind_names()));
+  auto* id = mark->add_option("--id", mo->id, "one record: key, form, lot or message number");
+  mark->callback([mo, id] {
+    if (mo->line == 0 && !mo->all_lines)
+      throw CLI::ValidationError("mark", "give --line L or --all-lines");
+    if (id->count() && mo->kind.empty())
+      throw CLI::ValidationError("--id",
+                                 "needs --kind (an id names a key, a form, a lot or a message)");
+    sync::MarkRequest r;
+    if (mo->line) r.lines = {mo->line};
+    r.dept = mo->dept;
+    for (const auto& e : sync::sources())
+      if (mo->kind == sync::kind_name(e.kind)) r.kinds = {e.kind};
+    if (id->count()) r.id = mo->id;
+    auto a = sync::open_archive_tools();
+    auto result = sync::mark(*a, r);
+    for (const auto& s : result.skipped) note(s + ": not marked");
+    if (mo->dept >= 0 && result.rows == 0 && !result.skipped.empty()) set_exit_status(kExitFailed);
+    std::printf("%ld rows marked pending\n", result.rows);
+  });
+
+  auto* status = app.add_subcommand("status", "The installation: folder, settings, archive, files");
+  status->callback([&g] {
+    qk::clsRegistry2Xml store;
+    std::string folder = qk::installation_folder();
+    auto exists = [](const std::string& p) { return ::access(p.c_str(), F_OK) == 0; };
+    std::string archive;
+    try {
+      archive = sync::open_archive_tools()->location();
+    } catch (const qk::automation::Error& e) {
+      archive = "(not usable: " + qk::cp1252_to_utf8(e.description()) + ")";
+      set_exit_status(kExitFailed);
+    }
+    std::vector<std::pair<std::string, std::string>> rows = {
+        {"component folder", qk::component_folder()},
+        {"installation folder", folder},
+        {"settings",
+         store.file_name() + (exists(store.file_name()) ? "" : " (missing: defaults apply)")},
+        {"archive", archive},
+        {"Configurazione.xml", qk::component_folder() + "/Configurazione.xml"},
+        {"Parameters.xml", folder + "/Parameters.xml"},
+        {"images", folder + "/images/"}};
+    for (auto& [name, path] : rows)
+      if ((name == "Configurazione.xml" || name == "Parameters.xml") && !exists(path))
+        path += " (missing)";
+    if (g.format == Format::Json) {
+      nlohmann::json out = nlohmann::json::object();
+      for (const auto& [name, path] : rows) out[name] = path;
+      std::printf("%s\n", out.dump(1).c_str());
+      return;
+    }
+    for (const auto& [name, path] : rows) std::printf("%-20s %s\n", name.c_str(), path.c_str());
+  });
+}
+
+}  // namespace qkp

@@ -1,0 +1,53 @@
+// Loading rows into the archive: CSV files (header row = column names) are read, every value is
+// checked against the table's description, and the rows are inserted or, with replace, update
+// the rows of the same key. Everything happens in one transaction: an error leaves the archive as
+// it was. Records that change become pending on their department's configured lines.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qk/archive_tools.h"
+
+namespace qkp {
+
+// One CSV file: its records, each field a text or absent (an empty unquoted field).
+struct CsvFile {
+  std::string path;
+  std::vector<std::vector<std::optional<std::string>>> records;  // records[0] is the header
+};
+
+struct CsvFormat {
+  char delimiter = ',';
+};
+// Reads a whole CSV file (UTF-8, a byte-order mark is skipped); a malformed file raises an
+// error naming the file and the line.
+CsvFile read_csv(const std::string& path, const CsvFormat& format = {});
+
+struct ImportOptions {
+  bool replace = false;  // update rows of the same key instead of refusing them
+  bool dry_run = false;  // check and count, then roll back
+  bool mark = true;      // new and changed records become pending on their configured lines
+};
+
+struct TableCount {
+  std::string table;
+  long inserted = 0, changed = 0, unchanged = 0;
+};
+struct ImportResult {
+  std::vector<TableCount> tables;
+  long marked = 0;  // rows marked pending
+};
+
+// Imports the files, each named after its table ("BARCODE.csv"), in the archive's table order.
+ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,
+                           const ImportOptions& o);
+
+// Writes one "<TABLE>.csv" per table (or only `only`) into the folder, as import_tables reads
+// them; every file is complete before any replaces an earlier one. Returns the rows per table.
+std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
+                                                        const std::string& folder,
+                                                        const std::string& only = "");
+
+}  // namespace qkp

@@ -1,0 +1,306 @@
+// The tools' members of the SQLite companion (qk/archive_tools.h): transactions, record ids,
+// group rows and the reset guard, rows by column, marking, the sync lock and new archives.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include "automation/error.h"
+#include "db_access/clsDbAccess.h"
+#include "db_access/schema.h"
+
+namespace qk::companions {
+
+using automation::raise;
+
+namespace {
+
+const archive::Column& column_of(const archive::Table& t, std::string_view name) {
+  const archive::Column* c = archive::find_column(t, name);
+  if (!c)
+    raise(automation::kItemNotFound,
+          "the table " + std::string(t.name) + " has no column \"" + std::string(name) + "\"");
+  return *c;
+}
+
+// " where A IS ? and B IS ?": IS matches Null as well as values.
+std::string where_sql(const archive::Table& t, const Where& where, std::vector<Variant>* params) {
+  std::string s;
+  for (const auto& [name, value] : where) {
+    s += (s.empty() ? " where " : " and ") + std::string(column_of(t, name).name) + " IS ?";
+    params->push_back(value);
+  }
+  return s;
+}
+
+std::string order_sql(const archive::Table& t) {
+  std::string s;
+  for (auto c : archive::identity(t)) s += std::string(c) + ", ";
+  return " order by " + s + "rowid";
+}
+
+void remove_database_files(const std::string& path) {
+  std::error_code ec;
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ec);
+}
+
+class FileLock : public ArchiveTools::Lock {
+ public:
+  explicit FileLock(int fd) : fd_(fd) {}
+  ~FileLock() override { ::close(fd_); }
+
+ private:
+  int fd_;
+};
+
+std::string now_text() {
+  std::time_t t = std::time(nullptr);
+  char buf[32];
+  std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", std::localtime(&t));
+  return buf;
+}
+
+}  // namespace
+
+clsDbAccess::GroupSql clsDbAccess::group_sql(const GroupRef& ref) {
+  const archive::Table& t = group_table(ref.group);
+  GroupSql g{std::string(t.name), std::string(t.department) + " = ?", {ref.dept}};
+  if (ref.group == RecordGroup::KeyBlock) {
+    int32_t first = ref.id * kKeysPerBlock + 1;
+    g.condition += " and TP_SCALE = ? and TP_KEY between ? and ?";
+    g.params.insert(g.params.end(), {ref.scale, first, first + kKeysPerBlock - 1});
+  } else {
+    g.condition += " and " + std::string(t.record_id) + " = ?";
+    g.params.emplace_back(ref.id);
+  }
+  return g;
+}
+
+void clsDbAccess::update_flags(const GroupRef& ref, const std::string& stored) {
+  GroupSql g = group_sql(ref);
+  const archive::Table& t = group_table(ref.group);
+  std::string update =
+      "update " + g.table + " set " + std::string(t.flags) + " = ? where " + g.condition;
+  std::vector<Variant> params{stored};
+  params.insert(params.end(), g.params.begin(), g.params.end());
+  Archive& a = archive();
+  Archive::Transaction tx(a);
+  if (!a.reset_guard) {
+    a.execute(update, params);
+  } else {
+    update += " and rowid = ? and ROW_VERSION = ?";
+    for (auto [id, version] : a.reset_guard->rows) {
+      auto p = params;
+      p.emplace_back(static_cast<long long>(id));
+      p.emplace_back(static_cast<long long>(version));
+      a.execute(update, p);
+    }
+  }
+  tx.commit();
+}
+
+std::string clsDbAccess::location() const {
+  if (!archive_) raise(automation::kObjectNotSet);
+  return archive_->path();
+}
+
+void clsDbAccess::begin_read() {
+  archive().begin(false);
+}
+void clsDbAccess::end_read() {
+  archive().end(true);
+}
+void clsDbAccess::begin_write() {
+  archive().begin(true);
+}
+void clsDbAccess::commit() {
+  archive().end(true);
+}
+void clsDbAccess::rollback() {
+  archive().end(false);
+}
+
+std::vector<int32_t> clsDbAccess::record_ids(RecordGroup g, int32_t dept, int32_t scale,
+                                             int32_t line, std::vector<std::string>* problems) {
+  const archive::Table& t = group_table(g);
+  std::string id(t.record_id);
+  std::string sql = "select distinct " + id + " from " + std::string(t.name) + " where " +
+                    std::string(t.department) + " = ?";
+  std::vector<Variant> params{dept};
+  if (g == RecordGroup::KeyBlock) {
+    sql += " and TP_SCALE = ?";
+    params.emplace_back(scale);
+  }
+  if (line > 0) {
+    sql += " and substr(" + std::string(t.flags) + ", ?, 1) = '1'";
+    params.emplace_back(line);
+  }
+  auto rs = archive().query(sql + " order by 1", params);
+  std::vector<int32_t> ids;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    Variant v = rs->Fields(id);
+    if (v.type() != automation::VarType::Long && v.type() != automation::VarType::Integer) {
+      if (problems)
+        problems->push_back(std::string(t.name) + ": a row of department " + std::to_string(dept) +
+                            " has " + id + " = " + v.to_text() +
+                            ", not a 32-bit whole number; its record is left out");
+      continue;
+    }
+    int32_t n = v.to_int32();
+    if (g == RecordGroup::KeyBlock) n = static_cast<int32_t>((n - 1L) / kKeysPerBlock);
+    if (ids.empty() || ids.back() != n) ids.push_back(n);
+  }
+  return ids;
+}
+
+RecordsetPtr clsDbAccess::group_rows(const GroupRef& ref) {
+  GroupSql g = group_sql(ref);
+  return archive().query(
+      "select rowid as ROW_ID, * from " + g.table + " where " + g.condition + " order by rowid",
+      g.params);
+}
+
+void clsDbAccess::guard_resets(const RowSnapshot* guard) {
+  if (guard)
+    archive().reset_guard = *guard;
+  else
+    archive().reset_guard.reset();
+}
+
+RecordsetPtr clsDbAccess::select_rows(const archive::Table& t, const Where& where) {
+  std::vector<Variant> params;
+  std::string cols;
+  for (const auto& c : t.columns) cols += (cols.empty() ? "" : ", ") + std::string(c.name);
+  return archive().query("select " + cols + " from " + std::string(t.name) +
+                             where_sql(t, where, &params) + order_sql(t),
+                         params);
+}
+
+void clsDbAccess::insert_row(const archive::Table& t, const std::vector<std::string>& columns,
+                             const std::vector<Variant>& values) {
+  std::string cols, marks;
+  for (const auto& c : columns) {
+    cols += (cols.empty() ? "" : ", ") + std::string(column_of(t, c).name);
+    marks += marks.empty() ? "?" : ", ?";
+  }
+  archive().execute("insert into " + std::string(t.name) + " (" + cols + ") values (" + marks + ")",
+                    values);
+}
+
+long clsDbAccess::update_rows(const archive::Table& t, const Where& where,
+                              const std::vector<std::string>& columns,
+                              const std::vector<Variant>& values) {
+  std::string set;
+  for (const auto& c : columns)
+    set += (set.empty() ? "" : ", ") + std::string(column_of(t, c).name) + " = ?";
+  std::vector<Variant> params = values;
+  std::string w = where_sql(t, where, &params);
+  return archive().execute("update " + std::string(t.name) + " set " + set + w, params);
+}
+
+long clsDbAccess::delete_rows(const archive::Table& t, const Where& where) {
+  std::vector<Variant> params;
+  std::string w = where_sql(t, where, &params);
+  return archive().execute("delete from " + std::string(t.name) + w, params);
+}
+
+long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
+                               const std::string& lines) {
+  const archive::Column& f = column_of(t, t.flags);
+  std::string name(f.name), padded = "(" + name + " || '" + std::string(f.flag_width, '0') + "')";
+  std::string expr;
+  for (int p = 1; p <= f.flag_width; ++p) {
+    bool set = p <= static_cast<int>(lines.size()) && lines[p - 1] == '1';
+    expr += (p > 1 ? " || " : "") +
+            (set ? std::string("'1'") : "substr(" + padded + ", " + std::to_string(p) + ", 1)");
+  }
+  std::vector<Variant> params;
+  std::string w = where_sql(t, where, &params);
+  w += (w.empty() ? " where " : " and ") + name + " IS NOT (" + expr + ")";
+  return archive().execute("update " + std::string(t.name) + " set " + name + " = " + expr + w,
+                           params);
+}
+
+std::unique_ptr<ArchiveTools::Lock> clsDbAccess::lock_line(int32_t line, bool wait,
+                                                           std::string* holder) {
+  std::string path = archive().path() + ".sync-line-" + std::to_string(line) + ".lock";
+  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0)
+    raise(automation::kPathFileAccessError,
+          "cannot open the sync lock " + path + ": " + std::strerror(errno));
+  // An open-file-description lock: released when the process ends however it ends, and it
+  // excludes a second sync in the same process as well.
+  struct flock fl {};
+  fl.l_type = F_WRLCK;
+  fl.l_whence = SEEK_SET;
+  while (::fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) != 0) {
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EACCES) {
+      if (holder) {
+        char buf[256];
+        ssize_t n = ::pread(fd, buf, sizeof buf - 1, 0);
+        *holder = n > 0 ? std::string(buf, static_cast<std::size_t>(n)) : "";
+      }
+      ::close(fd);
+      return nullptr;
+    }
+    int err = errno;
+    ::close(fd);
+    raise(automation::kPathFileAccessError, "cannot lock " + path + ": " + std::strerror(err));
+  }
+  char host[128] = "?";
+  ::gethostname(host, sizeof host - 1);
+  std::string who =
+      "process " + std::to_string(::getpid()) + " on " + host + " since " + now_text();
+  if (::ftruncate(fd, 0) == 0 && ::pwrite(fd, who.data(), who.size(), 0) < 0) {
+    // The description is only informative.
+  }
+  return std::make_unique<FileLock>(fd);
+}
+
+void clsDbAccess::begin_new_archive(const std::string& database_file, bool replace) {
+  new_archive_name_ = database_file;
+  new_archive_target_ = locate(database_file);
+  if (!replace && std::filesystem::exists(new_archive_target_))
+    raise(automation::kFileAlreadyExists, "File already exists: the archive " +
+                                              new_archive_target_ +
+                                              " exists (replace it with --force)");
+  new_archive_path_ = new_archive_target_ + ".new-" + std::to_string(::getpid());
+  remove_database_files(new_archive_path_);
+  try {
+    archive_ = Archive::create(new_archive_path_);
+  } catch (...) {
+    remove_database_files(new_archive_path_);
+    throw;
+  }
+}
+
+void clsDbAccess::publish_new_archive() {
+  if (new_archive_path_.empty() || !archive_) raise(automation::kObjectNotSet);
+  // The last connection's close folds the write-ahead log into the file, so the file alone is the
+  // whole archive when it is renamed.
+  archive_.reset();
+  remove_database_files(new_archive_target_);
+  std::error_code ec;
+  std::filesystem::rename(new_archive_path_, new_archive_target_, ec);
+  if (ec)
+    raise(automation::kPathFileAccessError,
+          "cannot put the new archive in place of " + new_archive_target_ + ": " + ec.message());
+  new_archive_path_.clear();
+  Initialize(Variant(new_archive_name_));
+}
+
+void clsDbAccess::upgrade_schema(const std::string& database_file) {
+  auto a = Archive::open(locate(database_file), true);
+  if (a->schema_version() >= archive::kSchemaVersion) return;
+  Archive::Transaction t(*a);
+  a->execute_script(upgrade_schema_sql());
+  t.commit();
+}
+
+}  // namespace qk::companions

@@ -1,0 +1,339 @@
+// The archive's tables, as data: every database companion creates them from this description and
+// every tool checks rows against it (docs/archive.md shows the same tables). Header-only so that
+// a companion written by a host needs nothing else.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace qk::archive {
+
+// The version an archive's schema carries; a companion refuses an older one with a message that
+// says how to upgrade it.
+inline constexpr int kSchemaVersion = 2;
+
+// Every flag-carrying table has this column: a number that changes with every write to the row
+// (content, or a line newly marked pending) and never when a reset only clears lines. A reset
+// applies only to rows whose number is what it was when the record was built.
+inline constexpr std::string_view kRowVersionColumn = "ROW_VERSION";
+
+enum class ColumnType { Integer, Real, Text };
+
+// Range of the component's integers: every INTEGER column is read as a 32-bit number.
+inline constexpr std::int64_t kIntegerMin = INT32_MIN;
+inline constexpr std::int64_t kIntegerMax = INT32_MAX;
+
+// The scale families a line can serve.
+inline constexpr std::array<std::string_view, 6> kFamilies = {"3000", "3000TOP", "2000",
+                                                              "5000", "VELTA",   "KESTRA"};
+
+struct Column {
+  std::string_view name;
+  ColumnType type;
+  bool not_null = false;
+  std::string_view default_sql = {};  // SQL literal of the default, empty when none
+  int flag_width = 0;                 // > 0: a transmission flag string of that many 0/1
+  std::string_view check_sql = {};    // the same rule as a portable CHECK expression
+  std::int64_t min = kIntegerMin;     // INTEGER columns: the values allowed
+  std::int64_t max = kIntegerMax;
+  std::span<const std::string_view> allowed = {};  // TEXT columns: the only values allowed
+};
+
+struct Table {
+  std::string_view name;
+  std::string_view comment;
+  std::span<const Column> columns;
+  // The primary key. A table without one names the columns whose values identify the rows that
+  // an import with replace swaps as a group.
+  std::span<const std::string_view> key;
+  std::span<const std::string_view> replace_group;
+  std::string_view department;  // the department column, empty when the table has none
+  std::string_view flags;       // the flag column of the sync's flag-carrying kinds, or empty
+  std::string_view record_id;   // with flags: the column that numbers the records
+  std::span<const std::string_view> indexes;  // extra index column lists, "A, B, C"
+};
+
+namespace detail {
+
+using C = Column;
+using T = ColumnType;
+using Names = std::string_view;
+
+inline constexpr Column kScaleLines[] = {
+    {"SL_BNC", T::Integer, true, {}, 0, "SL_BNC >= 0", 0},
+    {"SL_LINE", T::Integer, true, {}, 0, "SL_LINE BETWEEN 1 AND 8", 1, 8},
+    {"SL_FAMILY",
+     T::Text,
+     true,
+     {},
+     0,
+     "SL_FAMILY IN ('3000','3000TOP','2000','5000','VELTA','KESTRA')",
+     kIntegerMin,
+     kIntegerMax,
+     kFamilies},
+    {"SL_SCALE", T::Integer, true},
+};
+inline constexpr Names kScaleLinesKey[] = {"SL_BNC", "SL_LINE"};
+
+inline constexpr Column kKeys[] = {
+    {"TP_BNC", T::Integer, true},
+    {"TP_SCALE", T::Integer, true},
+    {"TP_KEY", T::Integer, true},
+    {"TP_VALUE", T::Integer, true, "0"},
+    {"TP_MODE", T::Text, true, "'P'"},
+    {"TP_LINES", T::Integer, true, "255"},
+    {"TP_FLAGTRASM", T::Text, true, "'00000000'", 8},
+    {"ROW_VERSION", T::Integer, true, "0"},
+};
+inline constexpr Names kKeysGroup[] = {"TP_BNC", "TP_SCALE", "TP_KEY"};
+inline constexpr Names kKeysIndexes[] = {"TP_BNC, TP_SCALE, TP_KEY", "TP_BNC, TP_KEY"};
+
+inline constexpr Column kBarcodes[] = {
+    {"BC_BNC", T::Integer, true},           {"BC_FORM", T::Integer, true},
+    {"BC_VALUE", T::Text, true, "''"},      {"BC_FLAGTRASM", T::Text, true, "'0000'", 4},
+    {"ROW_VERSION", T::Integer, true, "0"},
+};
+inline constexpr Names kBarcodesKey[] = {"BC_BNC", "BC_FORM"};
+
+inline constexpr Column kLots[] = {
+    {"TRC_BNC", T::Integer, true},
+    {"TRC_ID", T::Integer, true},
+    {"TRC_ROW", T::Integer, true, "1"},
+    {"TRC_ID_LOT", T::Text},
+    {"TRC_DESC1", T::Text},
+    {"TRC_DESC2", T::Text},
+    {"TRC_DESC3", T::Text},
+    {"TRC_DESC4", T::Text},
+    {"TRC_DESC5", T::Text},
+    {"TRC_DESC6", T::Text},
+    {"TRC_DESC7", T::Text},
+    {"TRC_DESC8", T::Text},
+    {"TRC_DESC9", T::Text},
+    {"TRC_DESC10", T::Text},
+    {"TRC_DESC11", T::Text},
+    {"TRC_DESC12", T::Text},
+    {"TRC_DESC13", T::Text},
+    {"TRC_DESC14", T::Text},
+    {"TRC_DESC15", T::Text},
+    {"TRC_DESC16", T::Text},
+    {"TRC_DESC17", T::Text},
+    {"TRC_DESC18", T::Text},
+    {"TRC_DESC19", T::Text},
+    {"TRC_DESC20", T::Text},
+    {"TRC_MODE", T::Integer, false, "0"},
+    {"TRC_OPTIONAL", T::Integer, false, "0"},
+    {"WCHARGED", T::Text},
+    {"TRC_FLAGTRASM", T::Text, true, "'00000000'", 8},
+    {"ROW_VERSION", T::Integer, true, "0"},
+};
+inline constexpr Names kLotsKey[] = {"TRC_BNC", "TRC_ID", "TRC_ROW"};
+
+inline constexpr Column kAds[] = {
+    {"ADV_BNC", T::Integer, true},
+    {"Id", T::Integer, true},
+    {"Mode", T::Integer, false, "0"},
+    {"IM_FILE_NAME", T::Text, false, "''"},
+    {"PERSISTENCE", T::Integer, false, "0"},
+    {"REPEAT", T::Integer, false, "0"},
+    {"Rate", T::Integer, false, "0"},
+    {"MSG_LNK_ID", T::Integer},
+    {"FLAGTRASM", T::Text, true, "'00000000'", 8},
+    {"ROW_VERSION", T::Integer, true, "0"},
+};
+inline constexpr Names kAdsKey[] = {"ADV_BNC", "Id"};
+
+inline constexpr Column kMessages[] = {
+    {"MSG_BNC", T::Integer, true},
+    {"MSG_LNK_ID", T::Integer, true},
+    {"MSG_ROW", T::Integer, true},
+    {"MESSAGE", T::Text, true, "''"},
+};
+inline constexpr Names kMessagesKey[] = {"MSG_BNC", "MSG_LNK_ID", "MSG_ROW"};
+
+inline constexpr Column kTexts[] = {
+    {"ET_BNC", T::Integer, true},
+    {"Id", T::Integer, true},
+    {"Row", T::Integer, true},
+    {"Descr", T::Text, true, "''"},
+};
+inline constexpr Names kTextsKey[] = {"ET_BNC", "Id", "Row"};
+
+inline constexpr Column kImages[] = {
+    {"IM_BNC", T::Integer, true},
+    {"IM_ID", T::Integer, true},
+    {"IM_FILE_NAME", T::Text, true, "''"},
+    {"IM_DESCRIPTION", T::Text, true, "''"},
+    {"IM_FROM", T::Text, true, "'01010101'"},
+    {"IM_TO", T::Text, true, "''"},
+    {"IM_TYPE", T::Integer, true, "0"},
+};
+inline constexpr Names kImagesKey[] = {"IM_BNC", "IM_ID"};
+inline constexpr Names kImagesIndexes[] = {"IM_BNC, IM_FILE_NAME"};
+
+inline constexpr Column kTickets[] = {
+    {"TK_BNC", T::Integer, true},
+    {"TK_ID", T::Integer, true},
+    {"TK_DESCRIPTION", T::Text, true, "''"},
+};
+inline constexpr Names kTicketsKey[] = {"TK_BNC", "TK_ID"};
+
+inline constexpr Column kTicketObjects[] = {
+    {"TD_BNC", T::Integer, true},
+    {"TD_ID", T::Integer, true},
+    {"TD_OBJ", T::Integer, true},
+    {"OBJ_TYPE", T::Integer, true, {}, 0, "OBJ_TYPE BETWEEN 1 AND 4", 1, 4},
+};
+inline constexpr Names kTicketObjectsKey[] = {"TD_BNC", "TD_ID", "TD_OBJ"};
+
+inline constexpr Column kTicketProperties[] = {
+    {"TD_BNC", T::Integer, true}, {"TD_ID", T::Integer, true}, {"TD_OBJ", T::Integer, true},
+    {"Id", T::Integer, true},     {"value", T::Text},
+};
+inline constexpr Names kTicketPropertiesKey[] = {"TD_BNC", "TD_ID", "TD_OBJ", "Id"};
+
+inline constexpr Column kVat[] = {
+    {"Id", T::Integer, true},
+    {"percentage", T::Real, true, "0"},
+};
+inline constexpr Names kVatKey[] = {"Id"};
+
+inline constexpr Column kArticles[] = {
+    {"BNC", T::Integer, true},
+    {"Plu", T::Integer, true},
+    {"DESCRIPTION", T::Text, true, "''"},
+    {"FLAGTRASM", T::Text, true, "'00000000'", 8},
+};
+inline constexpr Names kArticlesKey[] = {"BNC", "Plu"};
+
+inline constexpr Table kTables[] = {
+    {"SCALE_LINES",
+     "The network: which lines exist per department, the family and scale number of each.",
+     kScaleLines,
+     kScaleLinesKey,
+     {},
+     "SL_BNC",
+     {},
+     {},
+     {}},
+    {"TASTIERA_PLU",
+     "Keyboard keys: one row binds a key of one scale to a value on the lines of TP_LINES.",
+     kKeys,
+     {},
+     kKeysGroup,
+     "TP_BNC",
+     "TP_FLAGTRASM",
+     "TP_KEY",
+     kKeysIndexes},
+    {"BARCODE",
+     "Barcode formats: forms of a department, each a field list \"code#len@code#len\".",
+     kBarcodes,
+     kBarcodesKey,
+     {},
+     "BC_BNC",
+     "BC_FLAGTRASM",
+     "BC_FORM",
+     {}},
+    {"TRACEABILITY",
+     "Traceability lots: one or more rows per lot, up to twenty description lines.",
+     kLots,
+     kLotsKey,
+     {},
+     "TRC_BNC",
+     "TRC_FLAGTRASM",
+     "TRC_ID",
+     {}},
+    {"ADVERTISING",
+     "Advertising messages; their texts are the MESSAGES of MSG_LNK_ID.",
+     kAds,
+     kAdsKey,
+     {},
+     "ADV_BNC",
+     "FLAGTRASM",
+     "Id",
+     {}},
+    {"MESSAGES",
+     "The texts of advertising messages.",
+     kMessages,
+     kMessagesKey,
+     {},
+     "MSG_BNC",
+     {},
+     {},
+     {}},
+    {"ETEXT",
+     "Electronic texts: rows of numbered texts per counter.",
+     kTexts,
+     kTextsKey,
+     {},
+     "ET_BNC",
+     {},
+     {},
+     {}},
+    {"IMMAGINI",
+     "Images (logos) by counter and number.",
+     kImages,
+     kImagesKey,
+     {},
+     "IM_BNC",
+     {},
+     {},
+     kImagesIndexes},
+    {"TICKET", "Ticket layouts.", kTickets, kTicketsKey, {}, "TK_BNC", {}, {}, {}},
+    {"TICKET_DETAIL",
+     "Layout objects: OBJ_TYPE 1 logo, 2 barcode, 3 text, 4 ticket.",
+     kTicketObjects,
+     kTicketObjectsKey,
+     {},
+     "TD_BNC",
+     {},
+     {},
+     {}},
+    {"TICKET_PROPERTY",
+     "The objects' numbered properties.",
+     kTicketProperties,
+     kTicketPropertiesKey,
+     {},
+     "TD_BNC",
+     {},
+     {},
+     {}},
+    {"ALIQUOTE", "VAT rates.", kVat, kVatKey, {}, {}, {}, {}, {}},
+    {"ARTICOLI",
+     "Articles (their flags select the totals of mode V).",
+     kArticles,
+     kArticlesKey,
+     {},
+     "BNC",
+     {},
+     {},
+     {}},
+};
+
+}  // namespace detail
+
+// Every table, in the order they are created, imported and exported.
+inline constexpr std::span<const Table> tables() {
+  return detail::kTables;
+}
+
+// The table of that name (exact spelling), or nullptr.
+inline constexpr const Table* find_table(std::string_view name) {
+  for (const Table& t : detail::kTables)
+    if (t.name == name) return &t;
+  return nullptr;
+}
+
+inline constexpr const Column* find_column(const Table& t, std::string_view name) {
+  for (const Column& c : t.columns)
+    if (c.name == name) return &c;
+  return nullptr;
+}
+
+// The columns that identify a row for replacing: the key, or the replace group.
+inline constexpr std::span<const std::string_view> identity(const Table& t) {
+  return t.key.empty() ? t.replace_group : t.key;
+}
+
+}  // namespace qk::archive

@@ -1,0 +1,131 @@
+// What the back-office tools (sync, pending, mark, import, export, init) need of the archive
+// beyond the component's own members. The database companion registered as
+// "QK_Db_Access.clsDbAccess" implements this interface too: the tools create it by name, call
+// Initialize, and never see which database is behind it. docs/archive.md gives each member's
+// meaning; qk/archive_schema.h the tables.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "automation/recordset.h"
+#include "automation/variant.h"
+#include "qk/archive_schema.h"
+
+namespace qk {
+
+// The rows one flag-carrying record of the sync is built from (and reset on).
+enum class RecordGroup {
+  KeyBlock,     // TASTIERA_PLU: keys id*15+1 .. id*15+15 of one scale (type "35" block id)
+  Key,          // TASTIERA_PLU: every row of key id, all scales (5000 and 2000 forms)
+  BarcodeForm,  // BARCODE: form id
+  Lot,          // TRACEABILITY: every row of lot id
+  Ad,           // ADVERTISING: message id
+};
+
+struct GroupRef {
+  RecordGroup group;
+  int32_t dept = 0;
+  int32_t scale = 0;  // KeyBlock only
+  int32_t id = 0;
+};
+
+// The table a group's rows live in.
+inline const archive::Table& group_table(RecordGroup g) {
+  switch (g) {
+    case RecordGroup::KeyBlock:
+    case RecordGroup::Key:
+      return *archive::find_table("TASTIERA_PLU");
+    case RecordGroup::BarcodeForm:
+      return *archive::find_table("BARCODE");
+    case RecordGroup::Lot:
+      return *archive::find_table("TRACEABILITY");
+    case RecordGroup::Ad:
+      break;
+  }
+  return *archive::find_table("ADVERTISING");
+}
+
+// Keys per type "35" block.
+inline constexpr int32_t kKeysPerBlock = 15;
+
+// Column equalities that select rows ("SL_BNC" = 1 and "SL_LINE" = 2); names must be columns of
+// the table.
+using Where = std::vector<std::pair<std::string, automation::Variant>>;
+
+// The row identities and versions of a group at one moment.
+struct RowSnapshot {
+  std::vector<std::pair<int64_t, int64_t>> rows;  // (ROW_ID, ROW_VERSION), by ROW_ID
+  bool operator==(const RowSnapshot&) const = default;
+};
+
+class ArchiveTools : public virtual automation::Object {
+ public:
+  // A held lock; released when destroyed.
+  class Lock {
+   public:
+    virtual ~Lock() = default;
+  };
+
+  // Where the archive is (a file path or a connection without its password), for messages.
+  virtual std::string location() const = 0;
+
+  // Transactions on this thread's connection; the component's own calls made in between belong
+  // to them. begin_read gives one consistent view until end_read. begin_write waits briefly for
+  // other writers, then raises an error; rollback undoes everything since begin_write.
+  virtual void begin_read() = 0;
+  virtual void end_read() = 0;
+  virtual void begin_write() = 0;
+  virtual void commit() = 0;
+  virtual void rollback() = 0;
+
+  // The distinct ids of a group's records for the department (and scale, for key blocks), only
+  // those pending on `line` unless it is 0, in increasing order. Rows whose id cannot be read as
+  // a 32-bit whole number are left out and described in *problems (table, row, column).
+  virtual std::vector<int32_t> record_ids(RecordGroup g, int32_t dept, int32_t scale, int32_t line,
+                                          std::vector<std::string>* problems) = 0;
+
+  // Every row of a group with every column of its table, plus ROW_ID (the row's identity, stable
+  // for its life) and ROW_VERSION, by ROW_ID.
+  virtual automation::RecordsetPtr group_rows(const GroupRef& ref) = 0;
+
+  // While a guard is set, the flag updates of the component's numeric resets write only the
+  // guard's rows, and only those whose version is still the one recorded: rows changed or added
+  // since the snapshot stay as they are. nullptr removes the guard.
+  virtual void guard_resets(const RowSnapshot* guard) = 0;
+
+  // Rows of a table whose columns equal `where` (every row when empty), ordered by the table's
+  // identity columns and then by insertion. Text comes back in the component's 8-bit form.
+  virtual automation::RecordsetPtr select_rows(const archive::Table& t, const Where& where) = 0;
+  virtual void insert_row(const archive::Table& t, const std::vector<std::string>& columns,
+                          const std::vector<automation::Variant>& values) = 0;
+  // Returns the number of rows changed.
+  virtual long update_rows(const archive::Table& t, const Where& where,
+                           const std::vector<std::string>& columns,
+                           const std::vector<automation::Variant>& values) = 0;
+  virtual long delete_rows(const archive::Table& t, const Where& where) = 0;
+
+  // Marks lines pending on the flag column of the rows selected by `where`: each position of
+  // `lines` that holds "1" becomes "1" (the others keep their value). Returns the rows changed.
+  virtual long mark_pending(const archive::Table& t, const Where& where,
+                            const std::string& lines) = 0;
+
+  // The sync lock of a line: nullptr when another process holds it and `wait` is false (then
+  // *holder says who, when known); with `wait`, blocks until it is free.
+  virtual std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) = 0;
+
+  // A new, empty archive of the current schema in place of the one Initialize(database_file)
+  // would open. It is built aside and opened: rows can be written, and nothing replaces the
+  // existing archive until publish_new_archive(). Abandoned when released before. An existing
+  // archive raises error 58 (file already exists) unless `replace`.
+  virtual void begin_new_archive(const std::string& database_file, bool replace) = 0;
+  virtual void publish_new_archive() = 0;
+  // Brings an archive of an older schema to the current one, keeping every row.
+  virtual void upgrade_schema(const std::string& database_file) = 0;
+};
+
+}  // namespace qk

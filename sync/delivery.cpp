@@ -1,0 +1,248 @@
+#include "delivery.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+namespace qk::sync {
+
+namespace {
+
+constexpr char kStx = 0x02, kEtx = 0x03;
+
+bool write_all(int fd, const std::string& bytes) {
+  const char* p = bytes.data();
+  std::size_t left = bytes.size();
+  while (left > 0) {
+    ssize_t n = ::write(fd, p, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      return false;
+    }
+    p += n;
+    left -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+speed_t speed_constant(unsigned speed) {
+  switch (speed) {
+    case 1200:
+      return B1200;
+    case 2400:
+      return B2400;
+    case 4800:
+      return B4800;
+    case 9600:
+      return B9600;
+    case 19200:
+      return B19200;
+    case 38400:
+      return B38400;
+    case 57600:
+      return B57600;
+    case 115200:
+      return B115200;
+    case 230400:
+      return B230400;
+  }
+  return 0;
+}
+
+class FileTransport : public Transport {
+ public:
+  FileTransport(std::string path, Separator s, std::optional<SerialSettings> serial)
+      : path_(std::move(path)), separator_(s), serial_(serial) {}
+  ~FileTransport() override {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  bool send(const Envelope&, const std::string& bytes) override {
+    if (fd_ < 0 && !open()) return false;
+    if (!write_all(fd_, framed(separator_, bytes))) return fail("cannot write to");
+    return true;
+  }
+  bool commit() override {
+    if (fd_ < 0) return true;
+    if (terminal_) {
+      if (::tcdrain(fd_) != 0) return fail("cannot drain");
+    } else if (regular_ && ::fsync(fd_) != 0) {
+      return fail("cannot flush");
+    }
+    return true;
+  }
+  std::size_t batch() const override { return 256; }
+  const std::string& error() const override { return error_; }
+
+ private:
+  bool open() {
+    struct stat st {};
+    bool exists = ::stat(path_.c_str(), &st) == 0;
+    regular_ = !exists || S_ISREG(st.st_mode);
+    // A device or a pipe is written as it is: never created, truncated or appended to.
+    int flags =
+        regular_ ? O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC : O_WRONLY | O_NOCTTY | O_CLOEXEC;
+    fd_ = ::open(path_.c_str(), flags, 0644);
+    if (fd_ < 0) return fail("cannot open");
+    terminal_ = ::isatty(fd_);
+    if (terminal_) return configure_line();
+    if (serial_) {
+      error_ = path_ + " is not a serial line, so --serial-settings cannot apply";
+      return false;
+    }
+    return true;
+  }
+  // Raw mode, so that the line driver neither translates nor swallows a byte.
+  bool configure_line() {
+    termios t{};
+    if (::tcgetattr(fd_, &t) != 0) return fail("cannot read the line settings of");
+    ::cfmakeraw(&t);
+    if (serial_) {
+      speed_t sp = speed_constant(serial_->speed);
+      ::cfsetispeed(&t, sp);
+      ::cfsetospeed(&t, sp);
+      t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB);
+      t.c_cflag |= serial_->data_bits == 5   ? CS5
+                   : serial_->data_bits == 6 ? CS6
+                   : serial_->data_bits == 7 ? CS7
+                                             : CS8;
+      if (serial_->parity != 'N') t.c_cflag |= PARENB | (serial_->parity == 'O' ? PARODD : 0);
+      if (serial_->stop_bits == 2) t.c_cflag |= CSTOPB;
+      t.c_cflag |= CLOCAL | CREAD;
+    }
+    if (::tcsetattr(fd_, TCSANOW, &t) != 0) return fail("cannot configure");
+    return true;
+  }
+  bool fail(const char* what) {
+    error_ = std::string(what) + " " + path_ + ": " + std::strerror(errno);
+    return false;
+  }
+
+  std::string path_;
+  Separator separator_;
+  std::optional<SerialSettings> serial_;
+  int fd_ = -1;
+  bool regular_ = true, terminal_ = false;
+  std::string error_;
+};
+
+class CommandTransport : public Transport {
+ public:
+  explicit CommandTransport(std::string command) : command_(std::move(command)) {}
+  bool send(const Envelope& to, const std::string& bytes) override {
+    int in[2];
+    if (::pipe2(in, O_CLOEXEC) != 0) return fail(std::string("pipe: ") + std::strerror(errno));
+    std::vector<std::string> env = {"QK_DEPT=" + std::to_string(to.dept),
+                                    "QK_LINE=" + std::to_string(to.line),
+                                    "QK_SCALE=" + std::to_string(to.scale),
+                                    "QK_FAMILY=" + to.family,
+                                    "QK_KIND=" + to.kind,
+                                    "QK_ID=" + std::to_string(to.id)};
+    pid_t pid = ::fork();
+    if (pid < 0) return fail(std::string("fork: ") + std::strerror(errno));
+    if (pid == 0) {
+      ::dup2(in[0], 0);
+      for (auto& e : env) ::putenv(e.data());
+      ::execl("/bin/sh", "sh", "-c", command_.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    ::close(in[0]);
+    std::signal(SIGPIPE, SIG_IGN);
+    write_all(in[1], bytes);  // a command that stops reading is judged by its exit status
+    ::close(in[1]);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+    return fail("\"" + command_ + "\" " +
+                (WIFEXITED(status) ? "exited with status " + std::to_string(WEXITSTATUS(status))
+                                   : "was killed by signal " + std::to_string(WTERMSIG(status))));
+  }
+  bool commit() override { return true; }
+  std::size_t batch() const override { return 1; }
+  const std::string& error() const override { return error_; }
+
+ private:
+  bool fail(const std::string& e) {
+    error_ = e;
+    return false;
+  }
+  std::string command_;
+  std::string error_;
+};
+
+}  // namespace
+
+std::optional<Separator> parse_separator(const std::string& name) {
+  if (name == "crlf") return Separator::CrLf;
+  if (name == "lf") return Separator::Lf;
+  if (name == "none") return Separator::None;
+  if (name == "stx-etx") return Separator::StxEtx;
+  return std::nullopt;
+}
+
+std::string framed(Separator s, const std::string& bytes) {
+  switch (s) {
+    case Separator::CrLf:
+      return bytes + "\r\n";
+    case Separator::Lf:
+      return bytes + "\n";
+    case Separator::None:
+      return bytes;
+    case Separator::StxEtx:
+      return kStx + bytes + kEtx;
+  }
+  return bytes;
+}
+
+std::optional<SerialSettings> parse_serial_settings(const std::string& text, std::string* error) {
+  std::vector<std::string> parts;
+  std::stringstream in(text);
+  for (std::string p; std::getline(in, p, ',');) parts.push_back(p);
+  auto bad = [&](const std::string& why) -> std::optional<SerialSettings> {
+    if (error)
+      *error = "\"" + text + "\": " + why + " (expected SPEED,BITS,PARITY,STOP, e.g. 9600,8,N,1)";
+    return std::nullopt;
+  };
+  if (parts.size() != 4) return bad("four values separated by commas are needed");
+  SerialSettings s;
+  auto whole = [](const std::string& p, int* out) {
+    if (p.empty() || p.size() > 7 || p.find_first_not_of("0123456789") != std::string::npos)
+      return false;
+    *out = std::stoi(p);
+    return true;
+  };
+  int speed = 0;
+  if (!whole(parts[0], &speed) || speed_constant(static_cast<unsigned>(speed)) == 0)
+    return bad("speed " + parts[0] +
+               " is not one of 1200, 2400, 4800, 9600, 19200, 38400, "
+               "57600, 115200, 230400");
+  s.speed = static_cast<unsigned>(speed);
+  if (!whole(parts[1], &s.data_bits) || s.data_bits < 5 || s.data_bits > 8)
+    return bad("data bits " + parts[1] + " are not 5, 6, 7 or 8");
+  if (parts[2].size() != 1 || std::string("NnEeOo").find(parts[2][0]) == std::string::npos)
+    return bad("parity " + parts[2] + " is not N, E or O");
+  s.parity = static_cast<char>(std::toupper(static_cast<unsigned char>(parts[2][0])));
+  if (!whole(parts[3], &s.stop_bits) || (s.stop_bits != 1 && s.stop_bits != 2))
+    return bad("stop bits " + parts[3] + " are not 1 or 2");
+  return s;
+}
+
+std::unique_ptr<Transport> file_transport(const std::string& path, Separator separator,
+                                          std::optional<SerialSettings> serial) {
+  return std::make_unique<FileTransport>(path, separator, serial);
+}
+
+std::unique_ptr<Transport> command_transport(const std::string& command) {
+  return std::make_unique<CommandTransport>(command);
+}
+
+}  // namespace qk::sync

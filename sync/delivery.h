@@ -1,0 +1,62 @@
+// Delivery of the records a sync builds: to a file or a device (a serial line), or to a command.
+// A transport says whether each record was taken and when what it took is durable; the sync
+// resets flags only after that.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace qk::sync {
+
+// What a record is and where it goes, for transports that address records.
+struct Envelope {
+  int32_t dept = 0, line = 0, scale = 0;
+  std::string family, kind;
+  int32_t id = 0;
+};
+
+class Transport {
+ public:
+  virtual ~Transport() = default;
+  // Delivers one string of a record; false when it could not be (error() says why).
+  virtual bool send(const Envelope& to, const std::string& bytes) = 0;
+  // Makes everything sent so far durable (flushed to disk, drained to the line); false when it
+  // could not be.
+  virtual bool commit() = 0;
+  // How many records may wait between commits.
+  virtual std::size_t batch() const = 0;
+  virtual const std::string& error() const = 0;
+};
+
+// What follows each record in a file or on a line.
+enum class Separator { CrLf, Lf, None, StxEtx };
+std::optional<Separator> parse_separator(const std::string& name);
+// The bytes of one record with its separator.
+std::string framed(Separator s, const std::string& bytes);
+
+// Serial line settings "9600,8,N,1": speed, data bits (5 to 8), parity (N, E or O), stop bits
+// (1 or 2).
+struct SerialSettings {
+  unsigned speed = 9600;
+  int data_bits = 8;
+  char parity = 'N';
+  int stop_bits = 1;
+};
+// The settings, or nullopt with the reason in *error.
+std::optional<SerialSettings> parse_serial_settings(const std::string& text, std::string* error);
+
+// Appends to a file (created when missing, flushed to disk on commit) or writes to a device
+// (never truncated; a terminal is put in raw mode, configured with the serial settings when
+// given, and drained on commit). Opened at the first record, so a sync that sends nothing leaves
+// no file behind.
+std::unique_ptr<Transport> file_transport(const std::string& path, Separator separator,
+                                          std::optional<SerialSettings> serial);
+
+// Runs `sh -c command` once per string with the bytes on its standard input; a string is taken
+// when the command exits 0. The environment carries QK_DEPT, QK_LINE, QK_SCALE, QK_FAMILY,
+// QK_KIND and QK_ID of the record.
+std::unique_ptr<Transport> command_transport(const std::string& command);
+
+}  // namespace qk::sync

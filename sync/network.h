@@ -1,0 +1,55 @@
+// The network description (table SCALE_LINES): which lines exist per department, the family and
+// scale number of each. It is the one source of the configured-lines array.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "automation/variant.h"
+#include "qk/archive_tools.h"
+
+namespace qk::sync {
+
+// The database companion's tools, opened on "Archivi.mdb" as every class opens it.
+std::shared_ptr<ArchiveTools> open_archive_tools();
+
+// A write transaction of the tools that rolls back unless committed.
+class ArchiveWrite {
+ public:
+  explicit ArchiveWrite(ArchiveTools& a) : a_(a) { a_.begin_write(); }
+  ~ArchiveWrite() {
+    if (!done_) a_.rollback();
+  }
+  void commit() {
+    a_.commit();
+    done_ = true;
+  }
+  ArchiveWrite(const ArchiveWrite&) = delete;
+  ArchiveWrite& operator=(const ArchiveWrite&) = delete;
+
+ private:
+  ArchiveTools& a_;
+  bool done_ = false;
+};
+
+struct ScaleLine {
+  int32_t dept;
+  int32_t line;
+  std::string family;
+  int32_t scale;
+};
+
+// Every line of the archive, by department and line. A row the component could not read is left
+// out and described in *problems.
+std::vector<ScaleLine> read_network(ArchiveTools& a, std::vector<std::string>* problems);
+
+// The configured-lines array for the classes: (department 0..highest, line index 0..7), 1 where
+// the line exists.
+automation::Variant configured_lines(const std::vector<ScaleLine>& network);
+
+// The flag string of a table's width with "1" at the given lines (1-based; lines beyond the
+// width are left out).
+std::string line_mask(int width, const std::vector<int32_t>& lines);
+
+}  // namespace qk::sync

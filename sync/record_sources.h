@@ -1,0 +1,61 @@
+// The sources of the sync: for each kind of record, which ids a department's line is missing, how
+// one record is built in the line's family, and (for the kinds with flags) which archive rows it
+// is built from, its flags and the class's own reset. The sync loop, the pending list and the
+// marking command all follow this one table.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "families.h"
+#include "network.h"
+#include "qk/archive_tools.h"
+
+namespace qk::sync {
+
+// One department's line, as every source of it sees it.
+struct LineContext {
+  ScaleLine where;
+  const FamilyForms* forms = nullptr;
+  automation::Variant configured;  // the configured-lines array of the whole network
+  ArchiveTools* archive = nullptr;
+  std::string images_folder;  // "<installation>/images/"
+  // Says something about a record that is sent anyway (a missing picture file, …).
+  std::function<void(const std::string&)> warn = [](const std::string&) {};
+};
+
+class RecordSource {
+ public:
+  virtual ~RecordSource() = default;
+  // The ids of the records: only those pending on `pending_line`, or every one when it is 0.
+  // Rows that cannot be read are left out and described in *problems.
+  virtual std::vector<int32_t> ids(int32_t pending_line, std::vector<std::string>* problems) = 0;
+  // "key block 2", "lot 12", … for messages and listings.
+  virtual std::string label(int32_t id) const = 0;
+  // The record's strings as the component builds them (empty when it could not).
+  virtual std::vector<std::string> build(int32_t id) = 0;
+  // Kinds with flags: the rows the record is built from, its flag string, and the class's reset
+  // of the served line.
+  virtual std::optional<GroupRef> group(int32_t) const { return std::nullopt; }
+  virtual std::string flags(int32_t) { return {}; }
+  virtual void reset(int32_t) {}
+};
+
+struct SourceEntry {
+  Kind kind;
+  bool flagged;  // the records carry transmission flags; the others are sent only with --full
+  // A source for the line in the family's form of the kind.
+  std::unique_ptr<RecordSource> (*open)(const LineContext& line, const std::string& form);
+};
+
+// Every kind, in the order a sync sends them.
+const std::vector<SourceEntry>& sources();
+const SourceEntry& source_of(Kind k);
+
+// The archive group a flag-carrying kind's records belong to (keys: by the family's form).
+std::optional<RecordGroup> group_of(Kind k, const std::string& form);
+
+}  // namespace qk::sync

@@ -1,0 +1,78 @@
+#include "row_checks.h"
+
+#include <cmath>
+
+namespace qk::sync {
+
+using automation::Variant;
+using automation::VarType;
+
+namespace {
+
+std::string shown(const Variant& v) {
+  return v.is_string() ? "\"" + v.to_string() + "\"" : v.to_text();
+}
+
+}  // namespace
+
+std::string value_problem(const archive::Column& c, const Variant& v) {
+  if (v.is_null() || v.is_empty())
+    return c.not_null && c.default_sql.empty() ? "is empty, and the column needs a value" : "";
+  if (c.type == archive::ColumnType::Integer) {
+    bool number = v.is_numeric_type();
+    double d = number ? v.to_double() : 0;
+    if (!number || d != std::floor(d) || d < static_cast<double>(c.min) ||
+        d > static_cast<double>(c.max)) {
+      if (c.min != archive::kIntegerMin || c.max != archive::kIntegerMax)
+        return "holds " + shown(v) + ", not a whole number from " + std::to_string(c.min) + " to " +
+               std::to_string(c.max);
+      return "holds " + shown(v) + ", not a 32-bit whole number";
+    }
+    return "";
+  }
+  if (c.type == archive::ColumnType::Real)
+    return v.is_numeric_type() ? "" : "holds " + shown(v) + ", not a number";
+  std::string text = v.to_text();
+  if (c.flag_width > 0) {
+    bool ok = static_cast<int>(text.size()) == c.flag_width &&
+              text.find_first_not_of("01") == std::string::npos;
+    if (!ok)
+      return "holds " + shown(v) + ", not " + std::to_string(c.flag_width) +
+             " characters \"0\" or \"1\" (one per line)";
+  }
+  if (!c.allowed.empty()) {
+    for (auto a : c.allowed)
+      if (text == a) return "";
+    std::string list;
+    for (auto a : c.allowed) list += (list.empty() ? "" : ", ") + std::string(a);
+    return "holds " + shown(v) + ", not one of " + list;
+  }
+  return "";
+}
+
+std::string row_name(const archive::Table& t, const automation::Recordset& row) {
+  std::string s;
+  auto id = archive::identity(t);
+  for (auto c : id) {
+    std::string value;
+    try {
+      value = row.Fields(c).to_text();
+    } catch (const std::exception&) {
+      value = "?";
+    }
+    s += (s.empty() ? "" : ", ") + std::string(c) + " " + value;
+  }
+  return std::string(t.name) + " (" + s + ")";
+}
+
+std::vector<std::string> row_problems(const archive::Table& t, automation::Recordset& rows) {
+  std::vector<std::string> out;
+  for (rows.MoveFirst(); !rows.Eof(); rows.MoveNext())
+    for (const auto& c : t.columns) {
+      std::string p = value_problem(c, rows.Fields(c.name));
+      if (!p.empty()) out.push_back(row_name(t, rows) + ": " + std::string(c.name) + " " + p);
+    }
+  return out;
+}
+
+}  // namespace qk::sync

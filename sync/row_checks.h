@@ -1,0 +1,26 @@
+// Whether the component can read a row: every INTEGER a 32-bit whole number in its range, every
+// flag string exactly its width of "0"/"1", every family one it knows. Import refuses rows that
+// fail; the sync names them when a record cannot be built.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "automation/recordset.h"
+#include "automation/variant.h"
+#include "qk/archive_schema.h"
+
+namespace qk::sync {
+
+// Why the column cannot hold the value ("" when it can). Null is a problem only in a column
+// without a default that must not be empty.
+std::string value_problem(const archive::Column& c, const automation::Variant& v);
+
+// The row's identity for messages: "TASTIERA_PLU (TP_BNC 1, TP_SCALE 1, TP_KEY 5)".
+std::string row_name(const archive::Table& t, const automation::Recordset& row);
+
+// One line per unreadable value of every row of the recordset (which must hold the table's
+// columns): "<row name>: <column> <problem>".
+std::vector<std::string> row_problems(const archive::Table& t, automation::Recordset& rows);
+
+}  // namespace qk::sync

@@ -1,0 +1,391 @@
+#include "sync.h"
+
+#include <chrono>
+
+#include "automation/error.h"
+#include "frame/encoding.h"
+#include "frame/host.h"
+#include "frame/paths.h"
+#include "row_checks.h"
+
+namespace qk::sync {
+
+namespace {
+
+thread_local std::string g_context;
+
+std::string describe(const ScaleLine& l) {
+  return "department " + std::to_string(l.dept) + ", line " + std::to_string(l.line) + " (" +
+         l.family + ", scale " + std::to_string(l.scale) + ")";
+}
+
+std::string error_text(const std::exception& e) {
+  if (auto* a = dynamic_cast<const automation::Error*>(&e))
+    return "error " + std::to_string(a->number()) + ": " + cp1252_to_utf8(a->description());
+  return e.what();
+}
+
+RowSnapshot snapshot_of(automation::Recordset& rs) {
+  RowSnapshot s;
+  for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext())
+    s.rows.emplace_back(static_cast<int64_t>(rs.Fields("ROW_ID").to_double()),
+                        static_cast<int64_t>(rs.Fields(archive::kRowVersionColumn).to_double()));
+  return s;
+}
+
+RowSnapshot snapshot_of(ArchiveTools& a, const GroupRef& g) {
+  return snapshot_of(*a.group_rows(g));
+}
+
+// Counts what the component reports around one call.
+class Watch {
+ public:
+  Watch() : reports_(host::reports_on_this_thread()), notices_(host::notices_on_this_thread()) {}
+  bool reported() const { return host::reports_on_this_thread() != reports_; }
+  bool noticed() const { return host::notices_on_this_thread() != notices_; }
+
+ private:
+  long reports_, notices_;
+};
+
+// The sync of one department's line: records are built inside a read transaction (so a record
+// and the snapshot of its rows agree), delivered, and reset in batches once the transport has
+// made them durable.
+class LineSync {
+ public:
+  LineSync(ArchiveTools& a, Transport& t, const SyncOptions& o, SyncReport& r)
+      : a_(a), t_(t), o_(o), r_(r) {}
+
+  // False when delivery stopped.
+  bool run(const LineContext& line) {
+    line_context_ = describe(line.where);
+    ContextScope context(line_context_);
+    LineContext c = line;
+    c.warn = [this](const std::string& text) {
+      o_.say(current_context() + ": " + text);
+      warned_ = true;
+    };
+    struct Opened {
+      Kind kind;
+      bool flagged;
+      std::string form;
+      std::unique_ptr<RecordSource> source;
+      std::vector<int32_t> ids;
+    };
+    std::vector<Opened> kinds;
+    std::size_t pending = 0;
+    for (const SourceEntry& e : sources()) {
+      const char* form = form_of(*c.forms, e.kind);
+      if (!form || (!e.flagged && !o_.scope.full && e.kind != Kind::Date)) continue;
+      try {
+        std::vector<std::string> problems;
+        auto source = e.open(c, form);
+        auto ids = source->ids(e.flagged && !o_.scope.full ? c.where.line : 0, &problems);
+        for (const auto& p : problems) problem(p);
+        if (e.flagged) pending += ids.size();
+        kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
+      } catch (const std::exception& ex) {
+        problem(std::string(kind_name(e.kind)) + " could not be listed: " + error_text(ex));
+        ++r_.tally[e.kind].failed;
+      }
+    }
+    if (!o_.scope.full && pending == 0) return true;
+    envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
+    for (auto& k : kinds)
+      for (int32_t id : k.ids)
+        if (!deliver(k.kind, k.flagged, *k.source, id)) return stop();
+    return flush() || stop();
+  }
+
+ private:
+  struct Waiting {
+    Kind kind;
+    long long bytes;
+    RecordSource* source;  // flagged records only
+    int32_t id;
+    std::optional<GroupRef> group;
+    RowSnapshot snapshot;
+    std::string label;
+  };
+
+  void problem(const std::string& text) {
+    o_.say(current_context() + ": " + text);
+    r_.status = SyncReport::Failed;
+  }
+
+  bool deliver(Kind kind, bool flagged, RecordSource& source, int32_t id) {
+    if (!reading_) {
+      a_.begin_read();
+      reading_ = true;
+    }
+    std::string label = source.label(id);
+    ContextScope context(line_context_ + ", " + label);
+    KindTally& tally = r_.tally[kind];
+    Waiting w{kind, 0, flagged ? &source : nullptr, id, source.group(id), {}, label};
+    std::vector<std::string> strings;
+    Watch watch;
+    warned_ = false;
+    try {
+      if (w.group) {
+        // A row the component cannot read is named, and its record is not built at all.
+        auto rows = a_.group_rows(*w.group);
+        auto problems = row_problems(group_table(w.group->group), *rows);
+        if (!problems.empty()) {
+          for (const auto& p : problems) problem(p);
+          ++tally.failed;
+          problem("not sent because of the values above; left pending");
+          return true;
+        }
+        w.snapshot = snapshot_of(*rows);
+      }
+      strings = source.build(id);
+    } catch (const std::exception& ex) {
+      problem("error while building: " + error_text(ex));
+      strings.clear();
+    }
+    std::erase(strings, std::string());
+    if (strings.empty() || watch.reported()) {
+      ++tally.failed;
+      problem(std::string("could not be built") + (flagged ? ", left pending" : ", not sent"));
+      return true;
+    }
+    if (watch.noticed() || warned_) {
+      ++tally.warned;
+      r_.status = SyncReport::Failed;
+    }
+    envelope_.kind = kind_name(kind);
+    envelope_.id = id;
+    for (const auto& s : strings) {
+      if (!t_.send(envelope_, s)) return false;
+      w.bytes += static_cast<long long>(s.size());
+    }
+    waiting_.push_back(std::move(w));
+    o_.progress(++delivered_);
+    return waiting_.size() < t_.batch() || flush();
+  }
+
+  // Makes the waiting records durable, counts them and resets the flagged ones whose rows are
+  // unchanged since they were built.
+  bool flush() {
+    if (reading_) {
+      a_.end_read();
+      reading_ = false;
+    }
+    if (waiting_.empty()) return true;
+    if (!t_.commit()) return false;
+    bool resets = false;
+    for (const auto& w : waiting_) {
+      KindTally& tally = r_.tally[w.kind];
+      ++tally.records;
+      tally.bytes += w.bytes;
+      resets = resets || w.source;
+    }
+    if (resets) reset_waiting();
+    waiting_.clear();
+    return true;
+  }
+
+  void reset_waiting() {
+    try {
+      a_.begin_write();
+      for (const auto& w : waiting_) {
+        if (!w.source) continue;
+        ContextScope context(line_context_ + ", " + w.label);
+        if (w.group && snapshot_of(a_, *w.group) != w.snapshot) {
+          ++r_.tally[w.kind].changed;
+          o_.say(current_context() +
+                 ": changed in the archive while it was sent; left pending for the next sync");
+          continue;
+        }
+        Watch watch;
+        a_.guard_resets(w.group ? &w.snapshot : nullptr);
+        w.source->reset(w.id);
+        a_.guard_resets(nullptr);
+        if (watch.reported()) {
+          ++r_.tally[w.kind].reset_failed;
+          problem("delivered, but its flags could not be reset; it will be sent again");
+        }
+      }
+      a_.commit();
+    } catch (const std::exception& ex) {
+      a_.guard_resets(nullptr);
+      a_.rollback();
+      problem("the flags of " + std::to_string(waiting_.size()) +
+              " delivered records could not be written (" + error_text(ex) +
+              "); they will be sent again");
+    }
+  }
+
+  bool stop() {
+    if (reading_) {
+      a_.end_read();
+      reading_ = false;
+    }
+    r_.stopped = t_.error();
+    problem("delivery stopped (" + t_.error() + "); " + std::to_string(waiting_.size()) +
+            " records sent but not confirmed and everything not yet sent stay pending");
+    waiting_.clear();
+    return false;
+  }
+
+  ArchiveTools& a_;
+  Transport& t_;
+  const SyncOptions& o_;
+  SyncReport& r_;
+  Envelope envelope_;
+  std::string line_context_;
+  std::vector<Waiting> waiting_;
+  bool reading_ = false, warned_ = false;
+  long delivered_ = 0;
+};
+
+}  // namespace
+
+const std::string& current_context() {
+  return g_context;
+}
+
+ContextScope::ContextScope(std::string text) : previous_(std::move(g_context)) {
+  g_context = std::move(text);
+}
+
+ContextScope::~ContextScope() {
+  g_context = std::move(previous_);
+}
+
+long SyncReport::records() const {
+  long n = 0;
+  for (const auto& [k, t] : tally) n += t.records;
+  return n;
+}
+
+long long SyncReport::bytes() const {
+  long long n = 0;
+  for (const auto& [k, t] : tally) n += t.bytes;
+  return n;
+}
+
+int for_each_line(ArchiveTools& a, const SyncScope& scope, const LineVisitor& each,
+                  const std::function<void(const ScaleLine&)>& unknown,
+                  std::vector<std::string>* problems) {
+  std::vector<ScaleLine> network = read_network(a, problems);
+  LineContext c;
+  c.configured = configured_lines(network);
+  c.archive = &a;
+  c.images_folder = with_trailing_separator(installation_folder()) + "images/";
+  int visited = 0;
+  for (const ScaleLine& where : network) {
+    if ((scope.line > 0 && where.line != scope.line) ||
+        (scope.dept >= 0 && where.dept != scope.dept))
+      continue;
+    ++visited;
+    c.where = where;
+    c.forms = forms_of(where.family);
+    if (c.forms)
+      each(c);
+    else if (unknown)
+      unknown(where);
+  }
+  return visited;
+}
+
+SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
+  auto start = std::chrono::steady_clock::now();
+  SyncReport r;
+  auto lock = a.lock_line(o.scope.line, o.wait, &r.holder);
+  if (!lock) {
+    r.status = SyncReport::Busy;
+    return r;
+  }
+  std::vector<std::string> problems;
+  bool stopped = false;
+  int visited = for_each_line(
+      a, o.scope,
+      [&](const LineContext& c) {
+        if (stopped) return;
+        LineSync line(a, t, o, r);
+        stopped = !line.run(c);
+      },
+      [&](const ScaleLine& l) {
+        o.say(describe(l) + ": the family " + l.family + " is unknown; nothing sent");
+        r.status = SyncReport::Failed;
+      },
+      &problems);
+  for (const auto& p : problems) o.say(p);
+  if (!problems.empty() || stopped) r.status = SyncReport::Failed;
+  if (visited == 0) r.status = SyncReport::NoLine;
+  r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return r;
+}
+
+std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
+                                      std::vector<std::string>* problems) {
+  std::vector<PendingLine> out;
+  for_each_line(
+      a, scope,
+      [&](const LineContext& c) {
+        ContextScope context(describe(c.where));
+        PendingLine p{c.where, true, {}};
+        for (const SourceEntry& e : sources()) {
+          const char* form = form_of(*c.forms, e.kind);
+          if (!form || !e.flagged) continue;
+          try {
+            auto source = e.open(c, form);
+            for (int32_t id : source->ids(c.where.line, problems))
+              p.records.push_back({e.kind, id, source->label(id), source->flags(id)});
+          } catch (const std::exception& ex) {
+            if (problems)
+              problems->push_back(describe(c.where) + ": " + kind_name(e.kind) +
+                                  " could not be listed: " + error_text(ex));
+          }
+        }
+        out.push_back(std::move(p));
+      },
+      [&](const ScaleLine& l) {
+        out.push_back({l, false, {}});
+      },
+      problems);
+  return out;
+}
+
+MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
+  MarkResult result;
+  std::vector<std::string> problems;
+  std::vector<ScaleLine> network = read_network(a, &problems);
+  std::map<int32_t, std::vector<int32_t>> configured;
+  for (const auto& l : network)
+    if (r.dept < 0 || l.dept == r.dept) configured[l.dept].push_back(l.line);
+  if (r.dept >= 0 && configured.empty())
+    result.skipped.push_back("department " + std::to_string(r.dept) + " has no lines");
+  std::vector<Kind> kinds = r.kinds;
+  if (kinds.empty())
+    for (const auto& e : sources())
+      if (e.flagged) kinds.push_back(e.kind);
+  ArchiveWrite write(a);
+  {
+    for (const auto& [dept, lines] : configured) {
+      std::vector<int32_t> chosen;
+      for (int32_t l : r.lines.empty() ? lines : r.lines) {
+        if (std::find(lines.begin(), lines.end(), l) != lines.end())
+          chosen.push_back(l);
+        else
+          result.skipped.push_back("department " + std::to_string(dept) + " has no line " +
+                                   std::to_string(l));
+      }
+      if (chosen.empty()) continue;
+      for (Kind k : kinds) {
+        auto g = group_of(k, "");
+        if (!g) continue;
+        const archive::Table& t = group_table(*g);
+        Where where{{std::string(t.department), dept}};
+        if (r.id) where.emplace_back(std::string(t.record_id), *r.id);
+        int width = archive::find_column(t, t.flags)->flag_width;
+        result.rows += a.mark_pending(t, where, line_mask(width, chosen));
+      }
+    }
+  }
+  write.commit();
+  return result;
+}
+
+}  // namespace qk::sync

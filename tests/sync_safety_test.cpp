@@ -1,0 +1,261 @@
+// Nothing lost when the archive changes during a sync, one sync per line at a time, and nothing
+// let in that a line cannot read.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "tool_fixture.h"
+
+using namespace qk::testing;
+
+namespace {
+
+std::string file_bytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+using SyncSafety = Tool;
+
+TEST_F(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
+  // When the transport receives lot 12 on line 2, somebody imports a second row of that lot.
+  std::string edits = dir.file("edits");
+  std::filesystem::create_directories(edits);
+  std::ofstream(edits + "/TRACEABILITY.csv")
+      << "TRC_BNC,TRC_ID,TRC_ROW,TRC_ID_LOT,TRC_DESC1,TRC_FLAGTRASM\n"
+         "1,12,2,\"L12-2026\",\"Aggiunta durante l'invio\",11111111\n";
+  std::string sent = dir.file("sent.txt");
+  std::string transport = "'cat >> " + sent + "; echo >> " + sent +
+                          "; if [ \"$QK_KIND\" = lots ] && [ \"$QK_ID\" = 12 ]; then " +
+                          QKP_BINARY + " import-csv " + edits + " >/dev/null; fi'";
+  ASSERT_EQ(qkp("sync --line 2 --dept 1 --exec " + transport), 0) << err;
+  EXPECT_NE(err.find("department 1, line 2 (5000, scale 2), lot 12: changed in the archive while "
+                     "it was sent; left pending for the next sync"),
+            std::string::npos)
+      << err;
+  // The new row was never sent: it is still pending on line 2, and so is its lot.
+  EXPECT_EQ(sql("select TRC_ROW, substr(TRC_FLAGTRASM, 2, 1) from TRACEABILITY where TRC_BNC = 1 "
+                "and TRC_ID = 12 order by TRC_ROW"),
+            "1|1\n2|1\n");
+  std::string out;
+  ASSERT_EQ(qkp("pending --line 2 --dept 1", &out), 0);
+  EXPECT_EQ(lines_of(out).size(), 2u) << out;  // the heading and lot 12
+  // The next sync sends it, with the new row, and clears the line.
+  ASSERT_EQ(qkp("sync --line 2 --dept 1 --separator lf --out " + dir.file("next.txt")), 0) << err;
+  EXPECT_NE(file_bytes(dir.file("next.txt")).find("Aggiunta durante l'invio"), std::string::npos);
+  EXPECT_EQ(qkp("pending --line 2 --dept 1"), 3);
+}
+
+TEST_F(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
+  // The 5000 reset writes one statement over every row of the key: it must not run when a row
+  // of the key changed after the key was built.
+  std::string sent = dir.file("sent.txt");
+  std::string edits = dir.file("edits");
+  std::filesystem::create_directories(edits);
+  std::ofstream(edits + "/TASTIERA_PLU.csv") << "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,3,999\n";
+  std::string transport = "'cat >> " + sent +
+                          "; if [ \"$QK_KIND\" = keys ] && [ \"$QK_ID\" = 3 ]; then " + QKP_BINARY +
+                          " import-csv --replace --no-pending " + edits + " >/dev/null; fi'";
+  ASSERT_EQ(qkp("sync --line 2 --dept 1 --exec " + transport), 0) << err;
+  EXPECT_NE(err.find("key 3: changed in the archive while it was sent"), std::string::npos) << err;
+  // The replaced row came in with the default flags; the others were not reset.
+  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY = 3 "
+                "order by 1"),
+            "00000000\n11100000\n");
+  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY = 4"),
+            "10100000\n");
+}
+
+// Imports rows during five syncs of line 1 of the large network; afterwards every row whose line-1
+// flag is cleared must have been delivered with its current text.
+TEST_F(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
+  ASSERT_EQ(qkp("init --demo --size large --force"), 0) << err;
+  // Departments whose line 1 is a 5000 scale: their lot messages carry every row's text.
+  std::vector<int> depts;
+  for (const auto& l : lines_of(sql("select SL_BNC from SCALE_LINES where SL_LINE = 1 and "
+                                    "SL_FAMILY = '5000' order by SL_BNC")))
+    depts.push_back(std::stoi(l));
+  ASSERT_FALSE(depts.empty());
+  std::string sent = dir.file("sent.txt");
+  std::mt19937 random(12345);
+  int marker = 0;
+  for (int round = 0; round < 5; ++round) {
+    pid_t importer = fork();
+    if (importer == 0) {
+      for (int i = 0;; ++i) {
+        std::string folder = dir.file("imp-" + std::to_string(round) + "-" + std::to_string(i));
+        std::filesystem::create_directories(folder);
+        std::ofstream csv(folder + "/TRACEABILITY.csv");
+        csv << "TRC_BNC,TRC_ID,TRC_ROW,TRC_ID_LOT,TRC_DESC1\n";
+        int n = round * 100000 + i;
+        csv << depts[random() % depts.size()] << "," << (random() % 100 + 1) << ","
+            << (2 + random() % 3) << ",\"X\",\"MARK-" << n << "-END\"\n";
+        csv.close();
+        std::system((std::string(QKP_BINARY) + " --home " + home + " import-csv --replace " +
+                     folder + " >/dev/null 2>&1")
+                        .c_str());
+        usleep(2000);
+      }
+    }
+    int status = qkp("sync --line 1 --separator lf --out " + sent);
+    kill(importer, SIGKILL);
+    waitpid(importer, nullptr, 0);
+    EXPECT_EQ(status, 0) << err;
+    marker += 1;
+  }
+  std::string delivered = file_bytes(sent);
+  auto rows =
+      lines_of(sql("select TRC_DESC1, substr(TRC_FLAGTRASM, 1, 1) from TRACEABILITY "
+                   "where TRC_DESC1 like 'MARK-%'"));
+  ASSERT_GT(rows.size(), 20u);  // the imports did run during the syncs
+  int cleared = 0, pending = 0;
+  for (const auto& r : rows) {
+    std::string text = r.substr(0, r.find('|'));
+    if (r.back() == '0') {
+      ++cleared;
+      EXPECT_NE(delivered.find(text), std::string::npos)
+          << text << " is marked delivered on line 1 but was never sent";
+    } else {
+      ++pending;
+    }
+  }
+  EXPECT_GT(cleared, 0);
+  RecordProperty("cleared", cleared);
+  RecordProperty("pending", pending);
+}
+
+TEST_F(SyncSafety, OneSyncOfALineAtATime) {
+  std::string first = dir.file("first.txt"), second = dir.file("second.txt");
+  // A slow transport keeps the first sync busy.
+  pid_t pid = fork();
+  if (pid == 0) {
+    std::string cmd = std::string(QKP_BINARY) + " --home " + home +
+                      " sync --line 2 --exec 'printf \"%s %s %s \" $QK_DEPT $QK_KIND $QK_ID >> " +
+                      first + "; cat >> " + first + "; printf \"\\\\0\" >> " + first +
+                      "; sleep 0.02' 2>/dev/null";
+    execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+    _exit(127);
+  }
+  // Wait for the first sync to hold the line.
+  for (int i = 0; i < 500 && file_bytes(first).empty(); ++i) usleep(10000);
+  EXPECT_EQ(qkp("sync --line 2 --out " + second), 4);
+  EXPECT_NE(err.find("is being synced by another process"), std::string::npos) << err;
+  // With --wait the second one waits, then finds nothing left to send.
+  EXPECT_EQ(qkp("sync --wait --line 2 --separator lf --out " + second), 0) << err;
+  int status = 0;
+  waitpid(pid, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_FALSE(std::filesystem::exists(second));
+  std::set<std::string> seen;
+  std::string all = file_bytes(first);
+  std::vector<std::string> strings;
+  for (std::size_t at = 0, end; (end = all.find('\0', at)) != std::string::npos; at = end + 1)
+    strings.push_back(all.substr(at, end - at));
+  EXPECT_GT(strings.size(), 40u);
+  for (const auto& line : strings) EXPECT_TRUE(seen.insert(line).second) << "sent twice: " << line;
+  EXPECT_EQ(qkp("pending --line 2 --dept 1"), 3);
+}
+
+TEST_F(SyncSafety, ImportRefusesWhatALineCannotRead) {
+  struct Case {
+    const char* file;
+    const char* text;
+    const char* message;
+  } cases[] = {
+      {"TASTIERA_PLU.csv", "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,1,1e19\n",
+       "line 2, column TP_VALUE: holds 1E+19, not a 32-bit whole number"},
+      {"TASTIERA_PLU.csv", "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,1,2.5\n",
+       "column TP_VALUE: holds 2.5, not a 32-bit whole number"},
+      {"TASTIERA_PLU.csv", "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,1,2147483648\n",
+       "column TP_VALUE: holds 2147483648, not a 32-bit whole number"},
+      {"TASTIERA_PLU.csv", "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,x,5\n",
+       "column TP_KEY: holds \"x\", not a 32-bit whole number"},
+      {"BARCODE.csv", "BC_BNC,BC_FORM,BC_FLAGTRASM\n1,8,1102\n",
+       "column BC_FLAGTRASM: holds \"1102\", not 4 characters \"0\" or \"1\""},
+      {"TRACEABILITY.csv", "TRC_BNC,TRC_ID,TRC_FLAGTRASM\n1,40,1111\n",
+       "column TRC_FLAGTRASM: holds \"1111\", not 8 characters"},
+      {"SCALE_LINES.csv", "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE\n4,1,6000,1\n",
+       "column SL_FAMILY: holds \"6000\", not one of 3000, 3000TOP, 2000, 5000, VELTA, KESTRA"},
+      {"SCALE_LINES.csv", "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE\n4,9,5000,1\n",
+       "column SL_LINE: holds 9, not a whole number from 1 to 8"},
+      {"SCALE_LINES.csv", "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE\n-1,1,5000,1\n",
+       "column SL_BNC: holds -1, not a whole number from 0 to 2147483647"},
+      {"BARCODE.csv", "BC_BNC,BC_FORM,ROW_VERSION\n1,8,0\n",
+       "line 1: ROW_VERSION is kept by the archive itself"},
+      {"BARCODE.csv", "BC_BNC,BC_FORM,COLOUR\n1,8,red\n",
+       "line 1: BARCODE has no column \"COLOUR\""},
+      {"BARCODE.csv", "BC_BNC,BC_FORM\n1,8,9\n", "line 2: 3 fields, the header names 2 columns"},
+      {"BARCODE.csv", "BC_BNC,BC_FORM\n1,\"8\n", "malformed CSV"},
+      {"NOTATABLE.csv", "A\n1\n", "the archive has no table NOTATABLE"},
+      {"BARCODE.csv", "", "the file is empty"},
+  };
+  std::string before = file_bytes(home + "/Archivi.sqlite");
+  int n = 0;
+  for (const auto& c : cases) {
+    std::string folder = dir.file("bad" + std::to_string(++n));
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/" + c.file) << c.text;
+    EXPECT_EQ(qkp("import-csv " + folder), 1) << c.text;
+    EXPECT_NE(err.find(c.message), std::string::npos) << err;
+    EXPECT_NE(err.find(folder + "/" + c.file), std::string::npos) << err;
+  }
+  // A file that cannot be read says so.
+  std::filesystem::create_directories(dir.file("unreadable/BARCODE.csv"));
+  EXPECT_EQ(qkp("import-csv " + dir.file("unreadable")), 1);
+  EXPECT_NE(err.find("cannot be read"), std::string::npos) << err;
+  EXPECT_EQ(file_bytes(home + "/Archivi.sqlite"), before);
+  // Families are accepted in any letter case and stored one way.
+  std::filesystem::create_directories(dir.file("good"));
+  std::ofstream(dir.file("good/SCALE_LINES.csv"))
+      << "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE\n4,1,kestra,1\n";
+  EXPECT_EQ(qkp("import-csv " + dir.file("good")), 0) << err;
+  EXPECT_EQ(sql("select SL_FAMILY from SCALE_LINES where SL_BNC = 4"), "KESTRA\n");
+}
+
+TEST_F(SyncSafety, SyncNamesABadRowSkipsItsRecordAndGoesOn) {
+  // Another program wrote values the component cannot read.
+  ASSERT_EQ(sql_exec(home + "/Archivi.sqlite",
+                     "UPDATE TASTIERA_PLU SET TP_VALUE = 1e19 WHERE TP_BNC = 1 AND TP_KEY = 3;"
+                     "INSERT INTO TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_FLAGTRASM) VALUES "
+                     "(1, 2, 1e19, '11111111')"),
+            "");
+  std::string sent = dir.file("sent.txt");
+  EXPECT_EQ(qkp("sync --line 2 --dept 1 --separator lf --out " + sent), 1);
+  EXPECT_NE(err.find("TASTIERA_PLU: a row of department 1 has TP_KEY = 1E+19, not a 32-bit whole "
+                     "number; its record is left out"),
+            std::string::npos)
+      << err;
+  EXPECT_NE(err.find("key 3: not sent because of the values above; left pending"),
+            std::string::npos)
+      << err;
+  EXPECT_NE(err.find("TASTIERA_PLU (TP_BNC 1, TP_SCALE 2, TP_KEY 3): TP_VALUE holds 1E+19, not "
+                     "a 32-bit whole number"),
+            std::string::npos)
+      << err;
+  // Everything else went.
+  std::string out = file_bytes(sent);
+  EXPECT_NE(out.find("ID=4 TIP=0 REP=1 VAL=104"), std::string::npos);
+  EXPECT_NE(out.find("TYP=LOT REP=1 ID=12"), std::string::npos);
+  EXPECT_EQ(sql("select distinct substr(TP_FLAGTRASM, 2, 1) from TASTIERA_PLU where TP_BNC = 1 "
+                "and TP_KEY = 3"),
+            "1\n");
+}
+
+TEST_F(SyncSafety, CheckReportsValuesThatWouldNotLookUpSafely) {
+  // A quote in a value pasted into a query: "1' or '1'='1" would match the first mapping.
+  ASSERT_EQ(sql_exec(home + "/Archivi.sqlite",
+                     "UPDATE TICKET_PROPERTY SET value = '1'' or ''1''=''1' WHERE TD_BNC = 1 AND "
+                     "TD_ID = 1 AND TD_OBJ = 2 AND Id = 4"),
+            "");
+  std::string out;
+  EXPECT_EQ(qkp("layout --dept 1 --layout 1 --family 5000 --check", &out), 1);
+  EXPECT_NE(out.find("data type 1' or '1'='1 holds a quote"), std::string::npos) << out;
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// The qkp tool end to end: a demo installation in a temporary folder, qkp run as a separate
+// process, and the archive read back with the SQLite library.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "test_support.h"
+
+namespace qk::testing {
+
+// Rows of a query, "a|b" per row with a newline after each, as the sqlite3 shell prints them.
+inline std::string sql_rows(const std::string& db_path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  std::string out;
+  if (sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    sqlite3_close(db);
+    return "<cannot open " + db_path + ">";
+  }
+  sqlite3_busy_timeout(db, 5000);
+  sqlite3_stmt* s = nullptr;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
+    out = std::string("<") + sqlite3_errmsg(db) + ">";
+  } else {
+    while (sqlite3_step(s) == SQLITE_ROW) {
+      for (int c = 0; c < sqlite3_column_count(s); ++c) {
+        const unsigned char* t = sqlite3_column_text(s, c);
+        out += (c ? "|" : "") + std::string(t ? reinterpret_cast<const char*>(t) : "");
+      }
+      out += "\n";
+    }
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return out;
+}
+
+// Runs statements on an archive file as another program would; "" or the error.
+inline std::string sql_exec(const std::string& db_path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  sqlite3_busy_timeout(db, 5000);
+  char* error = nullptr;
+  std::string out;
+  if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK)
+    out = error ? error : "?";
+  sqlite3_free(error);
+  sqlite3_close(db);
+  return out;
+}
+
+inline std::vector<std::string> lines_of(const std::string& s) {
+  std::vector<std::string> v;
+  std::istringstream in(s);
+  for (std::string l; std::getline(in, l);) v.push_back(l);
+  return v;
+}
+
+struct Tool : ::testing::Test {
+  TempDir dir;
+  ScopedEnv cfg{"XDG_CONFIG_HOME", dir.file("cfg")};
+  std::string home = dir.file("demo");
+  std::string err;  // stderr of the last run
+
+  // Runs qkp with arguments (a shell fragment); returns its exit status, stdout in *out.
+  int qkp(const std::string& args, std::string* out = nullptr) { return qkp_in(home, args, out); }
+  int qkp_in(const std::string& installation, const std::string& args, std::string* out = nullptr) {
+    std::string cmd = std::string(QKP_BINARY) + " --home " + installation + " " + args + " 2>" +
+                      dir.file("stderr.txt");
+    FILE* p = popen(cmd.c_str(), "r");
+    std::string text;
+    char buf[4096];
+    std::size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
+    int status = pclose(p);
+    if (out) *out = text;
+    err = dir.read("stderr.txt");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string sql(const std::string& query) { return sql_rows(home + "/Archivi.sqlite", query); }
+  void SetUp() override { ASSERT_EQ(qkp("init --demo"), 0) << err; }
+};
+
+}  // namespace qk::testing
