@@ -10,8 +10,8 @@ namespace qkp {
 
 void add_date_command(CLI::App& app, Options& o) {
   auto* cmd = app.add_subcommand("date", "The message that sets a scale's clock");
-  auto* family = new std::string("numeric");
-  auto* at = new std::string;
+  auto family = std::make_shared<std::string>("numeric");
+  auto at = std::make_shared<std::string>();
   cmd->add_option("--family", *family, "numeric (3000/2000 series) or 5000")
       ->check(CLI::IsMember({"numeric", "5000"}));
   cmd->add_option("--at", *at, "a fixed instant, YYYY-MM-DDTHH:MM:SS (default: now)");

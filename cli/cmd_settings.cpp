@@ -20,8 +20,8 @@ void add_settings_command(CLI::App& app, Options&) {
   cmd->require_subcommand(1);
 
   auto* get = cmd->add_subcommand("get", "Print a setting (the first key of that name)");
-  auto* gs = new std::string;
-  auto* gk = new std::string;
+  auto gs = std::make_shared<std::string>();
+  auto gk = std::make_shared<std::string>();
   get->add_option("SECTION", *gs)->required();
   get->add_option("KEY", *gk)->required();
   get->callback([gs, gk] {
@@ -32,9 +32,9 @@ void add_settings_command(CLI::App& app, Options&) {
   });
 
   auto* set = cmd->add_subcommand("set", "Write a setting");
-  auto* ss = new std::string;
-  auto* sk = new std::string;
-  auto* sv = new std::string;
+  auto ss = std::make_shared<std::string>();
+  auto sk = std::make_shared<std::string>();
+  auto sv = std::make_shared<std::string>();
   set->add_option("SECTION", *ss)->required();
   set->add_option("KEY", *sk)->required();
   set->add_option("VALUE", *sv)->required();
@@ -46,7 +46,7 @@ void add_settings_command(CLI::App& app, Options&) {
 
   auto* init = cmd->add_subcommand(
       "init", "Create an empty store, import a registry export (*.reg) and apply defaults");
-  auto* force = new bool(false);
+  auto force = std::make_shared<bool>(false);
   init->add_flag("--force", *force, "replace an existing store");
   init->callback([force] {
     qk::clsRegistry2Xml store;

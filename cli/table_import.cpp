@@ -119,7 +119,7 @@ struct TableRows {
   }
 };
 
-TableRows check_file(const CsvFile& f, bool replace) {
+TableRows check_file(const CsvFile& f) {
   std::string name = std::filesystem::path(f.path).stem().string();
   const archive::Table* t = archive::find_table(name);
   if (!t) {
@@ -364,7 +364,7 @@ CsvFile read_csv(const std::string& path, const CsvFormat& format) {
 ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,
                            const ImportOptions& o) {
   std::vector<TableRows> checked;
-  for (const auto& f : files) checked.push_back(check_file(f, o.replace));
+  for (const auto& f : files) checked.push_back(check_file(f));
   // In the archive's order, so that the network is loaded before the records it configures.
   auto rank = [](const TableRows& t) {
     auto all = archive::tables();
