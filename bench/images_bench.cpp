@@ -10,11 +10,11 @@
 #include "db_access/archive.h"
 #include "db_access/clsDbAccess.h"
 #include "frame/globals.h"
-#include "images/bitmap_file.h"
 #include "images/bitmap_reader.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsPrinterImage.h"
+#include "qk/pictures.h"
 #include "translate/clsTranslate.h"
 
 namespace {

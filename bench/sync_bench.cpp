@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "automation/factory.h"
 #include "db_access/clsDbAccess.h"
 #include "demo.h"
 #include "frame/globals.h"
+#include "qk/host.h"
 #include "registry/clsRegistry.h"
 #include "session.h"
 #include "sync.h"

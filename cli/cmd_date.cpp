@@ -2,8 +2,8 @@
 #include <ctime>
 
 #include "commands.h"
-#include "frame/clock.h"
 #include "qk/clsSimple.h"
+#include "qk/host.h"
 #include "session.h"
 
 namespace qkp {

@@ -2,16 +2,14 @@
 #include <fstream>
 #include <map>
 
-#include "automation/error.h"
 #include "commands.h"
-#include "config/xml_file.h"
-#include "frame/encoding.h"
-#include "images/bitmap_file.h"
-#include "images/decoder.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
 #include "qk/clsPrinterImage.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/pictures.h"
 #include "session.h"
 
 namespace qkp {
@@ -58,7 +56,7 @@ void decode(const ImageOptions& o) {
   else
     p = qk::images::decode_scale_records(records);
   std::string out = o.out.empty() ? o.decode + ".pbm" : o.out;
-  qk::config::save_file_atomically(out, qk::images::encode_pbm(p));
+  qk::save_file_atomically(out, qk::images::encode_pbm(p));
   std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", p.width, p.height, out.c_str());
 }
 

@@ -1,13 +1,10 @@
 // init (a new archive, and with --demo a demo installation) and archive upgrade.
 #include <filesystem>
 
-#include "automation/factory.h"
 #include "commands.h"
 #include "demo.h"
-#include "frame/encoding.h"
-#include "frame/globals.h"
-#include "frame/paths.h"
 #include "qk/archive_tools.h"
+#include "qk/host.h"
 #include "session.h"
 
 namespace qkp {

@@ -1,13 +1,13 @@
 // keys, barcodes, vat, totals, and the flags/reset commands of keys and barcodes.
 #include <set>
 
-#include "automation/error.h"
 #include "commands.h"
-#include "frame/encoding.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
 #include "qk/clsTotals.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "session.h"
 
 namespace qkp {
@@ -52,7 +52,7 @@ void run_keys(const Options& g, const KeyOptions& o) {
       k->CursorPosition(pos);
       k->GlobalMode("True");
       std::string msg = k->p_strProtocolO50();  // moves p_strScaleKey to the walk's key
-      blocks.insert((qk::automation::leading_number(k->p_strScaleKey()) - 1) / 15);
+      blocks.insert((qk::automation::Variant(k->p_strScaleKey()).to_int32() - 1L) / 15);
     }
     k->GlobalMode("False");
     for (long b : blocks) {

@@ -1,12 +1,8 @@
 // layout: the arrays of a layout for one series, or --check to list what would not travel well.
-#include "automation/recordset.h"
 #include "commands.h"
-#include "db_access/clsDbAccess.h"
-#include "frame/encoding.h"
-#include "frame/modUtility.h"
-#include "layout/clsConvertion.h"
-#include "layout/layout_format.h"
 #include "qk/clsLayout.h"
+#include "qk/host.h"
+#include "qk/layout_check.h"
 #include "session.h"
 
 namespace qkp {
@@ -18,58 +14,6 @@ struct LayoutOptions {
   std::string family = "3000";
   bool check = false;
 };
-
-// Lists unknown data types (mapped to a negative value), values with no mapping (sent as they
-// are) and field numbers over 50 (left out of the 3000 series). Returns the number of findings.
-int check_layout(const LayoutOptions& o) {
-  namespace fmt = qk::layout_format;
-  qk::companions::clsDbAccess db;
-  db.Initialize(qk::automation::Variant("Archivi.mdb"));
-  auto layouts = db.p_TICKET_DETAIL_objRetrieveHierarchicalRecordset(o.dept, o.layout);
-  if (layouts->Eof()) {
-    fail("layout " + std::to_string(o.layout) + " of department " + std::to_string(o.dept) +
-         " does not exist");
-    return 1;
-  }
-  qk::clsConvertion mapping;
-  int findings = 0;
-  auto say = [&](const std::string& s) {
-    ++findings;
-    std::printf("%s\n", qk::cp1252_to_utf8(s).c_str());
-  };
-  auto objects = layouts->Fields("object").as<qk::automation::Recordset>();
-  static const char* kinds[] = {"", "logo", "barcode", "text", "ticket"};
-  for (objects->MoveFirst(); !objects->Eof(); objects->MoveNext()) {
-    int type = objects->Fields("OBJ_TYPE").to_int32();
-    std::string field, data_type;
-    auto props = objects->Fields("Property").as<qk::automation::Recordset>();
-    for (props->MoveFirst(); !props->Eof(); props->MoveNext()) {
-      int id = props->Fields("Id").to_int32();
-      if (id == 0) field = props->Fields("value").to_text();
-      if (id == 4) data_type = props->Fields("value").to_text();
-    }
-    std::string where = "object " + objects->Fields("TD_OBJ").to_string() + " (" +
-                        kinds[type >= 1 && type <= 4 ? type : 0] + ", field " + field + ")";
-    if (type != fmt::kTicket && qk::modUtility::p_lngNumericValue(field) > fmt::kMaxFieldNumber3000)
-      say(where + ": field number over 50, left out of the 3000 series");
-    if (type != fmt::kText) continue;
-    double stored = qk::automation::leading_number(data_type);
-    if (stored == 36 || stored == 37 || stored == 38) continue;
-    if (data_type.find_first_of("'\"") != std::string::npos) {
-      say(where + ": data type " + data_type +
-          " holds a quote; the scale's mapping lookup cannot find such a value (it is pasted "
-          "into a query), so what is sent would not be its mapping");
-      continue;
-    }
-    auto mapped = mapping.lookup("O3", "O5", data_type);
-    if (!mapped)
-      say(where + ": data type " + data_type +
-          " has no mapping, sent unchanged to the 5000 series");
-    else if (qk::automation::leading_number(*mapped) < 0)
-      say(where + ": unknown data type " + data_type + " (sent as 27 with field value 999)");
-  }
-  return findings;
-}
 
 }  // namespace
 
@@ -83,8 +27,14 @@ void add_layout_command(CLI::App& app, Options& g) {
                 "list unknown data types, unmapped values and field numbers over 50");
   cmd->callback([&g, o] {
     if (o->check) {
-      int n = check_layout(*o);
-      if (n == 0)
+      qk::LayoutCheck c = qk::check_layout(o->dept, o->layout);
+      if (!c.exists) {
+        fail("layout " + std::to_string(o->layout) + " of department " + std::to_string(o->dept) +
+             " does not exist");
+        return;
+      }
+      for (const auto& f : c.findings) std::printf("%s\n", qk::cp1252_to_utf8(f).c_str());
+      if (c.findings.empty())
         std::fprintf(stderr, "qkp: layout %d is clean\n", o->layout);
       else
         set_exit_status(kExitFailed);

@@ -1,11 +1,11 @@
 // lot, lots, ads, etexts, params, and the flags/reset commands of lots and advertising messages.
-#include "automation/error.h"
 #include "commands.h"
-#include "config/clsConfigurationPrs.h"
-#include "frame/encoding.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/parameters.h"
 #include "session.h"
 
 namespace qkp {
@@ -174,42 +174,41 @@ void add_params_command(CLI::App& app, Options&) {
                              "trim", "show2000", "natures", "conversion"}));
   get->add_option("ARG", p->arg, "parameter name, archive key, AI or time-out name");
   get->callback([p] {
-    qk::clsConfigurationPrs c;
+    qk::ParametersFile c;
     std::string arg = to_8bit(p->arg, "ARG");
     auto line = [](const std::string& s) { std::printf("%s\n", qk::cp1252_to_utf8(s).c_str()); };
-    auto lines = [&](const qk::automation::StringArray& a) {
-      for (const auto& s : a.items()) line(s);
+    auto lines = [&](const std::vector<std::string>& a) {
+      for (const auto& s : a) line(s);
     };
     const std::string& w = p->what;
     if (w == "velta")
-      line(c.RetrieveVeltaGeneralParameter(arg));
+      line(c.velta(arg));
     else if (w == "orvatop")
-      line(c.RetrieveOrvaTopGeneralParameter(arg));
+      line(c.orvatop(arg));
     else if (w == "common")
-      line(c.RetrieveCommonGeneralParameter(arg));
+      line(c.common(arg));
     else if (w == "archive")
-      line(c.RetrieveArchiveInUse(arg));
+      line(c.archive(arg));
     else if (w == "scanner")
-      lines(c.RetrieveBarcodeCommSettings());
+      lines(c.scanner());
     else if (w == "ai")
-      lines(c.RetrieveApplicationIdentifier(arg));
+      lines(c.application_identifier(arg));
     else if (w == "timeout")
-      line(std::to_string(c.RetrieveTimeout(arg)));
+      line(std::to_string(c.timeout(arg)));
     else if (w == "trim")
-      line(c.TrimValues() ? "True" : "False");
+      line(c.trim_values() ? "True" : "False");
     else if (w == "show2000")
-      line(c.ShowOrva2000() ? "True" : "False");
+      line(c.show_2000() ? "True" : "False");
     else if (w == "natures")
-      lines(c.RetrieveBarcodeNature());
+      lines(c.barcode_natures());
     else
-      lines(c.RetrieveConvertionTable());
+      lines(c.conversion_table());
   });
   auto* scanner = params->add_subcommand("set-scanner", "Barcode scanner port and settings");
   scanner->add_option("PORT", p->port)->required();
   scanner->add_option("SETTINGS", p->settings, "for example 9600,n,8,1")->required();
-  scanner->callback([p] {
-    qk::clsConfigurationPrs().SaveBarcodeCommSettings(p->port, to_8bit(p->settings, "SETTINGS"));
-  });
+  scanner->callback(
+      [p] { qk::ParametersFile().set_scanner(p->port, to_8bit(p->settings, "SETTINGS")); });
   auto* ai = params->add_subcommand("set-ai", "Create or change an EAN128 application identifier");
   ai->add_option("AI", p->arg)->required();
   ai->add_option("--contents", p->contents);
@@ -217,14 +216,13 @@ void add_params_command(CLI::App& app, Options&) {
   ai->add_option("--coupling", p->coupling);
   ai->add_flag("--only-values", p->only_values);
   ai->callback([p] {
-    qk::clsConfigurationPrs().SaveApplicationIdentifier(
+    qk::ParametersFile().set_application_identifier(
         to_8bit(p->arg, "AI"), to_8bit(p->contents, "--contents"), to_8bit(p->format, "--format"),
         to_8bit(p->coupling, "--coupling"), p->only_values);
   });
   auto* del = params->add_subcommand("delete-ai", "Remove an EAN128 application identifier");
   del->add_option("AI", p->arg)->required();
-  del->callback(
-      [p] { qk::clsConfigurationPrs().DeleteApplicationIdentifier(to_8bit(p->arg, "AI")); });
+  del->callback([p] { qk::ParametersFile().delete_application_identifier(to_8bit(p->arg, "AI")); });
 }
 
 }  // namespace qkp

@@ -1,8 +1,7 @@
 #include <cstdio>
 
 #include "commands.h"
-#include "config/clsRegistry2Xml.h"
-#include "frame/encoding.h"
+#include "qk/host.h"
 #include "session.h"
 
 namespace qkp {
@@ -25,9 +24,7 @@ void add_settings_command(CLI::App& app, Options&) {
   get->add_option("SECTION", *gs)->required();
   get->add_option("KEY", *gk)->required();
   get->callback([gs, gk] {
-    qk::clsRegistry2Xml store;
-    std::string v =
-        store.GetSetting("Varlen System", to_8bit(*gs, "SECTION"), to_8bit(*gk, "KEY"), "");
+    std::string v = qk::host::setting(to_8bit(*gs, "SECTION"), to_8bit(*gk, "KEY"));
     std::printf("%s\n", qk::cp1252_to_utf8(v).c_str());
   });
 
@@ -39,9 +36,7 @@ void add_settings_command(CLI::App& app, Options&) {
   set->add_option("KEY", *sk)->required();
   set->add_option("VALUE", *sv)->required();
   set->callback([ss, sk, sv] {
-    qk::clsRegistry2Xml store;
-    store.SaveSetting("Varlen System", to_8bit(*ss, "SECTION"), to_8bit(*sk, "KEY"),
-                      to_8bit(*sv, "VALUE"), true);
+    qk::host::save_setting(to_8bit(*ss, "SECTION"), to_8bit(*sk, "KEY"), to_8bit(*sv, "VALUE"));
   });
 
   auto* init = cmd->add_subcommand(
@@ -49,16 +44,15 @@ void add_settings_command(CLI::App& app, Options&) {
   auto force = std::make_shared<bool>(false);
   init->add_flag("--force", *force, "replace an existing store");
   init->callback([force] {
-    qk::clsRegistry2Xml store;
-    if (std::FILE* f = std::fopen(store.file_name().c_str(), "r")) {
+    std::string file = qk::host::settings_file();
+    if (std::FILE* f = std::fopen(file.c_str(), "r")) {
       std::fclose(f);
       if (!*force) {
-        fail(store.file_name() + " exists; use --force to replace it");
+        fail(file + " exists; use --force to replace it");
         return;
       }
     }
-    store.CreateDoc();
-    store.RetrieveValuesFromRegistry();
+    qk::host::create_settings_store(true);
   });
 }
 

@@ -3,12 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "automation/error.h"
 #include "commands.h"
-#include "config/clsConfigurationPrs.h"
-#include "config/clsRegistry2Xml.h"
-#include "frame/encoding.h"
-#include "frame/paths.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "session.h"
 #include "sync.h"
 
@@ -103,7 +100,7 @@ void run_sync(const SyncCommand& c) {
                                       : sync::file_transport(c.out_file, *separator, serial);
   auto a = sync::open_archive_tools();
   note("sync of line " + std::to_string(c.options.scope.line) + ": archive " + a->location() +
-       ", settings " + qk::clsRegistry2Xml().file_name());
+       ", settings " + qk::host::settings_file());
   bool terminal = ::isatty(2);
   sync::SyncOptions o = c.options;
   o.say = [terminal](const std::string& text) {
@@ -265,8 +262,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
 
   auto* status = app.add_subcommand("status", "The installation: folder, settings, archive, files");
   status->callback([&g] {
-    qk::clsRegistry2Xml store;
-    std::string folder = qk::installation_folder();
+    std::string folder = qk::installation_folder(), settings = qk::host::settings_file();
     auto exists = [](const std::string& p) { return ::access(p.c_str(), F_OK) == 0; };
     std::string archive;
     try {
@@ -278,8 +274,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
     std::vector<std::pair<std::string, std::string>> rows = {
         {"component folder", qk::component_folder()},
         {"installation folder", folder},
-        {"settings",
-         store.file_name() + (exists(store.file_name()) ? "" : " (missing: defaults apply)")},
+        {"settings", settings + (exists(settings) ? "" : " (missing: defaults apply)")},
         {"archive", archive},
         {"Configurazione.xml", qk::component_folder() + "/Configurazione.xml"},
         {"Parameters.xml", folder + "/Parameters.xml"},

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "automation/error.h"
 #include "commands.h"
-#include "frame/encoding.h"
 #include "network.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "session.h"
 #include "table_import.h"
 

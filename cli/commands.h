@@ -3,8 +3,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "automation/variant.h"
 #include "output.h"
+#include "qk/variant.h"
 
 namespace qkp {
 

@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "config/xml_file.h"
-#include "frame/encoding.h"
-#include "images/bitmap_file.h"
 #include "qk/archive_tools.h"
+#include "qk/host.h"
+#include "qk/pictures.h"
+#include "templates.h"
 
 namespace qkp {
 
@@ -13,112 +13,9 @@ using qk::automation::Variant;
 
 namespace {
 
-const char* kItalian = R"(# Testi del componente QK_Protocol (UTF-8)
-[QK/MODUTILITY]
-p_STR_DYNAMICSTRING_510_0=Attenzione! Si è verificato il seguente errore:
-p_STR_DYNAMICSTRING_511_0=Descrizione: 
-p_STR_DYNAMICSTRING_512_0=Numero: 
-p_STR_DYNAMICSTRING_513_0=nella procedura:
-p_STR_DYNAMICSTRING_514_0=Progetto: 
-p_STR_DYNAMICSTRING_515_0=Modulo: 
-p_STR_DYNAMICSTRING_516_0=Procedura: 
-p_STR_DYNAMICSTRING_517_0=Contattare l'amministratore di sistema
-[QK/FRMBARCODE]
-BARCODE_0=EAN 13
-BARCODE_1=EAN 8
-BARCODE_2=UPC A
-BARCODE_3=Codice 39
-BARCODE_4=Interleaved 2 di 5
-BARCODE_5=Codice 128
-BARCODE_6=EAN 128
-BARCODE_7=Codabar
-)";
-
-const char* kEnglish = R"(# QK_Protocol texts (UTF-8)
-[QK/MODUTILITY]
-p_STR_DYNAMICSTRING_510_0=Warning! The following error occurred:
-p_STR_DYNAMICSTRING_511_0=Description: 
-p_STR_DYNAMICSTRING_512_0=Number: 
-p_STR_DYNAMICSTRING_513_0=in the procedure:
-p_STR_DYNAMICSTRING_514_0=Project: 
-p_STR_DYNAMICSTRING_515_0=Module: 
-p_STR_DYNAMICSTRING_516_0=Procedure: 
-p_STR_DYNAMICSTRING_517_0=Contact system administrator
-[QK/FRMBARCODE]
-BARCODE_0=EAN 13
-BARCODE_1=EAN 8
-BARCODE_2=UPC A
-BARCODE_3=Code 39
-BARCODE_4=Interleaved 2 of 5
-BARCODE_5=Code 128
-BARCODE_6=EAN 128
-BARCODE_7=Codabar
-)";
-
-const char* kParameters = R"(<?xml version="1.0" encoding="UTF-8"?>
-<PARAMETERS>
-  <COMMON>
-    <NATURE N="0"/><NATURE N="1"/><NATURE N="2"/><NATURE N="3"/>
-    <NATURE N="4"/><NATURE N="5"/><NATURE N="6"/><NATURE N="7"/>
-  </COMMON>
-  <VELTA SEND_HEADSET="Y" BAUD="9600"/>
-  <ORVATOP MAX_DESCRIPTION="309"/>
-  <ALLDEVICES TRIM_VALUES="Y" SHOW_2000="Y"/>
-  <ARCHIVES>
-    <ARCHIVE KEY="PLU" VALUE="ARTICOLI"/>
-    <ARCHIVE KEY="LOTTI" VALUE="TRACEABILITY"/>
-  </ARCHIVES>
-  <ASCII_CROSS>
-    <VALUE LANGCODE="ITA" A_GRAVE="A'" E_GRAVE="E'" O_GRAVE="O'"/>
-    <VALUE LANGCODE="ENG"/>
-  </ASCII_CROSS>
-  <BARCODE>
-    <SCANNER DESCRIPTION="Impostazioni dello scanner per la lettura del barcode" COMMPORT="1" COMMSETTINGS="9600,n,8,1"/>
-  </BARCODE>
-  <TIMEOUT SEND="30" RECEIVE="60"/>
-</PARAMETERS>
-)";
-
-// Fonts: identifiers whose last three digits are the scale's font number. Magnifications: the
-// last three digits count from 0 (the scale counts from 1). Field values: the permitted data
-// positions. MAPPING: 3000-series data types and their 5000-series counterparts.
-const char* kConfigurazione = R"(<?xml version="1.0" encoding="UTF-8"?>
-<PROPERTIES>
-  <TEXT>
-    <PROPERTY><ID>4</ID><POSSIBLE_VALUES>
-      <VALUE><ID>1</ID></VALUE><VALUE><ID>10</ID></VALUE><VALUE><ID>20</ID></VALUE><VALUE><ID>30</ID></VALUE>
-    </POSSIBLE_VALUES></PROPERTY>
-    <PROPERTY><ID>5</ID><POSSIBLE_VALUES>
-      <VALUE><ID>1001</ID></VALUE><VALUE><ID>1003</ID></VALUE><VALUE><ID>2003</ID></VALUE><VALUE><ID>1025</ID></VALUE>
-    </POSSIBLE_VALUES></PROPERTY>
-    <PROPERTY><ID>13</ID><POSSIBLE_VALUES>
-      <VALUE><ID>2000</ID></VALUE><VALUE><ID>2001</ID></VALUE><VALUE><ID>2002</ID></VALUE>
-    </POSSIBLE_VALUES></PROPERTY>
-    <PROPERTY><ID>14</ID><POSSIBLE_VALUES>
-      <VALUE><ID>2000</ID></VALUE><VALUE><ID>2001</ID></VALUE><VALUE><ID>2002</ID></VALUE>
-    </POSSIBLE_VALUES></PROPERTY>
-  </TEXT>
-  <BARCODE>
-    <PROPERTY><ID>11</ID><POSSIBLE_VALUES><VALUE><ID>3000</ID></VALUE><VALUE><ID>3001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
-    <PROPERTY><ID>12</ID><POSSIBLE_VALUES><VALUE><ID>3000</ID></VALUE><VALUE><ID>3001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
-  </BARCODE>
-  <LOGO>
-    <PROPERTY><ID>10</ID><POSSIBLE_VALUES><VALUE><ID>4000</ID></VALUE><VALUE><ID>4001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
-    <PROPERTY><ID>11</ID><POSSIBLE_VALUES><VALUE><ID>4000</ID></VALUE><VALUE><ID>4001</ID></VALUE></POSSIBLE_VALUES></PROPERTY>
-  </LOGO>
-  <MAPPING>
-    <MAP O3="1" O5="11"/>
-    <MAP O3="10" O5="12"/>
-    <MAP O3="20" O5="13"/>
-    <MAP O3="30" O5="14"/>
-    <MAP O3="99" O5="-1"/>
-  </MAPPING>
-</PROPERTIES>
-)";
-
 void write_if(const std::string& path, const std::string& bytes, bool overwrite) {
   if (!overwrite && std::filesystem::exists(path)) return;
-  qk::config::save_file_atomically(path, bytes);
+  qk::save_file_atomically(path, bytes);
 }
 
 qk::images::Picture pattern(int width, int height, int kind) {
@@ -166,10 +63,7 @@ class Rows {
 
 void write_default_files(const std::string& folder, bool overwrite) {
   std::filesystem::create_directories(folder + "/Languages");
-  write_if(folder + "/Languages/LAN_ITA.lng", kItalian, overwrite);
-  write_if(folder + "/Languages/LAN_ENG.lng", kEnglish, overwrite);
-  write_if(folder + "/Parameters.xml", kParameters, overwrite);
-  write_if(folder + "/Configurazione.xml", kConfigurazione, overwrite);
+  for (const auto& t : templates()) write_if(folder + "/" + t.path, t.text, overwrite);
 }
 
 void write_demo_files(const std::string& folder) {
@@ -182,13 +76,13 @@ void write_demo_files(const std::string& folder) {
   </keys>
 </root>
 )";
-  qk::config::save_file_atomically(folder + "/registry.xml", store);
-  qk::config::save_file_atomically(folder + "/images/LOGO.BMP",
-                                   qk::images::encode_bmp1(pattern(232, 245, 0)));
-  qk::config::save_file_atomically(folder + "/images/SMALL.BMP",
-                                   qk::images::encode_bmp1(pattern(40, 24, 1)));
-  qk::config::save_file_atomically(folder + "/images/WIDE.BMP",
-                                   qk::images::encode_bmp1(pattern(400, 20, 1)));
+  qk::save_file_atomically(folder + "/registry.xml", store);
+  qk::save_file_atomically(folder + "/images/LOGO.BMP",
+                           qk::images::encode_bmp1(pattern(232, 245, 0)));
+  qk::save_file_atomically(folder + "/images/SMALL.BMP",
+                           qk::images::encode_bmp1(pattern(40, 24, 1)));
+  qk::save_file_atomically(folder + "/images/WIDE.BMP",
+                           qk::images::encode_bmp1(pattern(400, 20, 1)));
 }
 
 void fill_demo_archive(qk::ArchiveTools& tools) {

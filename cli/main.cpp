@@ -2,10 +2,10 @@
 // reported during the command, 2 on a usage error.
 #include <cstdlib>
 
-#include "automation/error.h"
 #include "commands.h"
-#include "frame/encoding.h"
 #include "network.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "session.h"
 
 namespace qkp {
@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
   qkp::Options options;
   CLI::App app{"qkp: protocol strings for weighing scales from the back-office archive"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("qkp ") + QK_VERSION);
   app.add_option("--home", options.home,
                  "installation folder (the component's own folder; sets QK_HOME)");
   app.add_option("--format", options.format_name, "text, hex, raw or json")

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "frame/encoding.h"
+#include "qk/host.h"
 
 namespace qkp {
 

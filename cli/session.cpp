@@ -5,14 +5,11 @@
 #include <cstdio>
 #include <map>
 
-#include "config/clsRegistry2Xml.h"
-#include "db_access/clsDbAccess.h"
-#include "frame/encoding.h"
-#include "frame/globals.h"
-#include "frame/host.h"
-#include "registry/clsRegistry.h"
+#include "qk/host.h"
+#include "qk/registry_helper.h"
+#include "qk/sqlite_archive.h"
+#include "qk/translations.h"
 #include "sync.h"
-#include "translate/clsTranslate.h"
 
 namespace qkp {
 
@@ -61,24 +58,22 @@ class StderrLogger : public qk::Logger {
 }  // namespace
 
 void start_session() {
-  qk::companions::register_db_access();
-  qk::companions::register_translate();
-  qk::companions::register_registry_helper();
-  qk::globals().objLogger = std::make_shared<StderrLogger>();
-  // A host creates the settings store before classes that only load translations (requests,
-  // printer images) would need it.
-  qk::globals().objRegistry = std::make_shared<qk::clsRegistry2Xml>();
+  qk::register_sqlite_archive();
+  qk::register_translations();
+  qk::register_registry_helper();
+  qk::host::StartOptions o;
+  o.logger = std::make_shared<StderrLogger>();
   // Event-log entries go to syslog as usual, and to stderr so the person at the terminal sees
   // them ("Il lotto: … è risultato inesistente").
-  qk::host::set_event_log([](int type, const std::string& text) {
+  o.event_log = [](int type, const std::string& text) {
     std::fprintf(stderr, "%s\n", prefixed("event: " + qk::cp1252_to_utf8(text)).c_str());
     openlog("QK_Protocol", LOG_PID, LOG_USER);
     syslog(type == qk::host::kEventError     ? LOG_ERR
            : type == qk::host::kEventWarning ? LOG_WARNING
                                              : LOG_INFO,
            "%s", qk::cp1252_to_utf8(text).c_str());
-  });
-  qk::host::set_message_box([](const std::string& text, const std::string&, int style) {
+  };
+  o.message_box = [](const std::string& text, const std::string&, int style) {
     // Error boxes are printed by the logger; the tool answers Retry so the command goes on.
     if ((style & 0x0F) == qk::host::kRetryCancel) return int(qk::host::kAnswerRetry);
     // A notice means the request was not met as asked: it counts as a failure.
@@ -91,7 +86,8 @@ void start_session() {
     std::fprintf(stderr, "%s\n",
                  prefixed(shown + (meaning.empty() ? "" : " (" + meaning + ")")).c_str());
     return int(qk::host::kAnswerOk);
-  });
+  };
+  qk::host::start(o);
 }
 
 int exit_status() {

@@ -13,9 +13,8 @@
 #include <map>
 #include <set>
 
-#include "automation/error.h"
-#include "config/xml_file.h"
-#include "frame/encoding.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "row_checks.h"
 #include "sync.h"
 
@@ -75,8 +74,12 @@ Variant parse_field(const archive::Column& c, const std::optional<std::string>& 
       if (strcasecmp(text->c_str(), std::string(allowed).c_str()) == 0) return Variant(allowed);
     return Variant(*text);
   }
-  if (!qk::automation::looks_numeric(*field)) return Variant(*field);
-  double d = qk::automation::parse_number(*field);
+  double d = 0;
+  try {
+    d = Variant(*field).to_double();  // the host's reading of a number, "&H" and exponents included
+  } catch (const qk::automation::Error&) {
+    return Variant(*field);  // not a number: value_problem names it
+  }
   if (c.type == archive::ColumnType::Integer && d == std::floor(d) && d >= archive::kIntegerMin &&
       d <= archive::kIntegerMax)
     return Variant(static_cast<int32_t>(d));
@@ -425,7 +428,7 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
   }
   a.end_read();
   std::filesystem::create_directories(folder);
-  for (const auto& [path, text] : files) qk::config::save_file_atomically(path, text);
+  for (const auto& [path, text] : files) qk::save_file_atomically(path, text);
   return counts;
 }
 

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "automation/factory.h"
-#include "frame/globals.h"
+#include "qk/host.h"
 #include "row_checks.h"
 
 namespace qk::sync {

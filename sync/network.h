@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "automation/variant.h"
 #include "qk/archive_tools.h"
+#include "qk/variant.h"
 
 namespace qk::sync {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
 #include "qk/archive_schema.h"
+#include "qk/recordset.h"
+#include "qk/variant.h"
 
 namespace qk::sync {
 

@@ -2,10 +2,8 @@
 
 #include <chrono>
 
-#include "automation/error.h"
-#include "frame/encoding.h"
-#include "frame/host.h"
-#include "frame/paths.h"
+#include "qk/error.h"
+#include "qk/host.h"
 #include "row_checks.h"
 
 namespace qk::sync {
@@ -272,7 +270,7 @@ int for_each_line(ArchiveTools& a, const SyncScope& scope, const LineVisitor& ea
   LineContext c;
   c.configured = configured_lines(network);
   c.archive = &a;
-  c.images_folder = with_trailing_separator(installation_folder()) + "images/";
+  c.images_folder = path_in(installation_folder(), "images") + "/";
   int visited = 0;
   for (const ScaleLine& where : network) {
     if ((scope.line > 0 && where.line != scope.line) ||

@@ -1,8 +1,8 @@
 // The database companion on real SQLite files: dialect, text encoding, contract members.
 #include "archive_fixture.h"
-#include "automation/error.h"
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
+#include "qk/error.h"
 
 using namespace qk;
 using namespace qk::testing;

@@ -3,11 +3,11 @@
 
 #include <cmath>
 
-#include "automation/error.h"
-#include "automation/factory.h"
-#include "automation/recordset.h"
-#include "automation/string_array.h"
-#include "automation/variant.h"
+#include "automation/conversions.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/recordset.h"
+#include "qk/string_array.h"
 
 using namespace qk::automation;
 
@@ -147,7 +147,10 @@ TEST(Factory, CreatesRegisteredAndRefusesUnknown) {
     FAIL();
   } catch (const Error& e) {
     EXPECT_EQ(e.number(), kCannotCreateObject);
-    EXPECT_EQ(e.description(), "ActiveX component can't create object");
+    // The standard text, then what is missing and where to look.
+    EXPECT_EQ(e.description(),
+              "ActiveX component can't create object: nothing is registered as \"Test.Thing\" "
+              "(a host registers the companions before creating classes, see qk/host.h)");
   }
 }
 

@@ -1,13 +1,12 @@
 // Field helpers, the error reporter, the creation sequence and the date messages.
 #include <gtest/gtest.h>
 
-#include "automation/factory.h"
-#include "frame/clock.h"
 #include "frame/creation.h"
 #include "frame/modUtility.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
 #include "qk/clsSimple.h"
+#include "qk/host.h"
 #include "test_support.h"
 
 using namespace qk;

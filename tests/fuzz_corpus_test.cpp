@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "automation/error.h"
 #include "db_access/access_sql.h"
 #include "images/bitmap_reader.h"
-#include "images/decoder.h"
+#include "qk/error.h"
+#include "qk/pictures.h"
 #include "registry/clsRegistry.h"
 #include "test_support.h"
 

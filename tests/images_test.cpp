@@ -3,13 +3,12 @@
 
 #include "archive_fixture.h"
 #include "config/clsRegistry2Xml.h"
-#include "images/bitmap_file.h"
 #include "images/bitmap_reader.h"
-#include "images/decoder.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
 #include "qk/clsPrinterImage.h"
+#include "qk/pictures.h"
 
 using namespace qk;
 using namespace qk::testing;

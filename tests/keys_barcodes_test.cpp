@@ -1,10 +1,10 @@
 // Key bindings, barcode formats, VAT rates and totals over real archive rows.
 #include "archive_fixture.h"
-#include "automation/error.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
 #include "qk/clsTotals.h"
+#include "qk/error.h"
 
 using namespace qk;
 using namespace qk::testing;

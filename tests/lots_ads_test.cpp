@@ -1,11 +1,11 @@
 // Traceability lots, advertising messages, electronic texts and the parameters file, on real
 // archive rows and real files.
 #include "archive_fixture.h"
-#include "automation/factory.h"
 #include "config/clsConfigurationPrs.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
+#include "qk/host.h"
 
 using namespace qk;
 using namespace qk::testing;

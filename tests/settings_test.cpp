@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "automation/factory.h"
 #include "config/clsRegistry2Xml.h"
+#include "qk/host.h"
 #include "registry/clsRegistry.h"
 #include "test_support.h"
 #include "translate/clsTranslate.h"

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/companion_contracts.h"
 #include "frame/globals.h"
-#include "frame/host.h"
+#include "qk/companions.h"
+#include "qk/host.h"
 
 namespace qk::testing {
 

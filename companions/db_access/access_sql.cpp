@@ -7,7 +7,7 @@
 #include <cmath>
 #include <vector>
 
-#include "automation/variant.h"
+#include "qk/variant.h"
 
 namespace qk::companions {
 
@@ -246,7 +246,7 @@ bool is_intdiv(const Token& t) {
 }
 
 double rounded(sqlite3_value* v) {
-  return automation::round_half_even(sqlite3_value_double(v));
+  return std::nearbyint(sqlite3_value_double(v));  // the default rounding: ties to even
 }
 
 void fn_int(sqlite3_context* ctx, int, sqlite3_value** argv) {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "automation/variant.h"
+#include "qk/variant.h"
 
 struct sqlite3;
 

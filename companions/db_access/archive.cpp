@@ -3,10 +3,10 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
-#include "automation/error.h"
 #include "db_access/access_sql.h"
 #include "db_access/schema.h"
-#include "frame/encoding.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk::companions {
 

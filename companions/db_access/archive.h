@@ -9,9 +9,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
 #include "qk/archive_tools.h"
+#include "qk/recordset.h"
+#include "qk/variant.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

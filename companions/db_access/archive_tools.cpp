@@ -10,9 +10,9 @@
 #include <ctime>
 #include <filesystem>
 
-#include "automation/error.h"
 #include "db_access/clsDbAccess.h"
 #include "db_access/schema.h"
+#include "qk/error.h"
 
 namespace qk::companions {
 

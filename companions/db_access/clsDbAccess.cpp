@@ -4,12 +4,10 @@
 
 #include <map>
 
-#include "automation/error.h"
-#include "automation/factory.h"
-#include "config/clsRegistry2Xml.h"
 #include "db_access/access_sql.h"
-#include "frame/encoding.h"
-#include "frame/paths.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/sqlite_archive.h"
 
 namespace qk::companions {
 
@@ -56,14 +54,13 @@ std::string clear_flag_position(std::string flags, long line) {
 }
 
 std::string clsDbAccess::locate(const std::string& database_file) {
-  clsRegistry2Xml store;
   std::string folder = installation_folder();
-  std::string configured = store.GetSetting("Varlen System", "Appl", "Archive", "");
-  if (!configured.empty()) return resolve_in(folder, configured);
+  std::string configured = host::setting("Appl", "Archive");
+  if (!configured.empty()) return path_in(folder, configured);
   std::string name = database_file;
   auto dot = name.rfind('.');
   if (dot != std::string::npos) name = name.substr(0, dot);
-  return with_trailing_separator(folder) + name + ".sqlite";
+  return path_in(folder, name + ".sqlite");
 }
 
 void clsDbAccess::Initialize(const Variant& database_file) {
@@ -303,3 +300,9 @@ void register_db_access() {
 }
 
 }  // namespace qk::companions
+
+namespace qk {
+void register_sqlite_archive() {
+  companions::register_db_access();
+}
+}  // namespace qk

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "db_access/archive.h"
-#include "frame/companion_contracts.h"
 #include "qk/archive_tools.h"
+#include "qk/companions.h"
 
 namespace qk::companions {
 

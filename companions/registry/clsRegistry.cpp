@@ -5,10 +5,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "automation/error.h"
-#include "automation/factory.h"
-#include "frame/encoding.h"
-#include "frame/paths.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/registry_helper.h"
 
 namespace qk::companions {
 
@@ -212,3 +211,9 @@ void register_registry_helper() {
 }
 
 }  // namespace qk::companions
+
+namespace qk {
+void register_registry_helper() {
+  companions::register_registry_helper();
+}
+}  // namespace qk

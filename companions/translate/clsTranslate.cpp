@@ -2,18 +2,14 @@
 
 #include <fstream>
 
-#include "automation/factory.h"
-#include "config/clsRegistry2Xml.h"
-#include "frame/encoding.h"
-#include "frame/paths.h"
+#include "qk/host.h"
+#include "qk/translations.h"
 
 namespace qk::companions {
 
 std::string clsTranslate::languages_folder() {
-  clsRegistry2Xml store;
   std::string install = installation_folder();
-  return resolve_in(install, store.GetSetting("Varlen System", "Appl", "PathLanguages",
-                                              with_trailing_separator(install) + "Languages"));
+  return path_in(install, host::setting("Appl", "PathLanguages", path_in(install, "Languages")));
 }
 
 std::map<std::string, std::string> clsTranslate::StringValues() {
@@ -22,7 +18,7 @@ std::map<std::string, std::string> clsTranslate::StringValues() {
   if (lang_.empty() || lang_.find('/') != std::string::npos ||
       lang_.find("..") != std::string::npos)
     return result;
-  std::ifstream in(with_trailing_separator(languages_folder()) + lang_ + ".lng", std::ios::binary);
+  std::ifstream in(path_in(languages_folder(), lang_ + ".lng"), std::ios::binary);
   std::string wanted = app_ + "/" + module_, section, line;
   while (std::getline(in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -46,3 +42,9 @@ void register_translate() {
 }
 
 }  // namespace qk::companions
+
+namespace qk {
+void register_translations() {
+  companions::register_translate();
+}
+}  // namespace qk

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "frame/companion_contracts.h"
+#include "qk/companions.h"
 
 namespace qk::companions {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "automation/variant.h"
+#include "qk/variant.h"
 
 namespace qk {
 

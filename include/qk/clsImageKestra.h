@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/string_array.h"
-#include "automation/variant.h"
+#include "qk/string_array.h"
+#include "qk/variant.h"
 
 namespace qk {
 

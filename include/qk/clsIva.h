@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
+#include "qk/recordset.h"
+#include "qk/variant.h"
 
 namespace qk {
 

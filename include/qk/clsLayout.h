@@ -8,9 +8,9 @@
 #include <pugixml.hpp>
 #include <string>
 
-#include "automation/recordset.h"
-#include "automation/string_array.h"
 #include "qk/enums.h"
+#include "qk/recordset.h"
+#include "qk/string_array.h"
 
 namespace qk {
 

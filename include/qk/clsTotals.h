@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
+#include "qk/recordset.h"
+#include "qk/variant.h"
 
 namespace qk {
 

@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "automation/collection.h"
-#include "automation/string_array.h"
-#include "automation/variant.h"
+#include "qk/collection.h"
+#include "qk/string_array.h"
+#include "qk/variant.h"
 
 namespace qk {
 

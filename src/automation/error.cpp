@@ -1,4 +1,4 @@
-#include "automation/error.h"
+#include "qk/error.h"
 
 namespace qk::automation {
 

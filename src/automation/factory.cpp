@@ -1,10 +1,9 @@
-#include "automation/factory.h"
-
 #include <algorithm>
 #include <map>
 #include <mutex>
 
-#include "automation/error.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk::automation {
 
@@ -44,7 +43,10 @@ ObjectPtr create_object(const std::string& identifier) {
     auto it = registry().find(fold(identifier));
     if (it != registry().end()) creator = it->second;
   }
-  if (!creator) raise(kCannotCreateObject);
+  if (!creator)
+    raise(kCannotCreateObject,
+          standard_description(kCannotCreateObject) + ": nothing is registered as \"" + identifier +
+              "\" (a host registers the companions before creating classes, see qk/host.h)");
   ObjectPtr p = creator();
   if (!p) raise(kCannotCreateObject);
   return p;

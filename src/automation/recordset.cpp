@@ -1,8 +1,8 @@
-#include "automation/recordset.h"
+#include "qk/recordset.h"
 
 #include <cctype>
 
-#include "automation/error.h"
+#include "qk/error.h"
 
 namespace qk::automation {
 

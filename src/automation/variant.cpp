@@ -1,12 +1,11 @@
-#include "automation/variant.h"
-
 #include <cfenv>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
-#include "automation/error.h"
+#include "automation/conversions.h"
+#include "qk/error.h"
 
 namespace qk::automation {
 

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "automation/conversions.h"
 #include "builders/key_binding_format.h"
 #include "frame/creation.h"
 #include "frame/flags.h"

@@ -1,5 +1,6 @@
 #include "qk/clsEText.h"
 
+#include "automation/conversions.h"
 #include "frame/globals.h"
 #include "frame/report_error.h"
 

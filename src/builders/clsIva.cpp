@@ -1,5 +1,6 @@
 #include "qk/clsIva.h"
 
+#include "automation/conversions.h"
 #include "builders/vat_totals_format.h"
 #include "frame/creation.h"
 #include "frame/globals.h"

@@ -1,15 +1,15 @@
 #include "qk/clsTraceability.h"
 
-#include "automation/factory.h"
+#include "automation/conversions.h"
 #include "builders/lot_format.h"
 #include "config/clsConfigurationPrs.h"
 #include "frame/creation.h"
 #include "frame/flags.h"
 #include "frame/globals.h"
-#include "frame/host.h"
 #include "frame/modUtility.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
+#include "qk/host.h"
 
 namespace qk {
 

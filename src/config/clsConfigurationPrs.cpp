@@ -1,13 +1,13 @@
 #include "config/clsConfigurationPrs.h"
 
-#include "automation/factory.h"
-#include "automation/variant.h"
+#include "automation/conversions.h"
 #include "config/clsRegistry2Xml.h"
 #include "config/xml_file.h"
-#include "frame/companion_contracts.h"
 #include "frame/globals.h"
 #include "frame/paths.h"
 #include "frame/report_error.h"
+#include "qk/companions.h"
+#include "qk/host.h"
 
 namespace qk {
 
@@ -75,9 +75,8 @@ pugi::xml_node append_item(pugi::xml_node parent, const std::string& ai,
 }  // namespace
 
 clsConfigurationPrs::clsConfigurationPrs() {
-  trap(old_label("Class_Initialize"), [&] {
-    file_ = installation_folder() + kPathSeparator + kFileName;
-  });
+  trap(old_label("Class_Initialize"),
+       [&] { file_ = installation_folder() + kPathSeparator + kFileName; });
 }
 
 automation::StringArray clsConfigurationPrs::RetrieveBarcodeNature() {

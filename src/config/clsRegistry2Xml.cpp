@@ -3,14 +3,12 @@
 #include <cstdio>
 #include <fstream>
 
-#include "automation/error.h"
-#include "automation/factory.h"
 #include "config/xml_file.h"
-#include "frame/companion_contracts.h"
-#include "frame/encoding.h"
-#include "frame/host.h"
 #include "frame/paths.h"
 #include "frame/report_error.h"
+#include "qk/companions.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk {
 

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "automation/error.h"
-#include "frame/encoding.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk::config {
 
@@ -19,6 +19,10 @@ bool load_document(pugi::xml_document& doc, const std::string& path) {
   if (!r) doc.reset();
   return static_cast<bool>(r);
 }
+
+}  // namespace qk::config
+
+namespace qk {
 
 void save_file_atomically(const std::string& path, const std::string& bytes) {
   auto fail = [&](const char* what) {
@@ -61,6 +65,10 @@ void save_file_atomically(const std::string& path, const std::string& bytes) {
     fail("replace");
   }
 }
+
+}  // namespace qk
+
+namespace qk::config {
 
 void save_document_atomically(const pugi::xml_document& doc, const std::string& path) {
   std::ostringstream out;

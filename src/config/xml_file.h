@@ -14,9 +14,6 @@ bool load_document(pugi::xml_document& doc, const std::string& path);
 // Saves doc over path atomically; raises error 75 naming the file when it cannot be written.
 void save_document_atomically(const pugi::xml_document& doc, const std::string& path);
 
-// Writes bytes over path atomically (same rules).
-void save_file_atomically(const std::string& path, const std::string& bytes);
-
 // Text from the file (UTF-8) to the component's 8-bit form, and back.
 std::string from_xml(const char* utf8);
 std::string to_xml(const std::string& text);

@@ -1,7 +1,7 @@
-#include "frame/clock.h"
-
 #include <ctime>
 #include <mutex>
+
+#include "qk/host.h"
 
 namespace qk {
 

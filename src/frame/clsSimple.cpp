@@ -1,9 +1,9 @@
 #include "qk/clsSimple.h"
 
-#include "automation/variant.h"
-#include "frame/clock.h"
+#include "automation/conversions.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
+#include "qk/host.h"
 
 namespace qk {
 

@@ -1,10 +1,10 @@
 #include "frame/creation.h"
 
-#include "automation/factory.h"
 #include "config/clsRegistry2Xml.h"
 #include "frame/globals.h"
 #include "frame/paths.h"
 #include "frame/report_error.h"
+#include "qk/host.h"
 
 namespace qk {
 
@@ -12,7 +12,11 @@ namespace {
 
 clsRegistry2Xml& registry() {
   auto& r = globals().objRegistry;
-  if (!r) automation::raise(automation::kObjectNotSet);
+  if (!r)
+    automation::raise(automation::kObjectNotSet,
+                      automation::standard_description(automation::kObjectNotSet) +
+                          ": this thread has no settings store yet (call qk::host::start or "
+                          "qk::host::start_thread first)");
   return *r;
 }
 
@@ -29,8 +33,8 @@ void run_creation_sequence(const char* class_name, unsigned steps,
       // A relative folder is taken inside the component's own, so that a copied installation
       // keeps using its own files.
       std::string path =
-          resolve_in(component_folder(),
-                     registry().GetSetting(kApplicationName, "Appl", "Path", component_folder()));
+          path_in(component_folder(),
+                  registry().GetSetting(kApplicationName, "Appl", "Path", component_folder()));
       g.strApplPath = with_trailing_separator(path);
     }
     if (steps & kStepOpenDatabase) open_database();

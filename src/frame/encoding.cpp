@@ -1,6 +1,5 @@
-#include "frame/encoding.h"
-
-#include "automation/error.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk {
 

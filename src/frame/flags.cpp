@@ -1,6 +1,6 @@
 #include "frame/flags.h"
 
-#include "automation/error.h"
+#include "qk/error.h"
 
 namespace qk::flags {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
+#include "automation/conversions.h"
+#include "qk/recordset.h"
 
 namespace qk::flags {
 

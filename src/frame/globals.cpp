@@ -1,7 +1,7 @@
 #include "frame/globals.h"
 
-#include "automation/error.h"
 #include "config/clsRegistry2Xml.h"
+#include "qk/error.h"
 
 namespace qk {
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "frame/companion_contracts.h"
+#include "qk/companions.h"
 
 namespace qk {
 
@@ -31,9 +31,5 @@ DbAccess& db();
 // An item of the keyed collection of translated texts; a missing key raises error 5.
 const std::string& collection_item(const std::map<std::string, std::string>& c,
                                    const std::string& key);
-
-inline constexpr const char* kApplicationName = "Varlen System";
-inline constexpr const char* kArchiveName = "Archivi.mdb";
-inline constexpr const char* kProjectName = "QK_Protocol";
 
 }  // namespace qk

@@ -1,4 +1,4 @@
-#include "frame/host.h"
+#include "qk/host.h"
 
 #include <syslog.h>
 
@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "frame/encoding.h"
+#include "qk/host.h"
 
 namespace qk::host {
 

@@ -1,8 +1,8 @@
 #include "frame/modUtility.h"
 
-#include "automation/error.h"
-#include "automation/variant.h"
+#include "automation/conversions.h"
 #include "frame/report_error.h"
+#include "qk/error.h"
 
 namespace qk {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/string_array.h"
+#include "qk/string_array.h"
 
 namespace qk {
 

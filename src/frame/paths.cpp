@@ -5,14 +5,33 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 
 #include "config/clsRegistry2Xml.h"
-#include "frame/encoding.h"
 #include "frame/globals.h"
+#include "qk/host.h"
 
 namespace qk {
 
+namespace {
+std::mutex g_folder_mutex;
+std::string g_folder;  // set by the host's start(); wins over $QK_HOME
+}  // namespace
+
+void set_component_folder(const std::string& folder) {
+  std::error_code ec;
+  std::string f =
+      folder.empty() ? "" : std::filesystem::absolute(folder, ec).lexically_normal().string();
+  while (f.size() > 1 && f.back() == '/') f.pop_back();
+  std::lock_guard lock(g_folder_mutex);
+  g_folder = f;
+}
+
 std::string component_folder() {
+  {
+    std::lock_guard lock(g_folder_mutex);
+    if (!g_folder.empty()) return g_folder;
+  }
   if (const char* home = std::getenv("QK_HOME"); home && *home) {
     // Absolute, so that relative settings resolve against it and not against each other.
     std::error_code ec;
@@ -55,7 +74,7 @@ std::string per_user_setting(const std::string& section, const std::string& key)
   return "";
 }
 
-std::string resolve_in(const std::string& base, const std::string& path) {
+std::string path_in(const std::string& base, const std::string& path) {
   if (path.empty() || path.front() == kPathSeparator) return path;
   if (path == ".") return base;
   return with_trailing_separator(base) + path;
@@ -63,7 +82,7 @@ std::string resolve_in(const std::string& base, const std::string& path) {
 
 std::string installation_folder() {
   clsRegistry2Xml store;
-  std::string folder = resolve_in(
+  std::string folder = path_in(
       component_folder(), store.GetSetting(kApplicationName, "Appl", "Path", component_folder()));
   while (folder.size() > 1 && folder.back() == kPathSeparator) folder.pop_back();
   return folder;

@@ -3,11 +3,9 @@
 
 #include <string>
 
-namespace qk {
+#include "qk/host.h"
 
-// The component's own folder, without a trailing separator: $QK_HOME when set, otherwise the
-// folder of the loaded qk_protocol library.
-std::string component_folder();
+namespace qk {
 
 // The per-user application setting (application, section, key) from
 // $XDG_CONFIG_HOME/varlen-system/settings.ini (default ~/.config); "" when absent.
@@ -16,12 +14,8 @@ std::string per_user_setting(const std::string& section, const std::string& key)
 // The folder separator of this platform, used where the stored paths use "\".
 inline constexpr char kPathSeparator = '/';
 
-// A path from the settings: an absolute one as it is, a relative one inside `base`.
-std::string resolve_in(const std::string& base, const std::string& path);
-
-// The installation folder: the setting "Path" of section "Appl" (relative to the component's
-// folder when it is relative), or the component's folder. No trailing separator.
-std::string installation_folder();
+// Sets the component's folder for the process ("" goes back to $QK_HOME or the library's folder).
+void set_component_folder(const std::string& folder);
 
 // Appends the separator when the folder does not end in one.
 std::string with_trailing_separator(std::string folder);

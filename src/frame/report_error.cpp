@@ -1,7 +1,7 @@
 #include "frame/report_error.h"
 
 #include "frame/globals.h"
-#include "frame/host.h"
+#include "qk/host.h"
 
 namespace qk {
 

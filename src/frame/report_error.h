@@ -4,8 +4,8 @@
 #include <new>
 #include <string>
 
-#include "automation/error.h"
-#include "automation/variant.h"
+#include "automation/conversions.h"
+#include "qk/error.h"
 
 namespace qk {
 

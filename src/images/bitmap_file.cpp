@@ -1,4 +1,4 @@
-#include "images/bitmap_file.h"
+#include "qk/pictures.h"
 
 namespace qk::images {
 

@@ -4,10 +4,10 @@
 #include <fstream>
 #include <system_error>
 
-#include "automation/error.h"
-#include "automation/variant.h"
-#include "frame/host.h"
+#include "automation/conversions.h"
 #include "frame/report_error.h"
+#include "qk/error.h"
+#include "qk/host.h"
 
 namespace qk::images {
 

@@ -1,5 +1,6 @@
 #include "qk/clsImageKestra.h"
 
+#include "automation/conversions.h"
 #include "frame/creation.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"

@@ -1,10 +1,9 @@
-#include "images/decoder.h"
-
 #include <algorithm>
 
-#include "automation/error.h"
 #include "images/kestra_printer_format.h"
 #include "images/scale_image_format.h"
+#include "qk/error.h"
+#include "qk/pictures.h"
 
 namespace qk::images {
 

@@ -2,11 +2,10 @@
 
 #include <cmath>
 
-#include "automation/variant.h"
+#include "automation/conversions.h"
 #include "config/xml_file.h"
 #include "frame/creation.h"
 #include "frame/globals.h"
-#include "frame/host.h"
 #include "frame/modUtility.h"
 #include "frame/numeric_record.h"
 #include "frame/paths.h"
@@ -14,6 +13,7 @@
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
 #include "layout/layout_values.h"
+#include "qk/host.h"
 
 namespace qk {
 

@@ -1,6 +1,6 @@
 #include "layout/layout_values.h"
 
-#include "automation/variant.h"
+#include "automation/conversions.h"
 #include "config/xml_file.h"
 #include "frame/report_error.h"
 

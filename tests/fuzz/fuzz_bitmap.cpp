@@ -2,11 +2,11 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/error.h"
 #include "frame/globals.h"
-#include "frame/host.h"
 #include "images/bitmap_reader.h"
-#include "images/decoder.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/pictures.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static bool once = [] {

@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <string>
 
-#include "automation/error.h"
 #include "db_access/access_sql.h"
+#include "qk/error.h"
 #include "registry/clsRegistry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

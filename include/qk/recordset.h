@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "automation/variant.h"
+#include "qk/variant.h"
 
 namespace qk::automation {
 

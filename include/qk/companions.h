@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "automation/recordset.h"
-#include "automation/variant.h"
+#include "qk/recordset.h"
+#include "qk/variant.h"
 
 namespace qk {
 
@@ -18,6 +18,11 @@ using automation::Variant;
 inline constexpr const char* kDbAccessId = "QK_Db_Access.clsDbAccess";
 inline constexpr const char* kTranslateId = "QK_Translate.clsTranslate";
 inline constexpr const char* kRegistryHelperId = "QK_Registry_Utility.clsRegistry";
+
+// The settings' application, the archive every class opens, and the project name of reports.
+inline constexpr const char* kApplicationName = "Varlen System";
+inline constexpr const char* kArchiveName = "Archivi.mdb";
+inline constexpr const char* kProjectName = "QK_Protocol";
 
 // "QK_Db_Access.clsDbAccess": every retrieval returns a forward-readable recordset. Arguments are
 // the caller's values; their meanings are given with each builder.

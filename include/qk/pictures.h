@@ -1,14 +1,27 @@
-// Turns image records back into pixel rows: the inverse of the three encoders, used by the tests
-// as a round trip and by "qkp image --decode" to show what a scale will print. Malformed input
-// raises automation::Error (13) with a description of what is wrong.
+// Pictures as the scales print them: 1-bit bitmaps written for the scales (demo logos, test
+// inputs), and image records turned back into pixel rows (the inverse of the three image
+// encoders), to show people what a scale will print. Malformed records raise
+// automation::Error (13) with a description of what is wrong.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "images/bitmap_file.h"
-
 namespace qk::images {
+
+// A picture as rows of pixels, top row first; true = a printed (black) dot.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<std::vector<bool>> rows;
+};
+
+// A 1-bit BMP file: 62-byte header, palette entry 0 black and entry 1 white (so a set bit is a
+// white pixel), rows bottom first, each padded to 4 bytes.
+std::string encode_bmp1(const Picture& p);
+
+// A plain PBM (P4) file, set bits black.
+std::string encode_pbm(const Picture& p);
 
 // The run-length stream (after the 3-byte prefix) expanded back to the repacked bytes.
 std::string decompress_scale_stream(const std::string& stream);

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "automation/error.h"
-#include "automation/variant.h"
+#include "qk/error.h"
+#include "qk/variant.h"
 
 namespace qk::automation {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "automation/error.h"
+#include "qk/error.h"
 
 namespace qk::automation {
 

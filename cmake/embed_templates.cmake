@@ -1,0 +1,10 @@
+# Writes OUTPUT: a C++ source defining qkp::templates() with the files under SOURCE_DIR.
+file(GLOB_RECURSE files RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/*)
+list(SORT files)
+set(body "")
+foreach(f ${files})
+  file(READ ${SOURCE_DIR}/${f} text)
+  string(APPEND body "      {\"${f}\", R\"QKTEMPLATE(${text})QKTEMPLATE\"},\n")
+endforeach()
+file(WRITE ${OUTPUT}.tmp "// Generated from share/templates by cmake/embed_templates.cmake.\n#include \"templates.h\"\n\nnamespace qkp {\n\nconst std::vector<Template>& templates() {\n  static const std::vector<Template> t = {\n${body}  };\n  return t;\n}\n\n}  // namespace qkp\n")
+file(COPY_FILE ${OUTPUT}.tmp ${OUTPUT} ONLY_IF_DIFFERENT)

@@ -1,0 +1,9 @@
+// The translation companion (library qk_translate): registers itself as
+// "QK_Translate.clsTranslate" and reads "<PathLanguages>/<LangCode>.lng" (docs/files.md).
+#pragma once
+
+namespace qk {
+
+void register_translations();
+
+}  // namespace qk

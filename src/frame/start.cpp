@@ -1,0 +1,62 @@
+// The host's start-up and the settings store seen from the host.
+#include <atomic>
+
+#include "config/clsRegistry2Xml.h"
+#include "frame/globals.h"
+#include "frame/paths.h"
+#include "qk/host.h"
+
+namespace qk::host {
+
+namespace {
+std::atomic<bool> g_started{false};
+}  // namespace
+
+void start(const StartOptions& options) {
+  set_component_folder(options.installation_folder);
+  set_message_box(options.message_box);
+  set_event_log(options.event_log);
+  set_exit_process(options.exit_process);
+  g_started = true;
+  start_thread(options.logger);
+}
+
+void start_thread(std::shared_ptr<Logger> logger) {
+  // Classes that only load translations read settings through a store an earlier class created.
+  globals().objRegistry = std::make_shared<clsRegistry2Xml>();
+  globals().objLogger = std::move(logger);
+}
+
+bool started() {
+  return g_started;
+}
+
+void set_logger(std::shared_ptr<Logger> logger) {
+  globals().objLogger = std::move(logger);
+}
+
+std::string setting(const std::string& section, const std::string& key,
+                    const std::string& fallback) {
+  return clsRegistry2Xml().GetSetting(kApplicationName, section, key, fallback);
+}
+
+bool save_setting(const std::string& section, const std::string& key, const std::string& value) {
+  long before = reports_on_this_thread();
+  clsRegistry2Xml().SaveSetting(kApplicationName, section, key, value, true);
+  return reports_on_this_thread() == before;
+}
+
+std::string settings_file() {
+  return clsRegistry2Xml().file_name();
+}
+
+void create_settings_store(bool import_registry_export) {
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  if (import_registry_export)
+    store.RetrieveValuesFromRegistry();
+  else
+    store.RetrieveValuesFromRegistry(3, 0, 0);  // a version past importing: defaults only
+}
+
+}  // namespace qk::host

@@ -1,0 +1,48 @@
+#!/bin/sh
+# The installed package as a host meets it: install into a fresh prefix, build the example host
+# with find_package and with pkg-config, run it on a demo installation made by the installed qkp.
+# Usage: install_test.sh BUILD_DIR SOURCE_DIR
+set -eu
+build=$1
+source=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+test -f "$prefix/include/qk/clsBarCode.h"
+test -f "$prefix/share/qk_protocol/Configurazione.xml"
+test -f "$prefix/lib/pkgconfig/qk_protocol.pc" || test -f "$prefix"/lib*/pkgconfig/qk_protocol.pc
+# Internals are not installed, and no public header reaches for them.
+if grep -rq '#include "\(automation\|frame\|config\|builders\|layout\|images\|requests\)/' "$prefix/include/qk"; then
+  echo "a public header includes an internal one" >&2
+  exit 1
+fi
+# Libraries carry a SONAME with the major version.
+soname=$(readelf -d "$prefix"/lib*/libqk_protocol.so | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
+test "$soname" = "libqk_protocol.so.2"
+
+"$prefix/bin/qkp" --home "$work/shop" init --demo
+"$prefix/bin/qkp" --version | grep -q '^qkp 2\.'
+
+# find_package(QK_Protocol CONFIG)
+cmake -S "$source/examples/host_barcodes" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/example" >/dev/null
+"$work/example/host_barcodes" "$work/shop" 1 >"$work/first.txt"
+cat >"$work/expected.txt" <<'END'
+line 1: 189999001A06B13
+line 1: 189999002P05W05C01
+line 2: 189999002P05W05C01
+END
+diff -u "$work/expected.txt" "$work/first.txt"
+# Every served line was reset: a second run sends nothing.
+"$work/example/host_barcodes" "$work/shop" 1 >"$work/second.txt"
+test ! -s "$work/second.txt"
+
+# pkg-config
+export PKG_CONFIG_PATH="$(dirname "$(ls "$prefix"/lib*/pkgconfig/qk_protocol.pc)")"
+c++ -o "$work/by_pkg_config" "$source/examples/host_barcodes/main.cpp" \
+  $(pkg-config --cflags --libs qk_protocol) -Wl,-rpath,"$prefix/lib"
+"$work/by_pkg_config" "$work/shop" 2 >"$work/pkg.txt"
+grep -q '^line 1: 189999001A06B13$' "$work/pkg.txt"
+echo "installed package: ok"
