@@ -221,6 +221,29 @@ void reset(py::class_<C>& c, const char* name, void (C::*m)(int32_t&)) {
       py::arg("lngLine"));
 }
 
+// The members the two logo classes share, in the same order in both.
+template <class C>
+void picture_members(py::class_<C>& c) {
+  text_property(c, "p_strDescription",
+                static_cast<std::string (C::*)() const>(&C::p_strDescription),
+                static_cast<void (C::*)(const std::string&)>(&C::p_strDescription));
+  text_property(c, "p_strFromDate", static_cast<std::string (C::*)() const>(&C::p_strFromDate),
+                static_cast<void (C::*)(const std::string&)>(&C::p_strFromDate));
+  text_property(c, "p_strToDate", static_cast<std::string (C::*)() const>(&C::p_strToDate),
+                static_cast<void (C::*)(const std::string&)>(&C::p_strToDate));
+  text_property(c, "p_strFileName", static_cast<std::string (C::*)() const>(&C::p_strFileName),
+                static_cast<void (C::*)(const std::string&)>(&C::p_strFileName));
+  variant_property(c, "p_varKey", static_cast<Variant (C::*)() const>(&C::p_varKey),
+                   static_cast<void (C::*)(const Variant&)>(&C::p_varKey));
+  // Paths are the file system's own bytes: passed as they are.
+  c.def_property("p_strFullPath", static_cast<std::string (C::*)() const>(&C::p_strFullPath),
+                 static_cast<void (C::*)(const std::string&)>(&C::p_strFullPath))
+      .def_property("p_lngBanco", static_cast<int32_t (C::*)() const>(&C::p_lngBanco),
+                    static_cast<void (C::*)(int32_t)>(&C::p_lngBanco))
+      .def_property_readonly("p_strProtocol",
+                             [](C& self) { return wire_list(self.p_strProtocol()); });
+}
+
 void bind_classes(py::module_& m) {
   py::class_<qk::clsSimple>(m, "clsSimple")
       .def(py::init<>())
@@ -419,67 +442,27 @@ void bind_classes(py::module_& m) {
           [](Layout& l, const py::bytes& message) { l.p_ParseReceivedMessageO50(message); },
           py::arg("strMessage"));
 
-  using Image = qk::clsImage;
-  py::class_<Image> image(m, "clsImage");
+  py::class_<qk::clsImage> image(m, "clsImage");
   image.def(py::init<>());
-  text_property(image, "p_strDescription",
-                static_cast<std::string (Image::*)() const>(&Image::p_strDescription),
-                static_cast<void (Image::*)(const std::string&)>(&Image::p_strDescription));
-  text_property(image, "p_strFromDate",
-                static_cast<std::string (Image::*)() const>(&Image::p_strFromDate),
-                static_cast<void (Image::*)(const std::string&)>(&Image::p_strFromDate));
-  text_property(image, "p_strToDate",
-                static_cast<std::string (Image::*)() const>(&Image::p_strToDate),
-                static_cast<void (Image::*)(const std::string&)>(&Image::p_strToDate));
-  text_property(image, "p_strFileName",
-                static_cast<std::string (Image::*)() const>(&Image::p_strFileName),
-                static_cast<void (Image::*)(const std::string&)>(&Image::p_strFileName));
-  variant_property(image, "p_varKey", static_cast<Variant (Image::*)() const>(&Image::p_varKey),
-                   static_cast<void (Image::*)(const Variant&)>(&Image::p_varKey));
-  // Paths are the file system's own bytes: passed as they are.
+  picture_members(image);
   image
-      .def_property("p_strFullPath",
-                    static_cast<std::string (Image::*)() const>(&Image::p_strFullPath),
-                    static_cast<void (Image::*)(const std::string&)>(&Image::p_strFullPath))
-      .def_property("p_lngBanco", static_cast<int32_t (Image::*)() const>(&Image::p_lngBanco),
-                    static_cast<void (Image::*)(int32_t)>(&Image::p_lngBanco))
-      .def_property("p_lngType", static_cast<int32_t (Image::*)() const>(&Image::p_lngType),
-                    static_cast<void (Image::*)(int32_t)>(&Image::p_lngType))
-      .def_property_readonly("p_strProtocol", [](Image& i) { return wire_list(i.p_strProtocol()); })
+      .def_property("p_lngType",
+                    static_cast<int32_t (qk::clsImage::*)() const>(&qk::clsImage::p_lngType),
+                    static_cast<void (qk::clsImage::*)(int32_t)>(&qk::clsImage::p_lngType))
       .def(
           "p_strTransmissionString",
-          [](Image& i, const py::bytes& text) {
+          [](qk::clsImage& i, const py::bytes& text) {
             return wire_list(i.p_strTransmissionString(text));
           },
           py::arg("text"));
 
-  using Kestra = qk::clsImageKestra;
-  py::class_<Kestra> kestra(m, "clsImageKestra");
+  py::class_<qk::clsImageKestra> kestra(m, "clsImageKestra");
   kestra.def(py::init<>())
-      .def_property("p_lngType", static_cast<int32_t (Kestra::*)() const>(&Kestra::p_lngType),
-                    static_cast<void (Kestra::*)(int32_t)>(&Kestra::p_lngType));
-  text_property(kestra, "p_strDescription",
-                static_cast<std::string (Kestra::*)() const>(&Kestra::p_strDescription),
-                static_cast<void (Kestra::*)(const std::string&)>(&Kestra::p_strDescription));
-  text_property(kestra, "p_strFromDate",
-                static_cast<std::string (Kestra::*)() const>(&Kestra::p_strFromDate),
-                static_cast<void (Kestra::*)(const std::string&)>(&Kestra::p_strFromDate));
-  text_property(kestra, "p_strToDate",
-                static_cast<std::string (Kestra::*)() const>(&Kestra::p_strToDate),
-                static_cast<void (Kestra::*)(const std::string&)>(&Kestra::p_strToDate));
-  text_property(kestra, "p_strFileName",
-                static_cast<std::string (Kestra::*)() const>(&Kestra::p_strFileName),
-                static_cast<void (Kestra::*)(const std::string&)>(&Kestra::p_strFileName));
-  variant_property(kestra, "p_varKey", static_cast<Variant (Kestra::*)() const>(&Kestra::p_varKey),
-                   static_cast<void (Kestra::*)(const Variant&)>(&Kestra::p_varKey));
-  kestra
-      .def_property("p_strFullPath",
-                    static_cast<std::string (Kestra::*)() const>(&Kestra::p_strFullPath),
-                    static_cast<void (Kestra::*)(const std::string&)>(&Kestra::p_strFullPath))
-      .def_property("p_lngBanco", static_cast<int32_t (Kestra::*)() const>(&Kestra::p_lngBanco),
-                    static_cast<void (Kestra::*)(int32_t)>(&Kestra::p_lngBanco))
-      .def_property_readonly("p_strProtocol",
-                             [](Kestra& k) { return wire_list(k.p_strProtocol()); });
+      .def_property(
+          "p_lngType",
+          static_cast<int32_t (qk::clsImageKestra::*)() const>(&qk::clsImageKestra::p_lngType),
+          static_cast<void (qk::clsImageKestra::*)(int32_t)>(&qk::clsImageKestra::p_lngType));
+  picture_members(kestra);
 
   using Printer = qk::clsPrinterImage;
   py::class_<Printer> printer(m, "clsPrinterImage");
