@@ -23,16 +23,12 @@ std::string error_text(const std::exception& e) {
   return e.what();
 }
 
-RowSnapshot snapshot_of(automation::Recordset& rs) {
-  RowSnapshot s;
+RowSnapshot snapshot_of(const archive::Table& t, automation::Recordset& rs) {
+  RowSnapshot s{std::string(t.name), {}};
   for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext())
     s.rows.emplace_back(static_cast<int64_t>(rs.Fields("ROW_ID").to_double()),
                         static_cast<int64_t>(rs.Fields(archive::kRowVersionColumn).to_double()));
   return s;
-}
-
-RowSnapshot snapshot_of(ArchiveTools& a, const GroupRef& g) {
-  return snapshot_of(*a.group_rows(g));
 }
 
 // Counts what the component reports around one call.
@@ -134,7 +130,7 @@ class LineSync {
           problem("not sent because of the values above; left pending");
           return true;
         }
-        w.snapshot = snapshot_of(*rows);
+        w.snapshot = snapshot_of(group_table(w.group->group), *rows);
       }
       strings = source.build(id);
     } catch (const std::exception& ex) {
@@ -189,16 +185,15 @@ class LineSync {
       for (const auto& w : waiting_) {
         if (!w.source) continue;
         ContextScope context(line_context_ + ", " + w.label);
-        if (w.group && snapshot_of(a_, *w.group) != w.snapshot) {
-          ++r_.tally[w.kind].changed;
-          o_.say(current_context() +
-                 ": changed in the archive while it was sent; left pending for the next sync");
-          continue;
-        }
         Watch watch;
         a_.guard_resets(w.group ? &w.snapshot : nullptr);
         w.source->reset(w.id);
-        a_.guard_resets(nullptr);
+        if (a_.guard_resets(nullptr) > 0) {
+          ++r_.tally[w.kind].changed;
+          o_.say(current_context() +
+                 ": changed in the archive while it was sent; what changed stays pending for "
+                 "the next sync");
+        }
         if (watch.reported()) {
           ++r_.tally[w.kind].reset_failed;
           problem("delivered, but its flags could not be reset; it will be sent again");

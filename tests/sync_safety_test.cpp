@@ -36,13 +36,14 @@ TEST_F(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
                           QKP_BINARY + " import-csv " + edits + " >/dev/null; fi'";
   ASSERT_EQ(qkp("sync --line 2 --dept 1 --exec " + transport), 0) << err;
   EXPECT_NE(err.find("department 1, line 2 (5000, scale 2), lot 12: changed in the archive while "
-                     "it was sent; left pending for the next sync"),
+                     "it was sent; what changed stays pending for the next sync"),
             std::string::npos)
       << err;
-  // The new row was never sent: it is still pending on line 2, and so is its lot.
+  // The new row was never sent: it is still pending on line 2, and so is its lot (the row that
+  // was delivered is reset).
   EXPECT_EQ(sql("select TRC_ROW, substr(TRC_FLAGTRASM, 2, 1) from TRACEABILITY where TRC_BNC = 1 "
                 "and TRC_ID = 12 order by TRC_ROW"),
-            "1|1\n2|1\n");
+            "1|0\n2|1\n");
   std::string out;
   ASSERT_EQ(qkp("pending --line 2 --dept 1", &out), 0);
   EXPECT_EQ(lines_of(out).size(), 2u) << out;  // the heading and lot 12
@@ -53,8 +54,8 @@ TEST_F(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
 }
 
 TEST_F(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
-  // The 5000 reset writes one statement over every row of the key: it must not run when a row
-  // of the key changed after the key was built.
+  // The 5000 reset writes one statement over every row of the key: it must not touch a row of
+  // the key that changed after the key was built.
   std::string sent = dir.file("sent.txt");
   std::string edits = dir.file("edits");
   std::filesystem::create_directories(edits);
@@ -64,10 +65,11 @@ TEST_F(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
                           " import-csv --replace --no-pending " + edits + " >/dev/null; fi'";
   ASSERT_EQ(qkp("sync --line 2 --dept 1 --exec " + transport), 0) << err;
   EXPECT_NE(err.find("key 3: changed in the archive while it was sent"), std::string::npos) << err;
-  // The replaced row came in with the default flags; the others were not reset.
-  EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY = 3 "
+  // The statement ran on the unchanged rows only: the replaced row keeps the flags it came in
+  // with, the two others lost line 2.
+  EXPECT_EQ(sql("select TP_SCALE, TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY = 3 "
                 "order by 1"),
-            "00000000\n11100000\n");
+            "1|00000000\n2|10100000\n3|10100000\n");
   EXPECT_EQ(sql("select distinct TP_FLAGTRASM from TASTIERA_PLU where TP_BNC = 1 and TP_KEY = 4"),
             "10100000\n");
 }

@@ -27,13 +27,17 @@ bool is_word_char(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
 }
 
-std::string lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
+// Case-insensitive comparison with a lower-case word, without a copy.
+bool is_word(const std::string& s, std::string_view lower_word) {
+  if (s.size() != lower_word.size()) return false;
+  for (std::size_t i = 0; i < s.size(); ++i)
+    if (std::tolower(static_cast<unsigned char>(s[i])) != lower_word[i]) return false;
+  return true;
 }
 
 std::vector<Token> tokenize(const std::string& s) {
   std::vector<Token> out;
+  out.reserve(s.size() / 3);
   std::size_t i = 0;
   while (i < s.size()) {
     char c = s[i];
@@ -89,7 +93,7 @@ std::vector<Token> tokenize(const std::string& s) {
 using Tokens = std::vector<Token>;
 
 bool is_mod(const Token& t) {
-  return t.kind == Kind::Word && lower(t.text) == "mod";
+  return t.kind == Kind::Word && is_word(t.text, "mod");
 }
 
 // Words that can stand before "(" without naming a function.
@@ -99,9 +103,8 @@ bool is_keyword(const Token& t) {
                                  "case", "by",    "having", "set",      "values", "exists", "as",
                                  "join", "union", "all",    "distinct", "mod",    "into",   "end"};
   if (t.kind != Kind::Word) return false;
-  std::string w = lower(t.text);
   for (const char* k : kWords)
-    if (w == k) return true;
+    if (is_word(t.text, k)) return true;
   return false;
 }
 
@@ -294,10 +297,10 @@ std::string translate_access_sql(const std::string& sql) {
     } else if (tok.kind == Kind::Quoted) {
       tok.text = "\"" + tok.text.substr(1, tok.text.size() - 2) + "\"";
       changed = true;
-    } else if (tok.kind == Kind::Word && lower(tok.text) == "true") {
+    } else if (tok.kind == Kind::Word && is_word(tok.text, "true")) {
       tok.text = "-1";
       changed = true;
-    } else if (tok.kind == Kind::Word && lower(tok.text) == "false") {
+    } else if (tok.kind == Kind::Word && is_word(tok.text, "false")) {
       tok.text = "0";
       changed = true;
     } else if (tok.kind == Kind::Op && tok.text == "&") {
@@ -325,9 +328,9 @@ Parameterized parameterize(const std::string& sqlite_sql) {
     if (tok.kind == Kind::Open) ++depth;
     if (tok.kind == Kind::Close) --depth;
     if (tok.kind == Kind::Word && depth == 0) {
-      std::string w = lower(tok.text);
-      if (w == "where" || w == "set") active = true;
-      if (w == "order" || w == "group" || w == "limit") active = false;
+      if (is_word(tok.text, "where") || is_word(tok.text, "set")) active = true;
+      if (is_word(tok.text, "order") || is_word(tok.text, "group") || is_word(tok.text, "limit"))
+        active = false;
     }
     if (!active) continue;
     if (tok.kind == Kind::Number) {

@@ -65,6 +65,7 @@ class Archive {
   // The reset guard of this connection: every instance on the thread shares it, so the tools set
   // it and the component's own database object honours it.
   std::optional<RowSnapshot> reset_guard;
+  long guard_left = 0;  // rows the guarded writes left alone (changed, added or gone)
   sqlite3* handle() { return db_; }
 
  private:

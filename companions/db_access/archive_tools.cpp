@@ -84,24 +84,46 @@ clsDbAccess::GroupSql clsDbAccess::group_sql(const GroupRef& ref) {
 void clsDbAccess::update_flags(const GroupRef& ref, const std::string& stored) {
   GroupSql g = group_sql(ref);
   const archive::Table& t = group_table(ref.group);
-  std::string update =
-      "update " + g.table + " set " + std::string(t.flags) + " = ? where " + g.condition;
+  // Numbered placeholders: the flags are ?1, the group's values follow.
+  std::string condition;
+  int n = 1;
+  for (char c : g.condition) condition += c == '?' ? "?" + std::to_string(++n) : std::string(1, c);
   std::vector<Variant> params{stored};
   params.insert(params.end(), g.params.begin(), g.params.end());
   Archive& a = archive();
   Archive::Transaction tx(a);
-  if (!a.reset_guard) {
-    a.execute(update, params);
-  } else {
-    update += " and rowid = ? and ROW_VERSION = ?";
-    for (auto [id, version] : a.reset_guard->rows) {
-      auto p = params;
-      p.emplace_back(static_cast<long long>(id));
-      p.emplace_back(static_cast<long long>(version));
-      a.execute(update, p);
-    }
-  }
+  guarded_update(a, g.table, "update " + g.table + " set " + std::string(t.flags) + " = ?1",
+                 condition, params);
   tx.commit();
+}
+
+void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
+                    const std::string& condition, const std::vector<Variant>& params) {
+  // OR FAIL: a flag update cannot break a constraint, and without the need to undo half a
+  // statement SQLite keeps no statement journal.
+  std::string update = "update or fail" + update_set.substr(std::string("update").size());
+  if (!a.reset_guard || a.reset_guard->table != table) {
+    a.execute(update + " where " + condition, params);
+    return;
+  }
+  const auto& rows = a.reset_guard->rows;
+  std::string restriction;
+  std::vector<Variant> p = params;
+  for (auto [id, version] : rows) {
+    restriction += (restriction.empty() ? "" : " or ") + std::string("(rowid = ?") +
+                   std::to_string(p.size() + 1) + " and ROW_VERSION = ?" +
+                   std::to_string(p.size() + 2) + ")";
+    p.emplace_back(static_cast<long long>(id));
+    p.emplace_back(static_cast<long long>(version));
+  }
+  // Rows of the condition the guard does not hold (added since) are counted as left alone too.
+  long all = a.query("select count(*) from " + table + " where (" + condition + ")", params)
+                 ->Fields("count(*)")
+                 .to_int32();
+  long updated =
+      rows.empty() ? 0
+                   : a.execute(update + " where (" + condition + ") and (" + restriction + ")", p);
+  a.guard_left += std::max<long>(all, static_cast<long>(rows.size())) - updated;
 }
 
 std::string clsDbAccess::location() const {
@@ -165,11 +187,15 @@ RecordsetPtr clsDbAccess::group_rows(const GroupRef& ref) {
       g.params);
 }
 
-void clsDbAccess::guard_resets(const RowSnapshot* guard) {
+long clsDbAccess::guard_resets(const RowSnapshot* guard) {
+  Archive& a = archive();
+  long left = a.guard_left;
+  a.guard_left = 0;
   if (guard)
-    archive().reset_guard = *guard;
+    a.reset_guard = *guard;
   else
-    archive().reset_guard.reset();
+    a.reset_guard.reset();
+  return left;
 }
 
 RecordsetPtr clsDbAccess::select_rows(const archive::Table& t, const Where& where) {
@@ -222,8 +248,15 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
   std::vector<Variant> params;
   std::string w = where_sql(t, where, &params);
   w += (w.empty() ? " where " : " and ") + name + " IS NOT (" + expr + ")";
-  return archive().execute("update " + std::string(t.name) + " set " + name + " = " + expr + w,
-                           params);
+  // Marked rows get a new version: a sync that built them before must not reset them.
+  Archive& a = archive();
+  Archive::Transaction tx(a);
+  a.execute("UPDATE QK_SEQUENCE SET N = N + 1");
+  long n = a.execute("update " + std::string(t.name) + " set " + name + " = " + expr +
+                         ", ROW_VERSION = (SELECT N FROM QK_SEQUENCE)" + w,
+                     params);
+  tx.commit();
+  return n;
 }
 
 std::unique_ptr<ArchiveTools::Lock> clsDbAccess::lock_line(int32_t line, bool wait,

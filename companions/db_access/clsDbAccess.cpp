@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cctype>
 #include <map>
 
 #include "db_access/access_sql.h"
@@ -81,7 +82,26 @@ void clsDbAccess::p_GENERIC_ExecuteQuery(const Variant& sql) {
   Archive& a = archive();
   Archive::Transaction t(a);
   auto p = parameterize(translate_access_sql(sql_text(sql)));
-  a.execute(cp1252_to_utf8(p.sql), p.values);
+  std::string text = cp1252_to_utf8(p.sql);
+  // Under a reset guard, the component's own reset statement ("update T set … where …") runs
+  // on the guard's unchanged rows only.
+  if (a.reset_guard) {
+    std::string lowered = text;
+    for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    auto start = lowered.find_first_not_of(' ');
+    auto set = lowered.find(" set ");
+    auto where = lowered.rfind(" where ");
+    if (start != std::string::npos && lowered.compare(start, 7, "update ") == 0 &&
+        set != std::string::npos && where != std::string::npos && set < where) {
+      std::string table = text.substr(start + 7, set - start - 7);
+      while (!table.empty() && table.back() == ' ') table.pop_back();
+      guarded_update(a, table, "update " + table + text.substr(set, where - set),
+                     text.substr(where + 7), p.values);
+      t.commit();
+      return;
+    }
+  }
+  a.execute(text, p.values);
   t.commit();
 }
 

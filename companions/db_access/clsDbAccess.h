@@ -67,7 +67,7 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
   std::vector<int32_t> record_ids(RecordGroup g, int32_t dept, int32_t scale, int32_t line,
                                   std::vector<std::string>* problems) override;
   RecordsetPtr group_rows(const GroupRef& ref) override;
-  void guard_resets(const RowSnapshot* guard) override;
+  long guard_resets(const RowSnapshot* guard) override;
   RecordsetPtr select_rows(const archive::Table& t, const Where& where) override;
   void insert_row(const archive::Table& t, const std::vector<std::string>& columns,
                   const std::vector<Variant>& values) override;
@@ -104,6 +104,12 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
 
 // Registers the component under "QK_Db_Access.clsDbAccess".
 void register_db_access();
+
+// Runs "<update_set> where <condition>" (numbered placeholders, values in params); under the
+// connection's reset guard for that table, only on the guard's rows whose version is unchanged,
+// adding to the guard's count the rows it left alone.
+void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
+                    const std::string& condition, const std::vector<Variant>& params);
 
 // Clears position `line` (1-based) of the flags; outside the string raises error 5.
 std::string clear_flag_position(std::string flags, long line);

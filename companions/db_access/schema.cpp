@@ -57,26 +57,22 @@ std::string next_version(const Table& t, const char* row) {
   return s;
 }
 
-// A row's version changes with its content and with lines newly marked pending, never when a
-// reset only clears lines: two syncs of different lines do not invalidate each other.
+// A row's version changes with its content, never with its flags alone: the trigger watches
+// only the other columns (a reset, which writes the flags only, does not even run it), and the
+// tools' mark_pending sets a new version itself.
 std::string version_triggers_sql(const Table& t) {
-  std::string name(t.name), flags(t.flags);
-  std::string changed;
+  std::string name(t.name), watched, changed;
   for (const Column& c : t.columns) {
     if (c.name == archive::kRowVersionColumn || c.name == t.flags) continue;
+    watched += (watched.empty() ? "" : ", ") + std::string(c.name);
     changed += (changed.empty() ? "" : " OR ") + std::string("OLD.") + std::string(c.name) +
                " IS NOT NEW." + std::string(c.name);
   }
-  const Column* f = archive::find_column(t, t.flags);
-  for (int p = 1; p <= f->flag_width; ++p) {
-    std::string pos = std::to_string(p);
-    changed += " OR (substr(NEW." + flags + ", " + pos + ", 1) = '1' AND substr(OLD." + flags +
-               ", " + pos + ", 1) IS NOT '1')";
-  }
   return "CREATE TRIGGER " + name + "_ADDED AFTER INSERT ON " + name + " BEGIN\n" +
          next_version(t, "NEW") + "END;\n" + "CREATE TRIGGER " + name +
-         "_CHANGED AFTER UPDATE ON " + name + "\n  WHEN NEW.ROW_VERSION IS OLD.ROW_VERSION AND (" +
-         changed + ") BEGIN\n" + next_version(t, "NEW") + "END;\n";
+         "_CHANGED AFTER UPDATE OF " + watched + " ON " + name +
+         "\n  WHEN NEW.ROW_VERSION IS OLD.ROW_VERSION AND (" + changed + ") BEGIN\n" +
+         next_version(t, "NEW") + "END;\n";
 }
 
 // An advertising message's texts are part of it: a change to them changes the message's version.

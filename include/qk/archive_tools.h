@@ -59,6 +59,7 @@ using Where = std::vector<std::pair<std::string, automation::Variant>>;
 
 // The row identities and versions of a group at one moment.
 struct RowSnapshot {
+  std::string table;
   std::vector<std::pair<int64_t, int64_t>> rows;  // (ROW_ID, ROW_VERSION), by ROW_ID
   bool operator==(const RowSnapshot&) const = default;
 };
@@ -93,10 +94,12 @@ class ArchiveTools : public virtual automation::Object {
   // for its life) and ROW_VERSION, by ROW_ID.
   virtual automation::RecordsetPtr group_rows(const GroupRef& ref) = 0;
 
-  // While a guard is set, the flag updates of the component's numeric resets write only the
-  // guard's rows, and only those whose version is still the one recorded: rows changed or added
-  // since the snapshot stay as they are. nullptr removes the guard.
-  virtual void guard_resets(const RowSnapshot* guard) = 0;
+  // While a guard is set, the flag updates of the component's resets on the guard's table (the
+  // numeric members' updates and the 5000/2000 key statement run through
+  // p_GENERIC_ExecuteQuery) write only the guard's rows, and only those whose version is still
+  // the one recorded: rows changed or added since the snapshot stay as they are. Removing the
+  // guard (nullptr) returns how many rows its writes left alone that way.
+  virtual long guard_resets(const RowSnapshot* guard) = 0;
 
   // Rows of a table whose columns equal `where` (every row when empty), ordered by the table's
   // identity columns and then by insertion. Text comes back in the component's 8-bit form.

@@ -4,7 +4,6 @@
 
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "qk/variant.h"
@@ -43,7 +42,6 @@ class MemoryRecordset : public Recordset {
 
  private:
   std::vector<std::string> columns_;
-  std::unordered_map<std::string, std::size_t> index_;  // lower-case name -> column
   std::vector<std::vector<Variant>> rows_;
   std::size_t position_ = 0;
 };

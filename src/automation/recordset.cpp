@@ -7,16 +7,17 @@
 namespace qk::automation {
 
 namespace {
-std::string lower(std::string_view s) {
-  std::string r(s);
-  for (char& c : r) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return r;
+bool same_name(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
+      return false;
+  return true;
 }
 }  // namespace
 
-MemoryRecordset::MemoryRecordset(std::vector<std::string> columns) : columns_(std::move(columns)) {
-  for (std::size_t i = 0; i < columns_.size(); ++i) index_.emplace(lower(columns_[i]), i);
-}
+MemoryRecordset::MemoryRecordset(std::vector<std::string> columns) : columns_(std::move(columns)) {}
 
 void MemoryRecordset::add_row(std::vector<Variant> row) {
   row.resize(columns_.size());
@@ -34,10 +35,19 @@ void MemoryRecordset::AbsolutePosition(long n) {
 }
 
 Variant MemoryRecordset::Fields(std::string_view name) const {
-  auto it = index_.find(lower(name));
-  if (it == index_.end()) raise(kItemNotFound);
-  if (Eof()) raise(kNoCurrentRecord);
-  return rows_[position_][it->second];
+  // A few dozen columns at most: a scan beats building an index for every result. Callers
+  // mostly spell names as the columns do, so an exact match is tried first.
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    if (columns_[i] != name) continue;
+    if (Eof()) raise(kNoCurrentRecord);
+    return rows_[position_][i];
+  }
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    if (!same_name(columns_[i], name)) continue;
+    if (Eof()) raise(kNoCurrentRecord);
+    return rows_[position_][i];
+  }
+  raise(kItemNotFound);
 }
 
 }  // namespace qk::automation

@@ -51,6 +51,10 @@ std::string cp1252_to_utf8(std::string_view s) {
 }
 
 std::optional<std::string> utf8_to_cp1252(std::string_view s, std::size_t* bad_offset) {
+  // Most archive text is plain ASCII, the same bytes in both forms.
+  bool ascii = true;
+  for (unsigned char c : s) ascii = ascii && c < 0x80;
+  if (ascii) return std::string(s);
   std::string out;
   out.reserve(s.size());
   std::size_t i = 0;
