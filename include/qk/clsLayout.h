@@ -56,6 +56,9 @@ class clsLayout {
   automation::StringArray m_strLogo();
   automation::StringArray m_strLogoOrva5000();
   std::string ticket(bool series5000);
+  std::string record_3000(const std::string& field, int32_t flags, const std::string& element,
+                          int32_t x, int32_t y, const std::string& rest) const;
+  std::string position_5000(int32_t x, int32_t y) const;
 
   int32_t import_ = 0, line_ = 0, bnc_ = 0, ticket_ = 0;
   int32_t max_3000_ = 0, max_5000_ = 0;

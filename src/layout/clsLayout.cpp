@@ -1,6 +1,8 @@
 #include "qk/clsLayout.h"
 
+#include <array>
 #include <cmath>
+#include <functional>
 
 #include "automation/conversions.h"
 #include "config/xml_file.h"
@@ -63,9 +65,60 @@ std::string flag_attributes(int32_t b) {
          attr("FL4", clear(128));
 }
 
-// Every object of one kind in the layout hierarchy, with its property rows from the first.
-template <class OnObject>
-void walk(Recordset& layouts, int kind, OnObject&& on_object) {
+// The property values a builder has read. They persist from one object to the next, as the
+// builders keep them: an object that lacks a property repeats the previous object's value.
+struct ObjectValues {
+  static constexpr int kProperties = 16;
+  std::array<std::string, kProperties> text;
+  std::array<double, kProperties> num{};
+
+  const std::string& t(int id) const { return text[static_cast<std::size_t>(id)]; }
+  double n(int id) const { return num[static_cast<std::size_t>(id)]; }
+  int32_t i(int id) const { return static_cast<int32_t>(n(id)); }
+
+  void read(int id, const std::string& v, fmt::Read how) {
+    auto k = static_cast<std::size_t>(id);
+    switch (how) {
+      case fmt::Read::Text:
+        text[k] = v;
+        break;
+      case fmt::Read::Number:
+        num[k] = number(v);
+        break;
+      case fmt::Read::Rounded:
+        num[k] = rounded(v);
+        break;
+      case fmt::Read::Hex:
+        num[k] = hex(v);
+        break;
+      case fmt::Read::Dots:
+        num[k] = dots(v);
+        break;
+      case fmt::Read::FontText:
+        text[k] = layout::m_RetrieveFontId(v);
+        break;
+      case fmt::Read::FontNumber:
+        num[k] = Variant(layout::m_RetrieveFontId(v)).to_int32();
+        break;
+      case fmt::Read::ZoomText:
+        text[k] = layout::m_RetrieveZoomId(v);
+        break;
+      case fmt::Read::ZoomNumber:
+        num[k] = Variant(layout::m_RetrieveZoomId(v)).to_int32();
+        break;
+      case fmt::Read::Int16:
+        num[k] = Variant(v).to_int16();
+        break;
+    }
+  }
+};
+
+// The one walk of the layout hierarchy: every object of the kind, from the first row, its
+// property rows read into `values` by the series' table (other rows skipped), then on_object.
+// on_row, when given, sees each row as soon as it is read.
+template <std::size_t N, class OnObject>
+void walk(Recordset& layouts, int kind, const fmt::PropertyRead (&reads)[N], ObjectValues& values,
+          OnObject&& on_object, const std::function<void(int)>& on_row = {}) {
   layouts.MoveFirst();
   while (!layouts.Eof()) {
     auto objects = layouts.Fields("object").as<Recordset>();
@@ -73,8 +126,15 @@ void walk(Recordset& layouts, int kind, OnObject&& on_object) {
     while (!objects->Eof()) {
       if (objects->Fields("OBJ_TYPE").to_int32() == kind) {
         auto props = objects->Fields("Property").as<Recordset>();
-        props->MoveFirst();
-        on_object(*props);
+        for (props->MoveFirst(); !props->Eof(); props->MoveNext()) {
+          int id = props->Fields("Id").to_int32();
+          for (const auto& r : reads)
+            if (r.id == id) {
+              values.read(id, props->Fields("value").to_text(), r.how);
+              if (on_row) on_row(id);
+            }
+        }
+        on_object(values);
       }
       objects->MoveNext();
     }
@@ -82,10 +142,16 @@ void walk(Recordset& layouts, int kind, OnObject&& on_object) {
   }
 }
 
-template <class OnProperty>
-void each_property(Recordset& props, OnProperty&& on_property) {
-  for (; !props.Eof(); props.MoveNext())
-    on_property(props.Fields("Id").to_int32(), props.Fields("value").to_text());
+// ESX, ESY and DIR of a 5000-series message: the magnifications written again as plain numbers.
+std::string magnifications_and_direction(const ObjectValues& v, int width, int height,
+                                         int direction) {
+  return attr("ESX", std::to_string(Variant(v.t(width)).to_int32())) +
+         attr("ESY", std::to_string(Variant(v.t(height)).to_int32())) + attr("DIR", v.t(direction));
+}
+
+// The 3000 series leaves out objects whose field number is over 50.
+bool beyond_3000(const std::string& field) {
+  return modUtility::p_lngNumericValue(field) > fmt::kMaxFieldNumber3000;
 }
 
 // The builders' growing result: a 16-bit element counter.
@@ -153,34 +219,20 @@ std::string clsLayout::m_strRetrieveImageNumber2ImageName(int32_t& image) {
 }
 
 std::string clsLayout::ticket(bool series5000) {
-  std::string height, width, code;
-  walk(*layout_, fmt::kTicket, [&](Recordset& props) {
-    each_property(props, [&](int id, const std::string& v) {
-      switch (id) {
-        case 1:
-          height = v;
-          break;
-        case 2:
-          code = v;
-          break;
-        case 5:
-          width = v;
-          break;
-        case 6:
-          origin_x_ = dots(v);
-          break;
-        case 7:
-          origin_y_ = dots(v);
-          break;
-      }
-    });
-  });
+  namespace p = fmt::ticket;
+  ObjectValues v;
+  walk(
+      *layout_, fmt::kTicket, fmt::kTicketReads, v, [](const ObjectValues&) {},
+      [&](int id) {
+        if (id == p::kOriginX) origin_x_ = v.i(p::kOriginX);
+        if (id == p::kOriginY) origin_y_ = v.i(p::kOriginY);
+      });
   if (series5000)
     return std::string(fmt::kMessageOpen) + attr("ID", std::to_string(object_id(ticket_, "0"))) +
-           attr("DIX", std::to_string(dots(width))) + attr("DIY", std::to_string(dots(height))) +
-           std::string(fmt::kMessageClose);
-  return m_strHeader() + "00" + digits(dots(width), 3) + digits(dots(height), 4) +
-         std::to_string(Variant(code).to_int32());
+           attr("DIX", std::to_string(dots(v.t(p::kWidth)))) +
+           attr("DIY", std::to_string(dots(v.t(p::kHeight)))) + std::string(fmt::kMessageClose);
+  return m_strHeader() + "00" + digits(dots(v.t(p::kWidth)), 3) + digits(dots(v.t(p::kHeight)), 4) +
+         std::to_string(Variant(v.t(p::kCode)).to_int32());
 }
 
 std::string clsLayout::m_strTicketOrva3000() {
@@ -195,372 +247,157 @@ std::string clsLayout::m_strTicketOrva5000() {
   return r;
 }
 
+// The record of one object for the 3000 series: field, flags, element code, X and Y, then the
+// kind's own fields.
+std::string clsLayout::record_3000(const std::string& field, int32_t flags,
+                                   const std::string& element, int32_t x, int32_t y,
+                                   const std::string& rest) const {
+  return m_strHeader() + digits(Variant(field), 2) + digits(flags, 3) + element +
+         digits(add(x, origin_x_), 3) + digits(add(y, origin_y_), 4) + rest;
+}
+
+// COX and COY of a 5000-series message: the position plus the ticket origin.
+std::string clsLayout::position_5000(int32_t x, int32_t y) const {
+  return attr("COX", std::to_string(add(x, origin_x_))) +
+         attr("COY", std::to_string(add(y, origin_y_)));
+}
+
 StringArray clsLayout::m_strText() {
+  namespace p = fmt::text;
   StringArray result;
   trap(label("m_strText"), [&] {
-    // Kept across objects of the walk: a missing property repeats the previous object's value.
-    std::string p0, p1, p2, p9;
-    int32_t flags = 0, x = 0, y = 0, font = 0, zoom13 = 0, zoom14 = 0, p8 = 0;
-    double p4 = 0, p10 = 0;
-    walk(*layout_, fmt::kText, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 1:
-            p1 = v;
-            break;
-          case 2:
-            p2 = v;
-            break;
-          case 3:
-            flags = hex(v);
-            break;
-          case 4:
-            p4 = number(v);
-            break;
-          case 5:
-            font = Variant(layout::m_RetrieveFontId(v)).to_int32();
-            break;
-          case 7:
-            x = dots(v);
-            break;
-          case 8:
-            p8 = rounded(v);
-            break;
-          case 9:
-            p9 = v;
-            break;
-          case 10:
-            p10 = number(v);
-            break;
-          case 11:
-            y = dots(v);
-            break;
-          case 13:
-            zoom13 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-          case 14:
-            zoom14 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-        }
-      });
-      if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
-      append(result, m_strHeader() + digits(Variant(p0), 2) + digits(flags, 3) +
-                         digits(p4 + p10 - 1, 3) + digits(add(x, origin_x_), 3) +
-                         digits(add(y, origin_y_), 4) + digits(font, 2) + digits(Variant(p2), 3) +
-                         std::to_string(zoom14) + std::to_string(zoom13) + p9 + p1 +
-                         std::to_string(p8));
+    ObjectValues v;
+    walk(*layout_, fmt::kText, fmt::kText3000Reads, v, [&](const ObjectValues& v) {
+      if (beyond_3000(v.t(p::kField))) return;
+      append(result,
+             record_3000(
+                 v.t(p::kField), v.i(p::kFlags),
+                 digits(v.n(p::kDataType) + v.n(p::kFieldValue) - 1, 3), v.i(p::kX), v.i(p::kY),
+                 digits(v.i(p::kFont), 2) + digits(Variant(v.t(p::kCharacters)), 3) +
+                     std::to_string(v.i(p::kZoomWidth)) + std::to_string(v.i(p::kZoomHeight)) +
+                     v.t(p::kDirection) + v.t(p::kAlignment) + std::to_string(v.i(p::kLastField))));
     });
   });
   return result;
 }
 
 StringArray clsLayout::m_strBarcode() {
+  namespace p = fmt::barcode;
   StringArray result;
   trap(label("m_strBarcode"), [&] {
-    std::string p0, p3, p8;
-    int32_t type = 0, flags = 0, x = 0, y = 0, zoom11 = 0, zoom12 = 0, p7 = 0;
-    double p15 = 0;
-    walk(*layout_, fmt::kBarcode, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 2:
-            type = rounded(v);
-            break;
-          case 3:
-            p3 = v;
-            break;
-          case 4:
-            flags = hex(v);
-            break;
-          case 6:
-            x = dots(v);
-            break;
-          case 7:
-            p7 = rounded(v);
-            break;
-          case 8:
-            p8 = v;
-            break;
-          case 9:
-            y = dots(v);
-            break;
-          case 11:
-            zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-          case 12:
-            zoom12 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-          case 15:
-            p15 = number(v);
-            break;
-        }
-      });
-      if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
-      std::string element = type == fmt::kBarcodeType26 ? std::string(fmt::kBarcodeType26Element)
-                                                        : digits(p15 + fmt::kBarcodeElementBase, 3);
-      append(result, m_strHeader() + digits(Variant(p0), 2) + digits(flags, 3) + element +
-                         digits(add(x, origin_x_), 3) + digits(add(y, origin_y_), 4) +
-                         digits(type, 2) + digits(Variant(p3), 3) + std::to_string(zoom12) +
-                         std::to_string(zoom11) + p8 + "0" + std::to_string(p7));
+    ObjectValues v;
+    walk(*layout_, fmt::kBarcode, fmt::kBarcode3000Reads, v, [&](const ObjectValues& v) {
+      if (beyond_3000(v.t(p::kField))) return;
+      std::string element = v.i(p::kType) == fmt::kBarcodeType26
+                                ? std::string(fmt::kBarcodeType26Element)
+                                : digits(v.n(p::kFieldValue) + fmt::kBarcodeElementBase, 3);
+      append(
+          result,
+          record_3000(v.t(p::kField), v.i(p::kFlags), element, v.i(p::kX), v.i(p::kY),
+                      digits(v.i(p::kType), 2) + digits(Variant(v.t(p::kCharacters)), 3) +
+                          std::to_string(v.i(p::kZoomWidth)) + std::to_string(v.i(p::kZoomHeight)) +
+                          v.t(p::kDirection) + "0" + std::to_string(v.i(p::kLastField))));
     });
   });
   return result;
 }
 
 StringArray clsLayout::m_strLogo() {
+  namespace p = fmt::logo;
   StringArray result;
   trap(label("m_strLogo"), [&] {
-    std::string p0, p7;
-    int32_t flags = 0, x = 0, y = 0, zoom10 = 0, zoom11 = 0, p6 = 0;
-    double image = 0;
-    walk(*layout_, fmt::kLogo, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 2:
-            flags = hex(v);
-            break;
-          case 4:
-            x = dots(v);
-            break;
-          case 5:
-            image = number(v);
-            break;
-          case 6:
-            p6 = rounded(v);
-            break;
-          case 7:
-            p7 = v;
-            break;
-          case 8:
-            y = dots(v);
-            break;
-          case 10:
-            zoom10 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-          case 11:
-            zoom11 = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-            break;
-        }
-      });
-      if (modUtility::p_lngNumericValue(p0) > fmt::kMaxFieldNumber3000) return;
-      append(result, m_strHeader() + digits(Variant(p0), 2) + digits(flags, 3) +
-                         digits(image + fmt::kLogoElementBase, 3) + digits(add(x, origin_x_), 3) +
-                         digits(add(y, origin_y_), 4) + "99" + "000" + std::to_string(zoom11) +
-                         std::to_string(zoom10) + p7 + "0" + std::to_string(p6));
+    ObjectValues v;
+    walk(*layout_, fmt::kLogo, fmt::kLogo3000Reads, v, [&](const ObjectValues& v) {
+      if (beyond_3000(v.t(p::kField))) return;
+      append(result,
+             record_3000(v.t(p::kField), v.i(p::kFlags),
+                         digits(v.n(p::kImage) + fmt::kLogoElementBase, 3), v.i(p::kX), v.i(p::kY),
+                         std::string(fmt::kLogoFixedFields) + std::to_string(v.i(p::kZoomWidth)) +
+                             std::to_string(v.i(p::kZoomHeight)) + v.t(p::kDirection) + "0" +
+                             std::to_string(v.i(p::kLastField))));
     });
   });
   return result;
 }
 
 StringArray clsLayout::m_strTextOrva5000() {
+  namespace p = fmt::text;
   StringArray result;
   trap(label("m_strTextOrva5000"), [&] {
     clsConvertion mapping;
-    std::string p0, p1, p2, p4, p9, p10, zoom13, zoom14;
-    std::string font;
-    int32_t flags = 0, x = 0, y = 0;
-    [[maybe_unused]] int32_t p8 = 0;
-    walk(*layout_, fmt::kText, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 1:
-            p1 = v;
-            break;
-          case 2:
-            p2 = v;
-            break;
-          case 3:
-            flags = hex(v);
-            break;
-          case 4:
-            p4 = v;
-            break;
-          case 5:
-            font = layout::m_RetrieveFontId(v);
-            break;
-          case 7:
-            x = dots(v);
-            break;
-          case 8:
-            p8 = rounded(v);
-            break;
-          case 9:
-            p9 = v;
-            break;
-          case 10:
-            p10 = v;
-            break;
-          case 11:
-            y = dots(v);
-            break;
-          case 13:
-            zoom13 = layout::m_RetrieveZoomId(v);
-            break;
-          case 14:
-            zoom14 = layout::m_RetrieveZoomId(v);
-            break;
-        }
-      });
-      std::string data_type = p4, field_value = p10;
-      double stored = automation::leading_number(p4);
+    ObjectValues v;
+    walk(*layout_, fmt::kText, fmt::kText5000Reads, v, [&](const ObjectValues& v) {
+      std::string field = v.t(p::kField), stored = v.t(p::kDataType);
+      std::string data_type = stored, field_value = v.t(p::kFieldValue);
+      double type = automation::leading_number(stored);
       bool raw = false;
-      for (int t : fmt::kRawDataTypes) raw = raw || stored == t;
+      for (int t : fmt::kRawDataTypes) raw = raw || type == t;
       if (!raw) {
         std::string from = "O3", to = "O5";
-        data_type = mapping.ConvertValue(from, to, p4);
+        data_type = mapping.ConvertValue(from, to, stored);
       }
       if (automation::leading_number(data_type) < 0) {
-        host::message_box("Valore del campo#" + p0 + " sconosciuto!", "QK_Protocol",
+        host::message_box("Valore del campo#" + field + " sconosciuto!", "QK_Protocol",
                           host::kCritical);
         data_type = std::string(fmt::kUnknownDataType);
         field_value = std::string(fmt::kUnknownFieldValue);
       }
       if (automation::leading_number(data_type) == fmt::kDataTypeWithBase)
-        field_value = std::to_string(add(Variant(p10).to_int32(), fmt::kDataTypeBase));
-      int32_t tca = Variant(font).to_int32();
-      if (tca < fmt::kFontShiftBelow) tca += 1;
-      append(result, std::string(fmt::kMessageOpen) +
-                         attr("ID", std::to_string(object_id(ticket_, p0))) +
-                         attr("TCA", std::to_string(tca)) + attr("TDA", data_type) +
-                         attr("NRG", field_value) + attr("COX", std::to_string(add(x, origin_x_))) +
-                         attr("COY", std::to_string(add(y, origin_y_))) +
-                         attr("ESX", std::to_string(Variant(zoom14).to_int32())) +
-                         attr("ESY", std::to_string(Variant(zoom13).to_int32())) + attr("DIR", p9) +
-                         attr("ALL", p1) + attr("NRC", p2) + flag_attributes(flags) +
-                         std::string(fmt::kMessageClose));
+        field_value =
+            std::to_string(add(Variant(v.t(p::kFieldValue)).to_int32(), fmt::kDataTypeBase));
+      int32_t font = Variant(v.t(p::kFont)).to_int32();
+      if (font < fmt::kFontShiftBelow) font += 1;
+      append(result,
+             std::string(fmt::kMessageOpen) +
+                 attr("ID", std::to_string(object_id(ticket_, field))) +
+                 attr("TCA", std::to_string(font)) + attr("TDA", data_type) +
+                 attr("NRG", field_value) + position_5000(v.i(p::kX), v.i(p::kY)) +
+                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
+                 attr("ALL", v.t(p::kAlignment)) + attr("NRC", v.t(p::kCharacters)) +
+                 flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
     });
   });
   return result;
 }
 
 StringArray clsLayout::m_strBarcodeOrva5000() {
+  namespace p = fmt::barcode;
   StringArray result;
   trap(label("m_strBarcodeOrva5000"), [&] {
-    std::string p0, p1, p3, p8, p15, zoom11, zoom12;
-    int32_t type = 0, flags = 0, x = 0, y = 0;
-    [[maybe_unused]] int32_t p7 = 0;
-    walk(*layout_, fmt::kBarcode, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 1:
-            p1 = v;
-            break;
-          case 2:
-            type = rounded(v);
-            break;
-          case 3:
-            p3 = v;
-            break;
-          case 4:
-            flags = hex(v);
-            break;
-          case 6:
-            x = dots(v);
-            break;
-          case 7:
-            p7 = rounded(v);
-            break;
-          case 8:
-            p8 = v;
-            break;
-          case 9:
-            y = dots(v);
-            break;
-          case 11:
-            zoom11 = layout::m_RetrieveZoomId(v);
-            break;
-          case 12:
-            zoom12 = layout::m_RetrieveZoomId(v);
-            break;
-          case 15:
-            p15 = v;
-            break;
-        }
-      });
-      append(result, std::string(fmt::kMessageOpen) +
-                         attr("ID", std::to_string(object_id(ticket_, p0))) +
-                         attr("TCA", std::to_string(type)) +
-                         attr("TDA", std::string(fmt::kBarcodeDataType)) +
-                         attr("COX", std::to_string(add(x, origin_x_))) +
-                         attr("COY", std::to_string(add(y, origin_y_))) + attr("NRG", p15) +
-                         attr("ESX", std::to_string(Variant(zoom12).to_int32())) +
-                         attr("ESY", std::to_string(Variant(zoom11).to_int32())) + attr("DIR", p8) +
-                         attr("ALL", p1) + attr("NRC", p3) + flag_attributes(flags) +
-                         std::string(fmt::kMessageClose));
+    ObjectValues v;
+    walk(*layout_, fmt::kBarcode, fmt::kBarcode5000Reads, v, [&](const ObjectValues& v) {
+      append(result,
+             std::string(fmt::kMessageOpen) +
+                 attr("ID", std::to_string(object_id(ticket_, v.t(p::kField)))) +
+                 attr("TCA", std::to_string(v.i(p::kType))) +
+                 attr("TDA", std::string(fmt::kBarcodeDataType)) +
+                 position_5000(v.i(p::kX), v.i(p::kY)) + attr("NRG", v.t(p::kFieldValue)) +
+                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
+                 attr("ALL", v.t(p::kAlignment)) + attr("NRC", v.t(p::kCharacters)) +
+                 flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
     });
   });
   return result;
 }
 
 StringArray clsLayout::m_strLogoOrva5000() {
+  namespace p = fmt::logo;
   StringArray result;
   trap(label("m_strLogoOrva5000"), [&] {
-    std::string p0, p5, p7, zoom10, zoom11;
-    int32_t flags = 0, x = 0, y = 0;
-    int16_t p14 = 0;
-    [[maybe_unused]] int32_t p6 = 0;
-    walk(*layout_, fmt::kLogo, [&](Recordset& props) {
-      each_property(props, [&](int id, const std::string& v) {
-        switch (id) {
-          case 0:
-            p0 = v;
-            break;
-          case 2:
-            flags = hex(v);
-            break;
-          case 4:
-            x = dots(v);
-            break;
-          case 5:
-            p5 = v;
-            break;
-          case 6:
-            p6 = rounded(v);
-            break;
-          case 7:
-            p7 = v;
-            break;
-          case 8:
-            y = dots(v);
-            break;
-          case 10:
-            zoom10 = layout::m_RetrieveZoomId(v);
-            break;
-          case 11:
-            zoom11 = layout::m_RetrieveZoomId(v);
-            break;
-          case 14:
-            p14 = Variant(v).to_int16();
-            break;
-        }
-      });
-      int32_t image = Variant(p5).to_int32();
+    ObjectValues v;
+    walk(*layout_, fmt::kLogo, fmt::kLogo5000Reads, v, [&](const ObjectValues& v) {
+      int32_t image = Variant(v.t(p::kImage)).to_int32();
       std::string name = m_strRetrieveImageNumber2ImageName(image);
       // IMG is the only quoted value; TDA and NRC carry no value; there is no ALL.
-      append(result, std::string(fmt::kMessageOpen) +
-                         attr("ID", std::to_string(object_id(ticket_, p0))) + attr("NRG", p5) +
-                         attr("IMG", "\"" + name + "\"") + attr("TCA", p14 == 0 ? "99" : "98") +
-                         attr("TDA", "") + attr("COX", std::to_string(add(x, origin_x_))) +
-                         attr("COY", std::to_string(add(y, origin_y_))) +
-                         attr("ESX", std::to_string(Variant(zoom11).to_int32())) +
-                         attr("ESY", std::to_string(Variant(zoom10).to_int32())) + attr("DIR", p7) +
-                         attr("NRC", "") + flag_attributes(flags) +
-                         std::string(fmt::kMessageClose));
+      append(
+          result,
+          std::string(fmt::kMessageOpen) +
+              attr("ID", std::to_string(object_id(ticket_, v.t(p::kField)))) +
+              attr("NRG", v.t(p::kImage)) + attr("IMG", "\"" + name + "\"") +
+              attr("TCA", std::string(v.i(p::kStyle) == 0 ? fmt::kLogoPlain : fmt::kLogoStyled)) +
+              attr("TDA", "") + position_5000(v.i(p::kX), v.i(p::kY)) +
+              magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
+              attr("NRC", "") + flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
     });
   });
   return result;

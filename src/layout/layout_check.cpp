@@ -27,8 +27,9 @@ LayoutCheck check_layout(int32_t dept, int32_t layout) {
     auto props = objects->Fields("Property").as<automation::Recordset>();
     for (props->MoveFirst(); !props->Eof(); props->MoveNext()) {
       int id = props->Fields("Id").to_int32();
-      if (id == 0) field = props->Fields("value").to_text();
-      if (id == 4) data_type = props->Fields("value").to_text();
+      // Every kind numbers its field 0; only texts carry a data type.
+      if (id == fmt::text::kField) field = props->Fields("value").to_text();
+      if (id == fmt::text::kDataType) data_type = props->Fields("value").to_text();
     }
     std::string where = "object " + objects->Fields("TD_OBJ").to_string() + " (" +
                         kinds[type >= 1 && type <= 4 ? type : 0] + ", field " + field + ")";
