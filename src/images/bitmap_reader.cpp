@@ -18,8 +18,8 @@ std::string ByteStream::Read(std::size_t n) {
   return s;
 }
 
-std::string ByteStream::rest() {
-  std::string s = bytes_.substr(pos_);
+std::string_view ByteStream::rest() {
+  std::string_view s = std::string_view(bytes_).substr(pos_);
   pos_ = bytes_.size();
   return s;
 }
@@ -28,9 +28,14 @@ std::string read_file_bytes(const std::string& path) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(path, ec))
     automation::raise(automation::kFileNotFound, "File not found: " + path);
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) automation::raise(automation::kPathFileAccessError, "Path/File access error: " + path);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  // One read of the whole file, sized from its end.
+  std::string bytes(static_cast<std::size_t>(std::max<std::streamoff>(in.tellg(), 0)), '\0');
+  in.seekg(0);
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  return bytes;
 }
 
 int32_t m_lngBinary2Long(const std::string& bytes, const char* class_name) {
@@ -83,16 +88,16 @@ bool m_booScanBitmapHeader(ByteStream& stream, int32_t expected_size, HeaderScan
   return accepted;
 }
 
-std::string m_strBitmap2Scales(const std::string& pixels, int32_t width, bool inverted) {
+void append_bitmap_rows(std::string& out, std::string_view pixels, int32_t width, bool inverted) {
   int64_t r = (static_cast<int64_t>(width) + 7) / 8;
-  if (r <= 0) return "";
+  if (r <= 0) return;
   int64_t stride = (r + 3) / 4 * 4;
   int pad_bits = static_cast<int>(8 * r - width);
   unsigned char mask = static_cast<unsigned char>((1u << pad_bits) - 1);
-  std::string out;
   int64_t rows = static_cast<int64_t>(pixels.size()) / stride;
-  out.resize(static_cast<std::size_t>(rows * r));
-  char* dst = out.data();
+  std::size_t start = out.size();
+  out.resize(start + static_cast<std::size_t>(rows * r));
+  char* dst = out.data() + start;
   // Rows are stored bottom first; bytes before the first whole row are ignored.
   for (int64_t offset = static_cast<int64_t>(pixels.size()) - stride; offset >= 0;
        offset -= stride) {
@@ -108,6 +113,11 @@ std::string m_strBitmap2Scales(const std::string& pixels, int32_t width, bool in
       *dst++ = static_cast<char>(b);
     }
   }
+}
+
+std::string m_strBitmap2Scales(std::string_view pixels, int32_t width, bool inverted) {
+  std::string out;
+  append_bitmap_rows(out, pixels, width, inverted);
   return out;
 }
 

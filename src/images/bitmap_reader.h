@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace qk::images {
 
@@ -24,7 +25,7 @@ class ByteStream {
  public:
   explicit ByteStream(std::string bytes) : bytes_(std::move(bytes)) {}
   std::string Read(std::size_t n);
-  std::string rest();  // every byte from the position on
+  std::string_view rest();  // every byte from the position on, valid while the stream lives
   std::size_t size() const { return bytes_.size(); }
 
  private:
@@ -54,6 +55,8 @@ bool m_booScanBitmapHeader(ByteStream& stream, int32_t expected_size, HeaderScan
 
 // m_strBitmap2Scales: rows top first, R = (width + 7) \ 8 bytes each, BMP padding dropped.
 // Inverted: every byte negated and the last byte's pad bits cleared; otherwise pad bits set.
-std::string m_strBitmap2Scales(const std::string& pixels, int32_t width, bool inverted);
+std::string m_strBitmap2Scales(std::string_view pixels, int32_t width, bool inverted);
+// The same, appended to `out` (no intermediate copy).
+void append_bitmap_rows(std::string& out, std::string_view pixels, int32_t width, bool inverted);
 
 }  // namespace qk::images

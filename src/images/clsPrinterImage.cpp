@@ -47,7 +47,7 @@ automation::StringArray clsPrinterImage::p_strProtocol() {
     if (!images::m_booScanBitmapHeader(stream, static_cast<int32_t>(stream.size()), h, false,
                                        kClass))
       return;
-    data += images::m_strBitmap2Scales(stream.rest(), h.width, h.inverted);
+    images::append_bitmap_rows(data, stream.rest(), h.width, h.inverted);
     std::vector<std::string> frames;
     frames.reserve(data.size() / fmt::kFrameLength + fmt::kMinimumFrames);
     for (std::size_t pos = 0; pos < data.size(); pos += fmt::kFrameLength)
