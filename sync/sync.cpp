@@ -306,7 +306,7 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
       &problems);
   for (const auto& p : problems) o.say(p);
   if (!problems.empty() || stopped) r.status = SyncReport::Failed;
-  if (visited == 0) r.status = SyncReport::NoLine;
+  if (visited == 0 && problems.empty()) r.status = SyncReport::NoLine;
   r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return r;
 }
