@@ -170,3 +170,17 @@ TEST(Recordset, ContractMembers) {
   EXPECT_EQ(error_of([&] { rs.Fields("C"); }), kItemNotFound);
   EXPECT_EQ(error_of([&] { rs.AbsolutePosition(3); }), kNoCurrentRecord);
 }
+
+// The classes keep the configured lines as given when written: a caller that changes its own
+// array afterwards changes nothing in the class, and what the class hands back is a copy too.
+TEST(ConfiguredLines, StoredAsAtTheWrite) {
+  auto lines = std::make_shared<VariantArray>(std::vector<std::pair<long, long>>{{0, 1}, {0, 7}});
+  lines->at(1, 0) = 1;
+  Variant given(lines);
+  Variant kept = given.copied();
+  lines->at(1, 0) = 0;
+  EXPECT_EQ(kept.to_array()->at(1, 0).to_int32(), 1);
+  EXPECT_EQ(given.to_array()->at(1, 0).to_int32(), 0);
+  Variant number(5);
+  EXPECT_EQ(number.copied().to_int32(), 5);  // anything but an array is itself
+}

@@ -282,3 +282,20 @@ TEST_F(ArchiveFixture, VatRatesAndTotals) {
   pos = 2;
   EXPECT_THROW(t.CursorPosition(pos), automation::Error);  // no trap: the caller sees it
 }
+
+// The configured lines are taken as they are when written: changing the caller's array later
+// does not change what the next reset masks.
+TEST_F(Keys, ConfiguredLinesAreCopiedWhenWritten) {
+  exec(
+      "insert into BARCODE (BC_BNC, BC_FORM, BC_VALUE, BC_FLAGTRASM) values (1, 1, 'A#6', '1111')");
+  Variant lines = configured(1, {1, 1, 1, 1});
+  clsBarCode bc;
+  bc.p_varKey(Variant(1));
+  bc.p_strForm("1");
+  bc.p_varConfiguredLines(lines);
+  for (long i = 1; i < 4; ++i) lines.to_array()->at(1, i) = 0;  // the caller's own array changes
+  int32_t line = 1;
+  bc.p_ResetFlagTrasm(line);
+  EXPECT_EQ(scalar("select BC_FLAGTRASM from BARCODE"), "0111");
+  EXPECT_EQ(bc.p_varConfiguredLines().to_array()->at(1, 3).to_int32(), 1);
+}

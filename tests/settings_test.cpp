@@ -203,3 +203,67 @@ TEST_F(StoreFixture, TranslationsFromLanguageFiles) {
   t.LangCode("../registry");
   EXPECT_TRUE(t.StringValues().empty());
 }
+
+namespace {
+
+// A registry branch whose subkeys fail with a chosen error: "Bad9" and "Bad92" when listing
+// their subkeys, "Bad5" when listing its values. Every subkey has one value named after it.
+class FailingRegistry : public RegistryHelper {
+ public:
+  std::vector<std::string> EnumRegistryKeys(unsigned long, const std::string& path) override {
+    if (path.ends_with("Varlen System")) return {"Bad9", "Bad92", "Bad5", "Good"};
+    if (path.ends_with("Bad9")) automation::raise(automation::kSubscriptOutOfRange);
+    if (path.ends_with("Bad92")) automation::raise(automation::kForLoopNotInitialized);
+    return {};
+  }
+  std::vector<KeyValue> EnumKeyValues(unsigned long, const std::string& path) override {
+    if (path.ends_with("Bad5")) automation::raise(automation::kInvalidProcedureCall);
+    std::string last = path.substr(path.rfind('\\') + 1);
+    return {{"Value" + last, "1"}};
+  }
+};
+
+}  // namespace
+
+// Error 9 is skipped and the subkey's walk goes on; 92 is logged and 5 reported, and either ends
+// that subkey's walk (its values are not imported); the other subkeys are imported.
+TEST_F(StoreFixture, RecursionStopsAtErrorsOtherThanNine) {
+  automation::register_component(kRegistryHelperId,
+                                 [] { return std::make_shared<FailingRegistry>(); });
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  store.RetrieveValuesFromRegistry(2, 1, 0);
+  struct Row {
+    const char* key;
+    bool imported;
+  } rows[] = {
+      {"ValueBad9", true}, {"ValueBad92", false}, {"ValueBad5", false}, {"ValueGood", true}};
+  for (const auto& r : rows)
+    EXPECT_EQ(store.GetSetting("", "", r.key, "absent") == "1", r.imported) << r.key;
+  ASSERT_EQ(spy->calls.size(), 1u);  // error 5 only
+  EXPECT_EQ(spy->calls[0].number, 5);
+  EXPECT_EQ(spy->calls[0].procedure, "m_recurseKeyRegistry");
+  companions::register_registry_helper();
+}
+
+// The settings store's entries are information entries, not errors.
+TEST_F(StoreFixture, EventLogEntriesAreInformation) {
+  automation::register_component(kRegistryHelperId,
+                                 [] { return std::make_shared<FailingRegistry>(); });
+  clsRegistry2Xml store;
+  store.CreateDoc();
+  store.RetrieveValuesFromRegistry(2, 1, 0);  // "Rilevato errore 92 …"
+  dir.write("registry.xml", "<root/>");
+  store.SaveSetting("Varlen System", "Appl", "X", "1");  // "clsRegistry2Xml@SaveSetting …"
+  struct Row {
+    const char* starts;
+  } rows[] = {{"Rilevato errore 92 in procedura clsRegistry2Xml.m_recurseKeyRegistry"},
+              {"clsRegistry2Xml@SaveSetting "}};
+  for (const auto& r : rows) {
+    auto it = std::find_if(host.events.begin(), host.events.end(),
+                           [&](const auto& e) { return e.second.rfind(r.starts, 0) == 0; });
+    ASSERT_NE(it, host.events.end()) << r.starts;
+    EXPECT_EQ(it->first, host::kEventInformation) << r.starts;
+  }
+  companions::register_registry_helper();
+}

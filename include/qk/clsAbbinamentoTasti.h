@@ -42,8 +42,9 @@ class clsAbbinamentoTasti {
   std::string p_strFlagTrasm50();
   // Merged flags of the key's block (the rows the type "35" record is built from).
   std::string p_strFlagTrasm();
-  automation::Variant p_varConfiguredLines() const { return configured_; }
-  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v; }
+  // Stored as given: a copy made when it is written, and a copy handed back.
+  automation::Variant p_varConfiguredLines() const { return configured_.copied(); }
+  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v.copied(); }
   void p_ResetFlagTrasm20(int32_t& lngLine);
   // One 2000-series record for the key (or the walk's current key).
   std::string p_strProtocolO20();

@@ -26,8 +26,9 @@ class clsAdvertisingMessage {
   int16_t RecordCount() const { return record_count_; }
   void CursorPosition(int16_t v) { cursor_ = v; }
   void InitializeGlobal();
-  automation::Variant configuredLines() const { return configured_; }
-  void configuredLines(const automation::Variant& v) { configured_ = v; }
+  // Stored as given: a copy made when it is written, and a copy handed back.
+  automation::Variant configuredLines() const { return configured_.copied(); }
+  void configuredLines(const automation::Variant& v) { configured_ = v.copied(); }
   void p_ResetFlagTrasm(int32_t& lngLine);
   std::string p_strFlagTrasm();
 

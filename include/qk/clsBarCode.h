@@ -25,8 +25,9 @@ class clsBarCode {
   std::string p_strFlagTrasm();
   // Masks unconfigured lines (indexes 0 to 3); the database clears lngLine and stores.
   void p_ResetFlagTrasm(int32_t& lngLine);
-  automation::Variant p_varConfiguredLines() const { return configured_; }
-  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v; }
+  // Stored as given: a copy made when it is written, and a copy handed back.
+  automation::Variant p_varConfiguredLines() const { return configured_.copied(); }
+  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v.copied(); }
   bool p_booEOF() const { return eof_; }
   void p_MoveFirst();
   void p_MoveNext();

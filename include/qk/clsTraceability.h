@@ -31,8 +31,9 @@ class clsTraceability {
   // Lists the department's lot numbers (only the pending ones when booVariated), keyed "0",
   // "1", …; recovers up to five times from a lost database (error 462).
   void p_RetrieveTraceabilityId(bool& booVariated);
-  automation::Variant p_varConfiguredLines() const { return configured_; }
-  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v; }
+  // Stored as given: a copy made when it is written, and a copy handed back.
+  automation::Variant p_varConfiguredLines() const { return configured_.copied(); }
+  void p_varConfiguredLines(const automation::Variant& v) { configured_ = v.copied(); }
   void p_ResetFlagTrasm(int32_t& lngLine);
   std::string p_strFlagTrasm();
   // The field formatter without a trap (mode 1 numeric, any other text).

@@ -72,6 +72,10 @@ class Variant {
   }
   std::shared_ptr<VariantArray> to_array() const;
 
+  // The value with an array copied rather than shared, as the host's assignment of an array to a
+  // variable copies it: a class that keeps a caller's array keeps this.
+  Variant copied() const;
+
   // Comparison with a number, as the host's "=" does for "If v = 0": Empty is 0, Null is never
   // equal, a numeric string compares as its number, any other string is a type mismatch.
   bool equals_number(double n) const;

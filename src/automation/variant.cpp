@@ -358,4 +358,11 @@ std::string double_to_text(double v) {
   return s;
 }
 
+Variant Variant::copied() const {
+  if (type() != VarType::Array) return *this;
+  auto a = std::get<std::shared_ptr<VariantArray>>(value_);
+  if (!a) return *this;
+  return Variant(std::make_shared<VariantArray>(*a));
+}
+
 }  // namespace qk::automation

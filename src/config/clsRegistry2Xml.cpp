@@ -26,17 +26,19 @@ TrapLabel label(const char* procedure) {
 }
 
 // Runs body under the trap and, for the procedures that log, writes the failure to the event
-// log as "clsRegistry2Xml@<procedure> <details>".
+// log as an information entry "clsRegistry2Xml@<procedure> <details>".
 template <class Body>
 void trapped_and_logged(const char* procedure, bool report, Body&& body) {
   try {
     body();
   } catch (const automation::Error& e) {
-    host::event_log(host::kEventError, std::string(kClass) + "@" + procedure + " " +
-                                           std::to_string(e.number()) + " " + e.description());
+    host::event_log(host::kEventInformation, std::string(kClass) + "@" + procedure + " " +
+                                                 std::to_string(e.number()) + " " +
+                                                 e.description());
     if (report) report_trapped(label(procedure), e.number(), e.description());
   } catch (const std::exception& e) {
-    host::event_log(host::kEventError, std::string(kClass) + "@" + procedure + " " + e.what());
+    host::event_log(host::kEventInformation,
+                    std::string(kClass) + "@" + procedure + " " + e.what());
     if (report) report_trapped(label(procedure), automation::kDatabaseError, e.what());
   }
 }
@@ -157,27 +159,32 @@ void clsRegistry2Xml::m_readRegistry() {
 }
 
 void clsRegistry2Xml::m_recurseKeyRegistry(const std::string& path, RegistryHelper& helper) {
-  // Resume-next walk: an empty subkey list (error 9) is skipped, error 92 is logged.
+  // Resume-next for error 9 only (an empty subkey list): that statement is skipped and the walk
+  // goes on. Error 92 is logged and any other error reported; either ends this procedure.
+  struct End {};
   auto step = [&](auto&& f) {
     try {
       f();
     } catch (const automation::Error& e) {
       if (e.number() == automation::kSubscriptOutOfRange) return;
-      if (e.number() == automation::kForLoopNotInitialized) {
-        host::event_log(host::kEventError,
+      if (e.number() == automation::kForLoopNotInitialized)
+        host::event_log(host::kEventInformation,
                         "Rilevato errore 92 in procedura clsRegistry2Xml.m_recurseKeyRegistry");
-        return;
-      }
-      report_trapped(label("m_recurseKeyRegistry"), e.number(), e.description());
+      else
+        report_trapped(label("m_recurseKeyRegistry"), e.number(), e.description());
+      throw End{};
     }
   };
-  std::vector<std::string> subkeys;
-  step([&] { subkeys = helper.EnumRegistryKeys(RegistryHelper::kHkeyCurrentUser, path); });
-  step([&] {
-    for (const auto& v : helper.EnumKeyValues(RegistryHelper::kHkeyCurrentUser, path))
-      m_addNodeAndValue(path, v.sKey, v.sValue);
-  });
-  for (const auto& s : subkeys) step([&] { m_recurseKeyRegistry(path + "\\" + s, helper); });
+  try {
+    std::vector<std::string> subkeys;
+    step([&] { subkeys = helper.EnumRegistryKeys(RegistryHelper::kHkeyCurrentUser, path); });
+    step([&] {
+      for (const auto& v : helper.EnumKeyValues(RegistryHelper::kHkeyCurrentUser, path))
+        m_addNodeAndValue(path, v.sKey, v.sValue);
+    });
+    for (const auto& s : subkeys) step([&] { m_recurseKeyRegistry(path + "\\" + s, helper); });
+  } catch (const End&) {
+  }
 }
 
 void clsRegistry2Xml::m_addNodeAndValue(const std::string& path, const std::string& name,
