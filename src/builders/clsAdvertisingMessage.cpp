@@ -5,6 +5,7 @@
 #include "frame/flags.h"
 #include "frame/globals.h"
 #include "frame/report_error.h"
+#include "frame/tagged_message.h"
 
 namespace qk {
 
@@ -14,13 +15,8 @@ using automation::Variant;
 namespace {
 
 constexpr const char* kClass = "clsAdvertisingMessage";
-constexpr char kQuote = '"';
 TrapLabel label(const char* procedure) {
   return {procedure, kClass};
-}
-
-std::string quoted(const std::string& v) {
-  return kQuote + v + kQuote;
 }
 
 // A Null field joins as "" (the host's & does the same).
@@ -65,14 +61,17 @@ std::string clsAdvertisingMessage::m_strProtocolO50() {
       list_ = db().p_ADVERTISING_objRetrieveById(counter_, id_);
     }
     const auto& rec = *list_;
-    std::string head =
-        "<MSG OPE=NEW TYP=MSG ID=" + quoted(std::to_string(id_)) + " SOR=" + quoted("2");
+    using tagged_message::attribute;
+    using tagged_message::quoted_attribute;
+    std::string head = std::string(fmt::kAdOpen) + quoted_attribute(fmt::kId, std::to_string(id_)) +
+                       quoted_attribute(fmt::kSource, fmt::kSourceValue);
     if (rec.Eof()) {
-      result = head + " TIP=0";
-      for (const char* a : {" NOM=", " SEC=", " RIP=", " VEL="}) result += a + quoted("");
+      result = head + attribute(fmt::kMode, fmt::kMissingMode);
+      for (auto a : {fmt::kFile, fmt::kPersistence, fmt::kRepeat, fmt::kRate})
+        result += quoted_attribute(a, "");
       for (const auto* pieces : {fmt::kText1, fmt::kText2})
-        for (int i = 0; i < 4; ++i) result += std::string(pieces[i].name) + quoted("");
-      result += "/>";
+        for (int i = 0; i < 4; ++i) result += quoted_attribute(pieces[i].name, "");
+      result += fmt::kAdClose;
       return;
     }
     std::string texts[fmt::kAssociatedTexts];
@@ -82,14 +81,15 @@ std::string clsAdvertisingMessage::m_strProtocolO50() {
       if (n >= fmt::kAssociatedTexts) automation::raise(automation::kSubscriptOutOfRange);
       texts[n++] = field(*rs, "MESSAGE");
     }
-    std::string msg = head + " TIP=" + quoted(field(rec, "Mode")) +
-                      " NOM=" + quoted(field(rec, "IM_FILE_NAME")) +
-                      " SEC=" + quoted(field(rec, "PERSISTENCE")) +
-                      " RIP=" + quoted(field(rec, "REPEAT")) + " VEL=" + quoted(field(rec, "Rate"));
+    std::string msg = head + quoted_attribute(fmt::kMode, field(rec, "Mode")) +
+                      quoted_attribute(fmt::kFile, field(rec, "IM_FILE_NAME")) +
+                      quoted_attribute(fmt::kPersistence, field(rec, "PERSISTENCE")) +
+                      quoted_attribute(fmt::kRepeat, field(rec, "REPEAT")) +
+                      quoted_attribute(fmt::kRate, field(rec, "Rate"));
     for (int t = 0; t < fmt::kAssociatedTexts; ++t)
       for (const auto& p : t == 0 ? fmt::kText1 : fmt::kText2)
-        msg += std::string(p.name) + quoted(mid(texts[t], p.start, p.length));
-    result = msg + "/>";
+        msg += quoted_attribute(p.name, mid(texts[t], p.start, p.length));
+    result = msg + std::string(fmt::kAdClose);
   });
   return result;
 }

@@ -1,12 +1,15 @@
 #include "qk/clsEText.h"
 
 #include "automation/conversions.h"
+#include "builders/text_message_format.h"
 #include "frame/globals.h"
 #include "frame/report_error.h"
+#include "frame/tagged_message.h"
 
 namespace qk {
 
 using automation::Variant;
+namespace fmt = text_message_format;
 
 namespace {
 constexpr const char* kClass = "clsEText";
@@ -30,15 +33,16 @@ Variant clsEText::Protocol() {
     list_->AbsolutePosition(cursor_);
     int16_t id = list_->Fields("Id").to_int16();
     auto rows = db().p_ETEXT_objRetrieveRowsById(id, 0, counter_);
-    std::string msg =
-        "<MSG TYP=TXT2 OPE=NEW ID=" + std::to_string(id) + " REP=" + std::to_string(counter_);
+    std::string msg = std::string(fmt::kTextOpen) +
+                      tagged_message::attribute(fmt::kId, std::to_string(id)) +
+                      tagged_message::attribute(fmt::kCounter, std::to_string(counter_));
     // Row texts are not escaped: a double quote in a text breaks its attribute, as accepted.
-    for (; !rows->Eof(); rows->MoveNext()) {
-      Variant d = rows->Fields("Descr");
-      msg +=
-          " T" + automation::format_digits(rows->Fields("Row"), "00") + "=\"" + d.to_text() + "\"";
-    }
-    result = msg + " />";
+    for (; !rows->Eof(); rows->MoveNext())
+      msg += tagged_message::quoted_attribute(
+          std::string(fmt::kRowPrefix) +
+              automation::format_digits(rows->Fields("Row"), std::string(fmt::kRowDigits, '0')),
+          rows->Fields("Descr").to_text());
+    result = msg + std::string(tagged_message::kClose);
   });
   return Variant(result);
 }

@@ -1,11 +1,15 @@
 #include "qk/clsSimple.h"
 
 #include "automation/conversions.h"
+#include "frame/date_format.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
+#include "frame/tagged_message.h"
 #include "qk/host.h"
 
 namespace qk {
+
+namespace fmt = date_format;
 
 namespace {
 // Both properties report "DataOra": the tagged form's trap carries the numeric form's name.
@@ -17,11 +21,10 @@ std::string clsSimple::DataOra() const {
   trap(kDataOraTrap, [&] {
     LocalTime t = clock_now();
     std::string year = std::to_string(t.year);
-    result = numeric_record::header(numeric_record::kDateTime) +
-             automation::format_digits(t.day, 2) + automation::format_digits(t.month, 2) +
-             year.substr(year.size() >= 2 ? year.size() - 2 : 0) +
-             automation::format_digits(t.hour, 2) + automation::format_digits(t.minute, 2) +
-             automation::format_digits(t.second, 2);
+    auto two = [](int v) { return automation::format_digits(v, fmt::kFieldDigits); };
+    result = numeric_record::header(numeric_record::kDateTime) + two(t.day) + two(t.month) +
+             year.substr(year.size() >= 2 ? year.size() - 2 : 0) + two(t.hour) + two(t.minute) +
+             two(t.second);
   });
   return result;
 }
@@ -30,14 +33,14 @@ std::string clsSimple::DataOraO5000() const {
   std::string result;
   trap(kDataOraTrap, [&] {
     LocalTime t = clock_now();
-    result = "<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA";
-    result += " YYY=" + std::to_string(t.year - 1900);
-    result += " MMM=" + std::to_string(t.month);
-    result += " DAY=" + std::to_string(t.day);
-    result += " HHH=" + std::to_string(t.hour);
-    result += " MIN=" + std::to_string(t.minute);
-    result += " SSS=" + std::to_string(t.second);
-    result += " />";
+    using tagged_message::attribute;
+    result =
+        std::string(fmt::kOpen) + attribute(fmt::kYear, std::to_string(t.year - fmt::kYearBase)) +
+        attribute(fmt::kMonth, std::to_string(t.month)) +
+        attribute(fmt::kDay, std::to_string(t.day)) +
+        attribute(fmt::kHour, std::to_string(t.hour)) +
+        attribute(fmt::kMinute, std::to_string(t.minute)) +
+        attribute(fmt::kSecond, std::to_string(t.second)) + std::string(tagged_message::kClose);
   });
   return result;
 }
