@@ -9,6 +9,7 @@
 #include "frame/modUtility.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
+#include "frame/tagged_message.h"
 #include "qk/host.h"
 
 namespace qk {
@@ -32,6 +33,12 @@ std::string text(const Recordset& rs, const std::string& column) {
 }
 std::string description(const Recordset& rs, int line) {
   return text(rs, "TRC_DESC" + std::to_string(line));
+}
+
+// "T01" … "T20" of the 5000 message.
+std::string line_name(int n) {
+  return std::string(fmt::k5000LinePrefix) +
+         automation::format_digits(n, std::string(fmt::k5000LineDigits, '0'));
 }
 
 // The host's Trim: blanks only.
@@ -95,23 +102,27 @@ std::string clsTraceability::m_VELTA_strProtocol() {
       return;
     }
     std::string code = text(*rs, "TRC_ID_LOT");
+    auto quoted = [](std::string_view v) { return kQuote + std::string(v) + kQuote; };
+    auto line = [&](int n, std::string_view v) {
+      return std::string(fmt::kVeltaLineOpen) + std::to_string(n) +
+             std::string(fmt::kVeltaLineEquals) + quoted(v) + std::string(fmt::kVeltaLineClose);
+    };
     // No line break after the first tag: T2 follows on the same line.
-    std::string block = "<T1 = " + std::string(1, kQuote) + code + kQuote + ">";
+    std::string block = line(1, code);
     if (description(*rs, 1) == fmt::kDeleteMarker) {
       result =
-          "<DELETE_ARC=TRACC><DEL=" + std::string(1, kQuote) + code + kQuote + "><END_DELETE_ARC>";
+          std::string(fmt::kVeltaDeleteOpen) + quoted(code) + std::string(fmt::kVeltaDeleteClose);
       return;
     }
     std::string key = code;
     for (; !rs->Eof(); rs->MoveNext())
       for (int i = 1; i <= fmt::kDescriptionLines; ++i)
-        block += "<T" + std::to_string(i + 1) + " = " + kQuote + trim(description(*rs, i)) +
-                 kQuote + ">" + std::string(fmt::kCrLf);
+        block += line(i + 1, trim(description(*rs, i))) + std::string(fmt::kCrLf);
     clsConfigurationPrs parameters;
-    std::string name = "SEND_HEADSET";
+    std::string name(fmt::kVeltaHeadsetParameter);
     if (parameters.RetrieveVeltaGeneralParameter(name) != "Y") key = std::to_string(id);
-    result = "<WRITE_ARC = TRACC," + std::string(1, kQuote) + key + kQuote + " >" +
-             std::string(fmt::kCrLf) + block + "<END_WRITE_ARC>";
+    result = std::string(fmt::kVeltaWriteOpen) + quoted(key) + std::string(fmt::kVeltaWriteKeyEnd) +
+             std::string(fmt::kCrLf) + block + std::string(fmt::kVeltaWriteClose);
   });
   return result;
 }
@@ -187,7 +198,10 @@ std::string clsTraceability::m_5000_strProtocol() {
   std::string result;
   trap(label("m_5000_strProtocol"), [&] {
     int32_t id = lot_number();
-    std::string msg = "<MSG OPE=NEW TYP=LOT REP=" + std::to_string(bnc_);
+    using tagged_message::attribute;
+    using tagged_message::quoted_attribute;
+    std::string msg =
+        std::string(fmt::k5000NewOpen) + attribute(fmt::k5000Department, std::to_string(bnc_));
     // This builder passes the lot number as a floating value; it selects the same lot.
     RecordsetPtr rs =
         db().p_TRACEABILITY_objRetrieveRows(bnc_, Variant(automation::leading_number(id_)));
@@ -196,19 +210,21 @@ std::string clsTraceability::m_5000_strProtocol() {
     Variant w = rs->Fields("WCHARGED");
     int32_t charged =
         automation::double_to_int32(automation::leading_number(w.is_null() ? "0" : w.to_string()));
-    msg += " ID=" + trc_id + " MOD=" + text(*rs, "TRC_MODE") + " T01=" + kQuote + code + kQuote;
+    msg += attribute(fmt::k5000Id, trc_id) + attribute(fmt::k5000Mode, text(*rs, "TRC_MODE")) +
+           quoted_attribute(line_name(1), code);
     long total = 0;
     for (; !rs->Eof(); rs->MoveNext()) {
       for (int i = 1; i <= fmt::k5000Lines; ++i) {
         std::string d = description(*rs, i);
-        msg += " T" + automation::format_digits(i + 1, 2) + "=" + kQuote + d + kQuote;
+        msg += quoted_attribute(line_name(i + 1), d);
         total += static_cast<long>(d.size());
       }
-      msg += " DTC=0";
+      msg += attribute(fmt::k5000Dtc, fmt::k5000DtcValue);
     }
     if (total == 0 && id == modUtility::p_lngNumericValue(code))
-      msg = "<MSG OPE=DEL TYP=LOT ID=" + trc_id;
-    result = msg + " CAR=" + std::to_string(charged) + " />";
+      msg = std::string(fmt::k5000DeleteOpen) + attribute(fmt::k5000Id, trc_id);
+    result = msg + attribute(fmt::k5000Charged, std::to_string(charged)) +
+             std::string(tagged_message::kClose);
   });
   return result;
 }

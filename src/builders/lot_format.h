@@ -14,6 +14,25 @@
 namespace qk::lot_format {
 
 inline constexpr std::string_view kCrLf = "\r\n";
+
+// Velta: "<WRITE_ARC = TRACC,"key" >", lines as "<Tn = "value">", deletion by code.
+inline constexpr std::string_view kVeltaWriteOpen = "<WRITE_ARC = TRACC,";
+inline constexpr std::string_view kVeltaWriteKeyEnd = " >";
+inline constexpr std::string_view kVeltaWriteClose = "<END_WRITE_ARC>";
+inline constexpr std::string_view kVeltaDeleteOpen = "<DELETE_ARC=TRACC><DEL=";
+inline constexpr std::string_view kVeltaDeleteClose = "><END_DELETE_ARC>";
+inline constexpr std::string_view kVeltaLineOpen = "<T";
+inline constexpr std::string_view kVeltaLineEquals = " = ";
+inline constexpr std::string_view kVeltaLineClose = ">";
+inline constexpr std::string_view kVeltaHeadsetParameter = "SEND_HEADSET";
+
+// 5000: attribute names of the tagged message; T01 is the code, T02…T20 the lines.
+inline constexpr std::string_view k5000NewOpen = "<MSG OPE=NEW TYP=LOT";
+inline constexpr std::string_view k5000DeleteOpen = "<MSG OPE=DEL TYP=LOT";
+inline constexpr std::string_view k5000Department = "REP", k5000Id = "ID", k5000Mode = "MOD",
+                                  k5000LinePrefix = "T", k5000Dtc = "DTC", k5000Charged = "CAR";
+inline constexpr std::string_view k5000DtcValue = "0";
+inline constexpr int k5000LineDigits = 2;
 inline constexpr std::string_view kDeleteMarker = "<TBD>";
 inline constexpr int kDescriptionLines = 20;
 
