@@ -20,6 +20,7 @@
 namespace qk {
 
 namespace fmt = layout_format;
+namespace a = layout_format::attribute;
 using automation::Recordset;
 using automation::StringArray;
 using automation::Variant;
@@ -60,9 +61,9 @@ std::string attr(std::string_view name, const std::string& value) {
 }
 // FL1..FL4: bits 1, 0, 6 and 7 of the flag byte, inverted (1 = the bit is clear).
 std::string flag_attributes(int32_t b) {
-  auto clear = [&](int bit) { return (b & bit) == 0 ? "1" : "0"; };
-  return attr("FL1", clear(2)) + attr("FL2", clear(1)) + attr("FL3", clear(64)) +
-         attr("FL4", clear(128));
+  std::string s;
+  for (const auto& f : fmt::attribute::kFlags) s += attr(f.name, (b & f.bit) == 0 ? "1" : "0");
+  return s;
 }
 
 // The property values a builder has read. They persist from one object to the next, as the
@@ -145,8 +146,9 @@ void walk(Recordset& layouts, int kind, const fmt::PropertyRead (&reads)[N], Obj
 // ESX, ESY and DIR of a 5000-series message: the magnifications written again as plain numbers.
 std::string magnifications_and_direction(const ObjectValues& v, int width, int height,
                                          int direction) {
-  return attr("ESX", std::to_string(Variant(v.t(width)).to_int32())) +
-         attr("ESY", std::to_string(Variant(v.t(height)).to_int32())) + attr("DIR", v.t(direction));
+  return attr(a::kZoomWidth, std::to_string(Variant(v.t(width)).to_int32())) +
+         attr(a::kZoomHeight, std::to_string(Variant(v.t(height)).to_int32())) +
+         attr(a::kDirection, v.t(direction));
 }
 
 // The 3000 series leaves out objects whose field number is over 50.
@@ -228,9 +230,10 @@ std::string clsLayout::ticket(bool series5000) {
         if (id == p::kOriginY) origin_y_ = v.i(p::kOriginY);
       });
   if (series5000)
-    return std::string(fmt::kMessageOpen) + attr("ID", std::to_string(object_id(ticket_, "0"))) +
-           attr("DIX", std::to_string(dots(v.t(p::kWidth)))) +
-           attr("DIY", std::to_string(dots(v.t(p::kHeight)))) + std::string(fmt::kMessageClose);
+    return std::string(fmt::kMessageOpen) + attr(a::kId, std::to_string(object_id(ticket_, "0"))) +
+           attr(a::kWidth, std::to_string(dots(v.t(p::kWidth)))) +
+           attr(a::kHeight, std::to_string(dots(v.t(p::kHeight)))) +
+           std::string(fmt::kMessageClose);
   return m_strHeader() + "00" + digits(dots(v.t(p::kWidth)), 3) + digits(dots(v.t(p::kHeight)), 4) +
          std::to_string(Variant(v.t(p::kCode)).to_int32());
 }
@@ -258,8 +261,8 @@ std::string clsLayout::record_3000(const std::string& field, int32_t flags,
 
 // COX and COY of a 5000-series message: the position plus the ticket origin.
 std::string clsLayout::position_5000(int32_t x, int32_t y) const {
-  return attr("COX", std::to_string(add(x, origin_x_))) +
-         attr("COY", std::to_string(add(y, origin_y_)));
+  return attr(a::kX, std::to_string(add(x, origin_x_))) +
+         attr(a::kY, std::to_string(add(y, origin_y_)));
 }
 
 StringArray clsLayout::m_strText() {
@@ -347,14 +350,14 @@ StringArray clsLayout::m_strTextOrva5000() {
             std::to_string(add(Variant(v.t(p::kFieldValue)).to_int32(), fmt::kDataTypeBase));
       int32_t font = Variant(v.t(p::kFont)).to_int32();
       if (font < fmt::kFontShiftBelow) font += 1;
-      append(result,
-             std::string(fmt::kMessageOpen) +
-                 attr("ID", std::to_string(object_id(ticket_, field))) +
-                 attr("TCA", std::to_string(font)) + attr("TDA", data_type) +
-                 attr("NRG", field_value) + position_5000(v.i(p::kX), v.i(p::kY)) +
-                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-                 attr("ALL", v.t(p::kAlignment)) + attr("NRC", v.t(p::kCharacters)) +
-                 flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
+      append(
+          result,
+          std::string(fmt::kMessageOpen) + attr(a::kId, std::to_string(object_id(ticket_, field))) +
+              attr(a::kFont, std::to_string(font)) + attr(a::kDataType, data_type) +
+              attr(a::kFieldValue, field_value) + position_5000(v.i(p::kX), v.i(p::kY)) +
+              magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
+              attr(a::kAlignment, v.t(p::kAlignment)) + attr(a::kCharacters, v.t(p::kCharacters)) +
+              flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
     });
   });
   return result;
@@ -368,13 +371,14 @@ StringArray clsLayout::m_strBarcodeOrva5000() {
     walk(*layout_, fmt::kBarcode, fmt::kBarcode5000Reads, v, [&](const ObjectValues& v) {
       append(result,
              std::string(fmt::kMessageOpen) +
-                 attr("ID", std::to_string(object_id(ticket_, v.t(p::kField)))) +
-                 attr("TCA", std::to_string(v.i(p::kType))) +
-                 attr("TDA", std::string(fmt::kBarcodeDataType)) +
-                 position_5000(v.i(p::kX), v.i(p::kY)) + attr("NRG", v.t(p::kFieldValue)) +
+                 attr(a::kId, std::to_string(object_id(ticket_, v.t(p::kField)))) +
+                 attr(a::kFont, std::to_string(v.i(p::kType))) +
+                 attr(a::kDataType, std::string(fmt::kBarcodeDataType)) +
+                 position_5000(v.i(p::kX), v.i(p::kY)) + attr(a::kFieldValue, v.t(p::kFieldValue)) +
                  magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-                 attr("ALL", v.t(p::kAlignment)) + attr("NRC", v.t(p::kCharacters)) +
-                 flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
+                 attr(a::kAlignment, v.t(p::kAlignment)) +
+                 attr(a::kCharacters, v.t(p::kCharacters)) + flag_attributes(v.i(p::kFlags)) +
+                 std::string(fmt::kMessageClose));
     });
   });
   return result;
@@ -389,15 +393,16 @@ StringArray clsLayout::m_strLogoOrva5000() {
       int32_t image = Variant(v.t(p::kImage)).to_int32();
       std::string name = m_strRetrieveImageNumber2ImageName(image);
       // IMG is the only quoted value; TDA and NRC carry no value; there is no ALL.
-      append(
-          result,
-          std::string(fmt::kMessageOpen) +
-              attr("ID", std::to_string(object_id(ticket_, v.t(p::kField)))) +
-              attr("NRG", v.t(p::kImage)) + attr("IMG", "\"" + name + "\"") +
-              attr("TCA", std::string(v.i(p::kStyle) == 0 ? fmt::kLogoPlain : fmt::kLogoStyled)) +
-              attr("TDA", "") + position_5000(v.i(p::kX), v.i(p::kY)) +
-              magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-              attr("NRC", "") + flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
+      append(result,
+             std::string(fmt::kMessageOpen) +
+                 attr(a::kId, std::to_string(object_id(ticket_, v.t(p::kField)))) +
+                 attr(a::kFieldValue, v.t(p::kImage)) + attr(a::kImageFile, "\"" + name + "\"") +
+                 attr(a::kFont,
+                      std::string(v.i(p::kStyle) == 0 ? fmt::kLogoPlain : fmt::kLogoStyled)) +
+                 attr(a::kDataType, "") + position_5000(v.i(p::kX), v.i(p::kY)) +
+                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
+                 attr(a::kCharacters, "") + flag_attributes(v.i(p::kFlags)) +
+                 std::string(fmt::kMessageClose));
     });
   });
   return result;

@@ -56,6 +56,20 @@ inline constexpr int kDataTypeBase = 90000;
 inline constexpr std::string_view kBarcodeDataType = "30";
 inline constexpr std::string_view kLogoPlain = "99", kLogoStyled = "98";
 
+// Attribute names of the 5000 messages.
+namespace attribute {
+inline constexpr std::string_view kId = "ID", kWidth = "DIX", kHeight = "DIY", kFont = "TCA",
+                                  kDataType = "TDA", kFieldValue = "NRG", kX = "COX", kY = "COY",
+                                  kZoomWidth = "ESX", kZoomHeight = "ESY", kDirection = "DIR",
+                                  kAlignment = "ALL", kCharacters = "NRC", kImageFile = "IMG";
+// FL1..FL4 and the bit of the flag byte each one reports (1 when the bit is clear).
+struct FlagBit {
+  std::string_view name;
+  int bit;
+};
+inline constexpr FlagBit kFlags[] = {{"FL1", 2}, {"FL2", 1}, {"FL3", 64}, {"FL4", 128}};
+}  // namespace attribute
+
 // Object kinds (OBJ_TYPE), as enuFieldType.
 inline constexpr int kLogo = 1, kBarcode = 2, kText = 3, kTicket = 4;
 
