@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "child_process.h"
 #include "commands.h"
 #include "qk/error.h"
 #include "qk/host.h"
@@ -85,7 +86,8 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
 
 struct SyncCommand {
   sync::SyncOptions options;
-  std::string out_file, exec, separator = "crlf", serial;
+  std::string out_file, exec, sender, separator = "crlf", serial;
+  double sender_timeout = 30;
 };
 
 void run_sync(const SyncCommand& c) {
@@ -96,8 +98,14 @@ void run_sync(const SyncCommand& c) {
     if (!serial) throw CLI::ValidationError("--serial-settings", why);
   }
   auto separator = sync::parse_separator(c.separator);
-  auto transport = c.out_file.empty() ? sync::command_transport(c.exec)
-                                      : sync::file_transport(c.out_file, *separator, serial);
+  std::unique_ptr<sync::Transport> transport =
+      !c.out_file.empty() ? sync::file_transport(c.out_file, *separator, serial)
+      : !c.sender.empty()
+          ? sync::sender_transport(c.sender, c.sender_timeout, c.options.scope.dept >= 0)
+          : sync::command_transport(c.exec);
+  // Ctrl-C or a TERM stops at the next record: what was confirmed is reset, the rest stays
+  // pending, and the transport's processes are ended.
+  sync::install_stop_handlers();
   auto a = sync::open_archive_tools();
   note("sync of line " + std::to_string(c.options.scope.line) + ": archive " + a->location() +
        ", settings " + qk::host::settings_file());
@@ -136,6 +144,10 @@ void run_sync(const SyncCommand& c) {
   std::fprintf(stderr, "qkp: sync of line %d: %ld records, %lld bytes delivered in %.3f s\n",
                o.scope.line, r.records(), r.bytes(), r.seconds);
   if (r.status != sync::SyncReport::Done) set_exit_status(kExitFailed);
+  if (sync::stop_signal() != 0) {
+    transport.reset();  // ends the sender before qkp goes
+    sync::reraise_stop_signal();
+  }
 }
 
 // The kinds a user may name, with the flags.
@@ -210,6 +222,14 @@ void add_sync_commands(CLI::App& app, Options& g) {
   auto* out = sync->add_option("--out", sc->out_file,
                                "append the records to FILE, or write them to a device");
   auto* exec = sync->add_option("--exec", sc->exec, "run CMD once per string, bytes on stdin");
+  auto* sender = sync->add_option(
+      "--sender", sc->sender,
+      "run CMD once for the line and hand it every record (framed with its department, scale "
+      "and family on its stdin, acknowledged on its stdout; docs/sync.md)");
+  sync->add_option("--sender-timeout", sc->sender_timeout,
+                   "seconds to wait for each acknowledgement of --sender (default 30)")
+      ->check(CLI::Range(0.001, 86400.0))
+      ->needs(sender);
   sync->add_option("--separator", sc->separator,
                    "after each record in --out: crlf (default), lf, none or stx-etx")
       ->check(CLI::IsMember({"crlf", "lf", "none", "stx-etx"}))
@@ -217,11 +237,12 @@ void add_sync_commands(CLI::App& app, Options& g) {
   sync->add_option("--serial-settings", sc->serial,
                    "for a serial line in --out: SPEED,BITS,PARITY,STOP such as 9600,8,N,1")
       ->needs(out);
-  out->excludes(exec);
-  exec->excludes(out);
+  out->excludes(exec, sender);
+  exec->excludes(out, sender);
+  sender->excludes(out, exec);
   sync->callback([sc] {
-    if (sc->out_file.empty() && sc->exec.empty())
-      throw CLI::ValidationError("sync", "give --out FILE or --exec CMD");
+    if (sc->out_file.empty() && sc->exec.empty() && sc->sender.empty())
+      throw CLI::ValidationError("sync", "give --out FILE, --sender CMD or --exec CMD");
     run_sync(*sc);
   });
 

@@ -12,27 +12,13 @@
 #include <sstream>
 #include <vector>
 
+#include "child_process.h"
+
 namespace qk::sync {
 
 namespace {
 
 constexpr char kStx = 0x02, kEtx = 0x03;
-
-bool write_all(int fd, const std::string& bytes) {
-  const char* p = bytes.data();
-  std::size_t left = bytes.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    p += n;
-    left -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
 
 speed_t speed_constant(unsigned speed) {
   switch (speed) {
@@ -67,7 +53,12 @@ class FileTransport : public Transport {
   }
   bool send(const Envelope&, const std::string& bytes) override {
     if (fd_ < 0 && !open()) return false;
-    if (!write_all(fd_, framed(separator_, bytes))) return fail("cannot write to");
+    if (stop_signal() != 0) {
+      error_ = "interrupted by signal " + std::to_string(stop_signal());
+      return false;
+    }
+    std::string f = framed(separator_, bytes);
+    if (!write_all(fd_, f.data(), f.size())) return fail("cannot write to");
     return true;
   }
   bool commit() override {
@@ -138,33 +129,21 @@ class CommandTransport : public Transport {
  public:
   explicit CommandTransport(std::string command) : command_(std::move(command)) {}
   bool send(const Envelope& to, const std::string& bytes) override {
-    int in[2];
-    if (::pipe2(in, O_CLOEXEC) != 0) return fail(std::string("pipe: ") + std::strerror(errno));
-    std::vector<std::string> env = {"QK_DEPT=" + std::to_string(to.dept),
-                                    "QK_LINE=" + std::to_string(to.line),
-                                    "QK_SCALE=" + std::to_string(to.scale),
-                                    "QK_FAMILY=" + to.family,
-                                    "QK_KIND=" + to.kind,
-                                    "QK_ID=" + std::to_string(to.id)};
-    pid_t pid = ::fork();
-    if (pid < 0) return fail(std::string("fork: ") + std::strerror(errno));
-    if (pid == 0) {
-      ::dup2(in[0], 0);
-      for (auto& e : env) ::putenv(e.data());
-      ::execl("/bin/sh", "sh", "-c", command_.c_str(), static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    ::close(in[0]);
-    std::signal(SIGPIPE, SIG_IGN);
-    write_all(in[1], bytes);  // a command that stops reading is judged by its exit status
-    ::close(in[1]);
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    if (stop_signal() != 0) return fail("interrupted by signal " + std::to_string(stop_signal()));
+    std::string why;
+    auto child =
+        start_child(command_,
+                    {"QK_DEPT=" + std::to_string(to.dept), "QK_LINE=" + std::to_string(to.line),
+                     "QK_SCALE=" + std::to_string(to.scale), "QK_FAMILY=" + to.family,
+                     "QK_KIND=" + to.kind, "QK_ID=" + std::to_string(to.id)},
+                    false, &why);
+    if (!child) return fail("\"" + command_ + "\" could not be started (" + why + ")");
+    write_all(child->in, bytes.data(),
+              bytes.size());  // one that stops reading is judged by its status
+    int status = end_child(*child, -1);
+    if (stop_signal() != 0) return fail("interrupted by signal " + std::to_string(stop_signal()));
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
-    return fail("\"" + command_ + "\" " +
-                (WIFEXITED(status) ? "exited with status " + std::to_string(WEXITSTATUS(status))
-                                   : "was killed by signal " + std::to_string(WTERMSIG(status))));
+    return fail("\"" + command_ + "\" " + describe_status(status));
   }
   bool commit() override { return true; }
   std::size_t batch() const override { return 1; }

@@ -27,6 +27,9 @@ class Transport {
   virtual bool commit() = 0;
   // How many records may wait between commits.
   virtual std::size_t batch() const = 0;
+  // After a failure: how many of the strings sent since the last successful commit the far end
+  // confirmed (in the order sent), so that those records can still be counted and reset.
+  virtual std::size_t confirmed() const { return 0; }
   virtual const std::string& error() const = 0;
 };
 
@@ -58,5 +61,13 @@ std::unique_ptr<Transport> file_transport(const std::string& path, Separator sep
 // when the command exits 0. The environment carries QK_DEPT, QK_LINE, QK_SCALE, QK_FAMILY,
 // QK_KIND and QK_ID of the record.
 std::unique_ptr<Transport> command_transport(const std::string& command);
+
+// Starts `sh -c command` once for the line and frames every string on its standard input
+// ("REC n dept line scale family kind id length", LF, the bytes, LF); a string is taken when the
+// command answers "OK n" on its standard output. "ERR n text", another answer, an exit, or no
+// answer within `timeout_seconds` stops delivery. The environment carries QK_LINE and, when the
+// sync serves one department (`one_department`), QK_DEPT, QK_SCALE and QK_FAMILY.
+std::unique_ptr<Transport> sender_transport(const std::string& command, double timeout_seconds,
+                                            bool one_department);
 
 }  // namespace qk::sync

@@ -95,6 +95,7 @@ class LineSync {
   struct Waiting {
     Kind kind;
     long long bytes;
+    std::size_t strings;
     RecordSource* source;  // flagged records only
     int32_t id;
     std::optional<GroupRef> group;
@@ -115,7 +116,7 @@ class LineSync {
     std::string label = source.label(id);
     ContextScope context(line_context_ + ", " + label);
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, flagged ? &source : nullptr, id, source.group(id), {}, label};
+    Waiting w{kind, 0, 0, flagged ? &source : nullptr, id, source.group(id), {}, label};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;
@@ -152,6 +153,7 @@ class LineSync {
     for (const auto& s : strings) {
       if (!t_.send(envelope_, s)) return false;
       w.bytes += static_cast<long long>(s.size());
+      ++w.strings;
     }
     waiting_.push_back(std::move(w));
     o_.progress(++delivered_);
@@ -167,6 +169,12 @@ class LineSync {
     }
     if (waiting_.empty()) return true;
     if (!t_.commit()) return false;
+    settle_waiting();
+    return true;
+  }
+
+  // Counts the waiting records as delivered and resets the flagged ones.
+  void settle_waiting() {
     bool resets = false;
     for (const auto& w : waiting_) {
       KindTally& tally = r_.tally[w.kind];
@@ -176,7 +184,6 @@ class LineSync {
     }
     if (resets) reset_waiting();
     waiting_.clear();
-    return true;
   }
 
   void reset_waiting() {
@@ -215,9 +222,16 @@ class LineSync {
       reading_ = false;
     }
     r_.stopped = t_.error();
-    problem("delivery stopped (" + t_.error() + "); " + std::to_string(waiting_.size()) +
+    // The records the far end confirmed before it stopped are delivered: count and reset them.
+    std::size_t confirmed = t_.confirmed(), kept = 0;
+    for (; kept < waiting_.size() && waiting_[kept].strings <= confirmed; ++kept)
+      confirmed -= waiting_[kept].strings;
+    std::vector<Waiting> unconfirmed(std::make_move_iterator(waiting_.begin() + kept),
+                                     std::make_move_iterator(waiting_.end()));
+    waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(kept), waiting_.end());
+    settle_waiting();
+    problem("delivery stopped (" + t_.error() + "); " + std::to_string(unconfirmed.size()) +
             " records sent but not confirmed and everything not yet sent stay pending");
-    waiting_.clear();
     return false;
   }
 
