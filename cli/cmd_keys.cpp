@@ -134,7 +134,8 @@ void add_keys_commands(CLI::App& app, Options& g) {
   };
   auto to = std::make_shared<TotalsOptions>();
   auto* totals = app.add_subcommand("totals", "Totals requests per article (2000 series)");
-  totals->add_option("--counter", to->counter, "counter, 255 = all")->required();
+  totals->add_option("--dept,--counter", to->counter, "department (counter), 255 = all")
+      ->required();
   totals->add_option("--mode", to->mode, "C, G or V (only flagged articles)")
       ->check(CLI::IsMember({"C", "G", "V"}));
   totals->callback([&g, to] {

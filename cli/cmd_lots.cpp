@@ -7,6 +7,7 @@
 #include "qk/host.h"
 #include "qk/parameters.h"
 #include "session.h"
+#include "sync.h"
 
 namespace qkp {
 
@@ -26,8 +27,8 @@ struct LotOptions {
 };
 
 std::vector<std::string> lot_records(qk::clsTraceability& t, const std::string& family) {
-  if (family == "velta") return {t.p_strProtocol()};
-  if (family == "3000top") return t.p_3000TOP_strProtocol().items();
+  if (family == "VELTA") return {t.p_strProtocol()};
+  if (family == "3000TOP") return t.p_3000TOP_strProtocol().items();
   if (family == "2000") return t.p_2000_strProtocol().items();
   if (family == "3000") return t.p_3000_strProtocol().items();
   return {t.p_5000_strProtocol()};
@@ -45,17 +46,17 @@ void add_lot_commands(CLI::App& app, Options& g) {
   auto* lot = app.add_subcommand("lot", "A traceability lot in one family's protocol");
   lot->add_option("--dept", lo->dept, "department")->required()->check(CLI::NonNegativeNumber);
   lot->add_option("--lot", lo->lot, "lot number")->required();
-  lot->add_option("--family", lo->family, "velta, 3000top, 2000, 3000 or 5000")
-      ->check(CLI::IsMember({"velta", "3000top", "2000", "3000", "5000"}));
+  lot->add_option("--family", lo->family, "VELTA, 3000TOP, 2000, 3000 or 5000 (any case)")
+      ->transform(CLI::IsMember({"VELTA", "3000TOP", "2000", "3000", "5000"}, CLI::ignore_case));
   lot->callback([&g, lo] {
+    qk::sync::ContextScope context("lot " + std::to_string(lo->lot) + " of department " +
+                                   std::to_string(lo->dept) + " (" + lo->family + ")");
     qk::clsTraceability t;
     t.p_lngBnc(lo->dept);
     t.p_strTraceabilityId(std::to_string(lo->lot));
     auto out = lot_records(t, lo->family);
     std::erase(out, std::string());
-    if (out.empty())
-      fail("lot " + std::to_string(lo->lot) + " of department " + std::to_string(lo->dept) +
-           " gave no records");
+    if (out.empty()) fail("gave no records");
     print(g, out);
   });
 
@@ -73,13 +74,16 @@ void add_lot_commands(CLI::App& app, Options& g) {
 
   auto ao = std::make_shared<AdOptions>();
   auto* ads = app.add_subcommand("ads", "Advertising messages (5000 series)");
-  ads->add_option("--counter", ao->counter, "counter (department)")->required();
+  add_dept_option(ads, ao->counter);
   auto* id = ads->add_option("--id", ao->id, "message number");
   auto* all = ads->add_flag("--all", ao->all, "every message of the counter");
   id->excludes(all);
   all->excludes(id);
   ads->callback([&g, ao] {
     if (!ao->all && ao->id == 0) throw CLI::ValidationError("ads", "give --id N or --all");
+    qk::sync::ContextScope context((ao->all ? std::string("advertising messages")
+                                            : "advertising message " + std::to_string(ao->id)) +
+                                   " of department " + std::to_string(ao->counter));
     qk::clsAdvertisingMessage m;
     m.Counter(ao->counter);
     std::vector<std::string> out;
@@ -100,8 +104,9 @@ void add_lot_commands(CLI::App& app, Options& g) {
 
   auto ec = std::make_shared<int32_t>(1);
   auto* etexts = app.add_subcommand("etexts", "Electronic texts (5000 series)");
-  etexts->add_option("--counter", *ec, "counter (department)")->required();
+  add_dept_option(etexts, *ec);
   etexts->callback([&g, ec] {
+    qk::sync::ContextScope context("electronic texts of department " + std::to_string(*ec));
     qk::clsAdvertisingMessage opener;  // creates this thread's database object
     qk::clsEText e;
     e.Counter(*ec);
@@ -139,7 +144,7 @@ void add_lot_flag_commands(CLI::App& app) {
     });
     auto ao = std::make_shared<AdOptions>();
     auto* a = parent->add_subcommand("ads", "an advertising message");
-    a->add_option("--counter", ao->counter, "counter")->required();
+    add_dept_option(a, ao->counter);
     a->add_option("--id", ao->id, "message number")->required();
     if (is_reset) a->add_option("--line", ao->line, "served line, 1 to 8")->required();
     a->callback([ao, is_reset] {

@@ -34,4 +34,7 @@ void add_sync_commands(CLI::App& app, Options& o);
 // The network's configured-lines array (problems reading it are reported as failures).
 qk::automation::Variant network_lines();
 
+// The required department option: --dept, with --counter (the component's own word) as an alias.
+void add_dept_option(CLI::App* cmd, int32_t& dept);
+
 }  // namespace qkp

@@ -22,6 +22,12 @@ qk::automation::Variant network_lines() {
   return qk::sync::configured_lines(network);
 }
 
+void add_dept_option(CLI::App* cmd, int32_t& dept) {
+  cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+}
+
 }  // namespace qkp
 
 int main(int argc, char** argv) {
@@ -50,11 +56,34 @@ int main(int argc, char** argv) {
   qkp::add_params_command(app, options);
   qkp::add_layout_command(app, options);
   qkp::add_sync_commands(app, options);
+  // The first word that is not an option (or an option's value) names the command.
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    if (a == "--home" || a == "--format") {
+      ++i;
+      continue;
+    }
+    if (a.empty() || a[0] == '-') continue;
+    std::string names;
+    bool known = false;
+    for (const CLI::App* c : app.get_subcommands([](CLI::App*) { return true; })) {
+      known = known || c->get_name() == a;
+      names += (names.empty() ? "" : ", ") + c->get_name();
+    }
+    if (!known) {
+      std::fprintf(stderr, "qkp: unknown command \"%s\"; the commands are: %s (qkp --help)\n",
+                   a.c_str(), names.c_str());
+      return 2;
+    }
+    break;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
     app.exit(e);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "families.h"
 #include "qk/host.h"
 #include "row_checks.h"
 
@@ -34,9 +35,12 @@ std::vector<ScaleLine> read_network(ArchiveTools& a, std::vector<std::string>* p
         problems->push_back(row_name(t, *rs) + ": " + std::string(c.name) + " " + p +
                             "; the line is left out");
     }
-    if (ok)
-      lines.push_back({rs->Fields("SL_BNC").to_int32(), rs->Fields("SL_LINE").to_int32(),
-                       rs->Fields("SL_FAMILY").to_string(), rs->Fields("SL_SCALE").to_int32()});
+    if (!ok) continue;
+    // A family is written one way wherever it is shown, whatever case the archive holds.
+    std::string family = rs->Fields("SL_FAMILY").to_string();
+    if (const FamilyForms* f = forms_of(family)) family = f->family;
+    lines.push_back({rs->Fields("SL_BNC").to_int32(), rs->Fields("SL_LINE").to_int32(), family,
+                     rs->Fields("SL_SCALE").to_int32()});
   }
   return lines;
 }
