@@ -346,6 +346,10 @@ CsvFile read_csv(const std::string& path, const CsvFormat& format) {
   if (!in) throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (in.bad()) throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
+  return parse_csv(std::move(bytes), path, format);
+}
+
+CsvFile parse_csv(std::string bytes, const std::string& path, const CsvFormat& format) {
   if (bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) bytes.erase(0, 3);
   csv_parser p;
   csv_init(&p, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL | CSV_EMPTY_IS_NULL);
@@ -362,6 +366,10 @@ CsvFile read_csv(const std::string& path, const CsvFormat& format) {
   }
   csv_free(&p);
   return f;
+}
+
+std::size_t check_csv(const CsvFile& f) {
+  return check_file(f).rows.size();
 }
 
 ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,

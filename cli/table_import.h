@@ -24,6 +24,11 @@ struct CsvFormat {
 // Reads a whole CSV file (UTF-8, a byte-order mark is skipped); a malformed file raises an
 // error naming the file and the line.
 CsvFile read_csv(const std::string& path, const CsvFormat& format = {});
+// The same from bytes already read; `name` stands for the file in messages.
+CsvFile parse_csv(std::string bytes, const std::string& name, const CsvFormat& format = {});
+// Checks a file's header and every value against its table's description, as import_tables does
+// before touching the archive; raises an error naming the file, line and column. Returns the rows.
+std::size_t check_csv(const CsvFile& f);
 
 struct ImportOptions {
   bool replace = false;  // update rows of the same key instead of refusing them

@@ -481,7 +481,7 @@ void bind_classes(py::module_& m) {
   using Requests = qk::clsKplMakeRequest;
   py::class_<Requests> requests(m, "clsKplMakeRequest");
   requests.def(py::init<>());
-  for (auto [name, member] :
+  for (const auto& entry :
        std::initializer_list<std::pair<const char*, std::string (Requests::*)()>>{
            {"p_RX_strTrasmettiRichiestaRicezioneTotaliPlu",
             &Requests::p_RX_strTrasmettiRichiestaRicezioneTotaliPlu},
@@ -502,7 +502,7 @@ void bind_classes(py::module_& m) {
            {"p_RX_strGetTotalControl", &Requests::p_RX_strGetTotalControl},
            {"p_RX_strStopLavorazioniInCorso", &Requests::p_RX_strStopLavorazioniInCorso},
            {"p_RX_strRetrieveStatus", &Requests::p_RX_strRetrieveStatus}})
-    requests.def(name, [member](Requests& r) { return wire((r.*member)()); });
+    requests.def(entry.first, [member = entry.second](Requests& r) { return wire((r.*member)()); });
   requests.def(
       "p_RX_strRichiediCancellazioneTotali",
       [](Requests& r, const py::object& mode) {
@@ -547,8 +547,9 @@ PYBIND11_MODULE(qk_protocol, m) {
       "set_clock",
       [](const std::optional<std::tuple<int, int, int, int, int, int>>& t) {
         if (!t) return qk::set_clock(nullptr);
-        auto [y, mo, d, h, mi, s] = *t;
-        qk::set_clock([=] { return qk::LocalTime{y, mo, d, h, mi, s}; });
+        qk::LocalTime at{std::get<0>(*t), std::get<1>(*t), std::get<2>(*t),
+                         std::get<3>(*t), std::get<4>(*t), std::get<5>(*t)};
+        qk::set_clock([at] { return at; });
       },
       py::arg("when"), "A fixed (year, month, day, hour, minute, second), or None for the clock.");
   m.def(

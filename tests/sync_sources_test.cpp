@@ -20,15 +20,71 @@ class MemoryTransport : public sync::Transport {
     sent.push_back({to, bytes});
     return true;
   }
-  bool commit() override { return true; }
-  std::size_t batch() const override { return 256; }
+  bool commit() override {
+    committed = sent.size();
+    return true;
+  }
+  std::size_t batch() const override { return batch_size; }
   const std::string& error() const override { return error_; }
 
   std::vector<std::pair<sync::Envelope, std::string>> sent;
   long fail_after = -1;
+  std::size_t batch_size = 256;
+  std::size_t committed = 0;  // strings made durable by the last commit
 
  private:
   std::string error_;
+};
+
+// The real archive tools, whose n-th commit fails as a full disk would make it.
+class FailingCommit : public ArchiveTools {
+ public:
+  FailingCommit(std::shared_ptr<ArchiveTools> real, int fail_at) : real_(real), fail_at_(fail_at) {}
+  std::string location() const override { return real_->location(); }
+  void begin_read() override { real_->begin_read(); }
+  void end_read() override { real_->end_read(); }
+  void begin_write() override { real_->begin_write(); }
+  void commit() override {
+    if (++commits_ == fail_at_)
+      automation::raise(automation::kPathFileAccessError, "disk I/O error (injected)");
+    real_->commit();
+  }
+  void rollback() override { real_->rollback(); }
+  std::vector<int32_t> record_ids(RecordGroup g, int32_t dept, int32_t scale, int32_t line,
+                                  std::vector<std::string>* problems) override {
+    return real_->record_ids(g, dept, scale, line, problems);
+  }
+  automation::RecordsetPtr group_rows(const GroupRef& ref) override {
+    return real_->group_rows(ref);
+  }
+  long guard_resets(const RowSnapshot* guard) override { return real_->guard_resets(guard); }
+  automation::RecordsetPtr select_rows(const archive::Table& t, const Where& w) override {
+    return real_->select_rows(t, w);
+  }
+  void insert_row(const archive::Table& t, const std::vector<std::string>& c,
+                  const std::vector<Variant>& v) override {
+    real_->insert_row(t, c, v);
+  }
+  long update_rows(const archive::Table& t, const Where& w, const std::vector<std::string>& c,
+                   const std::vector<Variant>& v) override {
+    return real_->update_rows(t, w, c, v);
+  }
+  long delete_rows(const archive::Table& t, const Where& w) override {
+    return real_->delete_rows(t, w);
+  }
+  long mark_pending(const archive::Table& t, const Where& w, const std::string& l) override {
+    return real_->mark_pending(t, w, l);
+  }
+  std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override {
+    return real_->lock_line(line, wait, holder);
+  }
+  void begin_new_archive(const std::string& f, bool r) override { real_->begin_new_archive(f, r); }
+  void publish_new_archive() override { real_->publish_new_archive(); }
+  void upgrade_schema(const std::string& f) override { real_->upgrade_schema(f); }
+
+ private:
+  std::shared_ptr<ArchiveTools> real_;
+  int fail_at_, commits_ = 0;
 };
 
 struct Sync : ArchiveFixture {
@@ -46,12 +102,19 @@ struct Sync : ArchiveFixture {
         " values (?1, ?2, ?3, ?4, ?5)",
         {dept, scale, k, 100 + k, flags});
   }
-  sync::SyncReport run(int line, bool full, MemoryTransport& t, std::vector<std::string>* said) {
+  sync::SyncReport run(int line, bool full, MemoryTransport& t, std::vector<std::string>* said,
+                       ArchiveTools* through = nullptr) {
     sync::SyncOptions o;
     o.scope.line = line;
     o.scope.full = full;
     o.say = [said](const std::string& s) { said->push_back(s); };
-    return sync::run_sync(*tools, t, o);
+    return sync::run_sync(through ? *through : *tools, t, o);
+  }
+  // The keys (by number) still pending on line 1.
+  std::string pending_keys() {
+    return scalar(
+        "select coalesce(group_concat(TP_KEY, ' '), '') from (select TP_KEY from TASTIERA_PLU"
+        " where substr(TP_FLAGTRASM, 1, 1) = '1' order by TP_KEY)");
   }
   std::vector<std::string> kinds(const MemoryTransport& t) {
     std::vector<std::string> k;
@@ -168,4 +231,53 @@ TEST_F(Sync, GuardLeavesChangedRowsAlone) {
   db->p_GENERIC_ExecuteQuery(
       Variant("update TASTIERA_PLU set TP_FLAGTRASM= '00000000' where TP_BNC= 1 and TP_KEY= 7"));
   EXPECT_EQ(scalar("select count(*) from TASTIERA_PLU where TP_FLAGTRASM = '00000000'"), "3");
+}
+
+// Delivery stopped after every possible string: the keys whose string was made durable by a
+// commit are reset, every other key is still pending.
+TEST_F(Sync, StoppedAtAnyPointExactlyTheUnconfirmedKeysStayPending) {
+  line(1, 1, "5000", 1);
+  for (int k = 1; k <= 6; ++k) key(1, 1, k, "11111111");
+  for (long stop = 0; stop <= 7; ++stop) {  // the date, then one string per key
+    SCOPED_TRACE("stopped after " + std::to_string(stop) + " strings");
+    exec("update TASTIERA_PLU set TP_FLAGTRASM = '11111111'");
+    MemoryTransport t;
+    t.fail_after = stop;
+    t.batch_size = 2;
+    std::vector<std::string> said;
+    run(1, false, t, &said);
+    std::string expected;
+    for (std::size_t i = 0; i < t.sent.size(); ++i) {
+      const auto& to = t.sent[i].first;
+      if (to.kind == "keys" && i >= t.committed)
+        expected += (expected.empty() ? "" : " ") + std::to_string(to.id);
+    }
+    for (long k = std::max<long>(1, static_cast<long>(t.sent.size())); k <= 6; ++k)
+      expected += (expected.empty() ? "" : " ") + std::to_string(k);
+    EXPECT_EQ(pending_keys(), expected);
+  }
+}
+
+// The archive refuses the commit of one batch of resets: that batch stays pending (it will be
+// sent again), the others are reset.
+TEST_F(Sync, AFailedResetCommitLeavesThatBatchPending) {
+  line(1, 1, "5000", 1);
+  for (int k = 1; k <= 6; ++k) key(1, 1, k, "11111111");
+  const char* expected[] = {"1", "2 3", "4 5", "6"};  // batches of two: date+1, 2+3, 4+5, 6
+  for (int fail = 1; fail <= 4; ++fail) {
+    SCOPED_TRACE("commit " + std::to_string(fail) + " fails");
+    exec("update TASTIERA_PLU set TP_FLAGTRASM = '11111111'");
+    FailingCommit through(tools, fail);
+    MemoryTransport t;
+    t.batch_size = 2;
+    std::vector<std::string> said;
+    auto r = run(1, false, t, &said, &through);
+    EXPECT_EQ(r.status, sync::SyncReport::Failed);
+    EXPECT_EQ(t.sent.size(), 7u) << "delivery goes on";
+    EXPECT_EQ(pending_keys(), expected[fail - 1]);
+    bool said_it = false;
+    for (const auto& s : said)
+      said_it = said_it || s.find("will be sent again") != std::string::npos;
+    EXPECT_TRUE(said_it);
+  }
 }

@@ -36,4 +36,18 @@ std::string format_digits(long long value, int min_digits);
 // The host's text form of a double: at most 15 significant digits, no trailing zeros.
 std::string double_to_text(double v);
 
+// Integer arithmetic of the host's 16- and 32-bit types: a result outside the type raises
+// error 6 (no wrap-around).
+int16_t checked_int16(int64_t v);
+int32_t checked_int32(int64_t v);
+
+// The host's string functions the component relies on.
+// Trim: blanks (never tabs or other spaces) removed at both ends.
+std::string trim(std::string_view s);
+// Mid(s, start, length), start counted from 1: a start past the end gives "", a length past the
+// end takes what is there.
+std::string mid(std::string_view s, std::size_t start, std::size_t length);
+// UCase of the letters a-z (the component's texts compare only ASCII case).
+std::string ucase(std::string_view s);
+
 }  // namespace qk::automation

@@ -1,5 +1,6 @@
 #include "qk/clsAdvertisingMessage.h"
 
+#include "automation/conversions.h"
 #include "builders/text_message_format.h"
 #include "frame/creation.h"
 #include "frame/flags.h"
@@ -24,10 +25,7 @@ std::string field(const automation::Recordset& rs, const char* column) {
   return rs.Fields(column).to_text();
 }
 
-// Mid(text, start, length): a start past the end gives "".
-std::string mid(const std::string& s, std::size_t start, std::size_t length) {
-  return start > s.size() ? "" : s.substr(start - 1, length);
-}
+using automation::mid;
 
 }  // namespace
 

@@ -41,12 +41,7 @@ std::string line_name(int n) {
          automation::format_digits(n, std::string(fmt::k5000LineDigits, '0'));
 }
 
-// The host's Trim: blanks only.
-std::string trim(const std::string& s) {
-  std::size_t a = s.find_first_not_of(' ');
-  if (a == std::string::npos) return "";
-  return s.substr(a, s.find_last_not_of(' ') - a + 1);
-}
+using automation::trim;
 
 std::string formatted(const std::string& value, int width) {
   return modHelpers::p_strFormattaCampo(value, 0, static_cast<int16_t>(width));

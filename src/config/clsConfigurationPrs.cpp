@@ -299,9 +299,7 @@ bool all_devices_switch(const std::string& file, const char* name) {
   config::load_document(doc, file);
   auto all = select_single(doc, "//ALLDEVICES");
   if (!all.node()) return true;  // no element: true; no attribute: false
-  std::string v = from_xml(all.node().attribute(name).value());
-  for (char& c : v) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return v == "Y";
+  return automation::ucase(from_xml(all.node().attribute(name).value())) == "Y";
 }
 }  // namespace
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "automation/conversions.h"
 #include "config/xml_file.h"
 #include "frame/paths.h"
 #include "frame/report_error.h"
@@ -61,8 +62,7 @@ std::string default_folder() {
     return folder;
   }
   folder = component_folder();
-  std::string upper = folder;
-  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  std::string upper = automation::ucase(folder);
   // A component installed in ...\DEP keeps its store in the parent: cut before the occurrence
   // and one more character.
   auto at = upper.find("DEP");
@@ -134,11 +134,9 @@ void clsRegistry2Xml::RetrieveValuesFromRegistry() {
 void clsRegistry2Xml::RetrieveValuesFromRegistry(int major, int minor, int revision) {
   trapped_and_logged("RetrieveValuesFromRegistry", true, [&] {
     // The version number is 16-bit arithmetic: a major version of 4 or more overflows.
-    auto checked = [](long v) {
-      if (v < -32768 || v > 32767) automation::raise(automation::kOverflow);
-      return v;
-    };
-    long version = checked(checked(checked(major * 10000L) + checked(minor * 1000L)) + revision);
+    using automation::checked_int16;
+    long version = checked_int16(
+        checked_int16(checked_int16(major * 10000L) + checked_int16(minor * 1000L)) + revision);
     if (version <= kLastImportingVersion) {
       automation::create_object(kRegistryHelperId);  // fails early when no helper is installed
       m_readRegistry();

@@ -1,12 +1,5 @@
 #include "config/xml_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <sstream>
 
 #include "qk/error.h"
@@ -21,52 +14,6 @@ bool load_document(pugi::xml_document& doc, const std::string& path) {
 }
 
 }  // namespace qk::config
-
-namespace qk {
-
-void save_file_atomically(const std::string& path, const std::string& bytes) {
-  auto fail = [&](const char* what) {
-    int err = errno;
-    automation::raise(automation::kPathFileAccessError,
-                      std::string("Path/File access error: cannot ") + what + " " + path + " (" +
-                          std::strerror(err) + ")");
-  };
-  std::string tmp = path + ".tmp-XXXXXX";
-  int fd = mkstemp(tmp.data());
-  if (fd < 0) fail("create a temporary file beside");
-  const char* p = bytes.data();
-  std::size_t left = bytes.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      int err = errno;
-      ::close(fd);
-      ::unlink(tmp.c_str());
-      errno = err;
-      fail("write");
-    }
-    p += n;
-    left -= static_cast<std::size_t>(n);
-  }
-  if (::fsync(fd) != 0) {
-    int err = errno;
-    ::close(fd);
-    ::unlink(tmp.c_str());
-    errno = err;
-    fail("flush");
-  }
-  ::fchmod(fd, 0644);
-  ::close(fd);
-  if (std::rename(tmp.c_str(), path.c_str()) != 0) {
-    int err = errno;
-    ::unlink(tmp.c_str());
-    errno = err;
-    fail("replace");
-  }
-}
-
-}  // namespace qk
 
 namespace qk::config {
 

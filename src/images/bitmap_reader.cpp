@@ -78,8 +78,7 @@ bool m_booScanBitmapHeader(ByteStream& stream, int32_t expected_size, HeaderScan
       accepted = true;
       return;
     }
-    int64_t pixels = static_cast<int64_t>(out.width) * height;
-    if (pixels > INT32_MAX || pixels < INT32_MIN) automation::raise(automation::kOverflow);
+    int64_t pixels = automation::checked_int32(static_cast<int64_t>(out.width) * height);
     if (pixels <= kMaxPixels)
       accepted = true;
     else

@@ -46,9 +46,7 @@ int32_t hex(const std::string& s) {
   return Variant("&H" + s).to_int32();
 }
 int32_t add(int64_t a, int64_t b) {
-  int64_t r = a + b;
-  if (r < INT32_MIN || r > INT32_MAX) automation::raise(automation::kOverflow);
-  return static_cast<int32_t>(r);
+  return automation::checked_int32(a + b);
 }
 int32_t object_id(int32_t layout, const std::string& field) {
   return add(static_cast<int64_t>(layout) * fmt::kObjectsPerLayout, Variant(field).to_int32());

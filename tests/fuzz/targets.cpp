@@ -1,0 +1,205 @@
+#include "targets.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "automation/conversions.h"
+#include "config/clsConfigurationPrs.h"
+#include "config/clsRegistry2Xml.h"
+#include "db_access/access_sql.h"
+#include "frame/globals.h"
+#include "images/bitmap_reader.h"
+#include "layout/clsConvertion.h"
+#include "qk/archive_schema.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "qk/pictures.h"
+#include "qk/registry_helper.h"
+#include "qk/translations.h"
+#include "registry/clsRegistry.h"
+#include "table_import.h"
+
+namespace qk::fuzz {
+
+namespace {
+
+// What the component reports goes nowhere: the fuzzers look for crashes, not for messages.
+class QuietLogger : public Logger {
+ public:
+  std::string Path() const override { return ""; }
+  void WriteLog(int32_t, const std::string&, const std::string&, const std::string&,
+                const std::string&, int16_t, int32_t) override {}
+};
+
+void quiet_host() {
+  static bool once = [] {
+    host::set_message_box([](const std::string&, const std::string&, int) { return 1; });
+    host::set_event_log([](int, const std::string&) {});
+    return true;
+  }();
+  (void)once;
+  globals().booSilent = true;
+  globals().objLogger = std::make_shared<QuietLogger>();
+}
+
+std::string text_of(const uint8_t* data, std::size_t size) {
+  return std::string(reinterpret_cast<const char*>(data), size);
+}
+
+std::vector<std::string> lines_of(const std::string& bytes) {
+  std::vector<std::string> records;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i <= bytes.size(); ++i)
+    if (i == bytes.size() || bytes[i] == '\n') {
+      records.push_back(bytes.substr(start, i - start));
+      start = i + 1;
+    }
+  return records;
+}
+
+void require(bool property) {
+  if (!property) std::abort();
+}
+
+}  // namespace
+
+int bitmap(const uint8_t* data, std::size_t size) {
+  quiet_host();
+  std::string bytes = text_of(data, size);
+  images::ByteStream s(bytes);
+  images::HeaderScan h;
+  if (images::m_booScanBitmapHeader(s, static_cast<int32_t>(size), h, size % 2 == 0, "clsImage") &&
+      h.width > 0 && h.width < 100000)
+    images::m_strBitmap2Scales(s.rest(), h.width, h.inverted);
+  std::vector<std::string> records = lines_of(bytes);
+  for (int kind = 0; kind < 3; ++kind) {
+    try {
+      if (kind == 0)
+        images::decode_scale_records(records);
+      else if (kind == 1)
+        images::decode_kestra_records(records);
+      else
+        images::decode_printer_frames(records, 64);
+    } catch (const automation::Error& e) {
+      require(!e.description().empty());
+    }
+  }
+  return 0;
+}
+
+int sql(const uint8_t* data, std::size_t size) {
+  std::string text = text_of(data, size);
+  std::string translated = companions::translate_access_sql(text);
+  auto p = companions::parameterize(translated);
+  // Every value taken out leaves its placeholder behind.
+  std::size_t marks = 0;
+  for (char c : p.sql) marks += c == '?';
+  require(marks >= p.values.size());
+  try {
+    companions::RegExport().parse("REGEDIT4\n" + text, "fuzz.reg");
+  } catch (const std::exception&) {
+  }
+  return 0;
+}
+
+int csv(const uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  auto all = archive::tables();
+  std::string table(all[data[0] % all.size()].name);
+  std::string bytes = text_of(data + 1, size - 1);
+  for (char separator : {',', ';'}) {
+    try {
+      qkp::CsvFile f = qkp::parse_csv(bytes, table + ".csv", {separator});
+      qkp::check_csv(f);
+    } catch (const automation::Error&) {
+    } catch (const std::runtime_error& e) {
+      require(std::string(e.what()).find(table + ".csv") != std::string::npos);
+    }
+  }
+  return 0;
+}
+
+int xml(const uint8_t* data, std::size_t size) {
+  // The installation folder the caller set (the replay's temporary folder), or one of our own.
+  static std::string folder = [] {
+    const char* home = std::getenv("QK_HOME");
+    if (home && std::filesystem::is_directory(home)) return std::string(home);
+    std::string d = (std::filesystem::temp_directory_path() / "qk-fuzz-xml-XXXXXX").string();
+    require(mkdtemp(d.data()) != nullptr);
+    setenv("QK_HOME", d.c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (d + "/cfg").c_str(), 1);
+    return d;
+  }();
+  static bool registered = [] {
+    register_translations();
+    register_registry_helper();
+    return true;
+  }();
+  (void)registered;
+  quiet_host();
+  std::string bytes = text_of(data, size);
+  for (const char* name : {"Parameters.xml", "registry.xml", "Configurazione.xml"})
+    std::ofstream(folder + "/" + name, std::ios::binary | std::ios::trunc) << bytes;
+  try {
+    clsConfigurationPrs p;
+    std::string name = "SEND_HEADSET";
+    p.RetrieveVeltaGeneralParameter(name);
+    p.RetrieveOrvaTopGeneralParameter(name);
+    p.RetrieveCommonGeneralParameter(name);
+    p.RetrieveArchiveInUse("PLU");
+    p.RetrieveConvertionTable();
+    p.RetrieveBarcodeCommSettings();
+    p.RetrieveApplicationIdentifier("01");
+    p.RetrieveTimeout("SEND");
+    p.TrimValues();
+    p.ShowOrva2000();
+    p.RetrieveBarcodeNature();
+    clsRegistry2Xml store;
+    store.GetSetting("Varlen System", "Appl", "Path", "");
+    clsConvertion mapping;
+    std::string from = "O3", to = "O5", value = "1";
+    mapping.ConvertValue(from, to, value);
+  } catch (const automation::Error&) {
+  }
+  return 0;
+}
+
+int number(const uint8_t* data, std::size_t size) {
+  std::string text = text_of(data, size);
+  bool numeric = automation::looks_numeric(text);
+  try {
+    double v = automation::parse_number(text);
+    require(numeric);
+    automation::Variant as_text(text);
+    try {
+      automation::double_to_int16(v);
+      as_text.to_int16();
+    } catch (const automation::Error& e) {
+      require(e.number() == automation::kOverflow);
+    }
+    try {
+      automation::double_to_int32(v);
+      as_text.to_int32();
+    } catch (const automation::Error& e) {
+      require(e.number() == automation::kOverflow);
+    }
+  } catch (const automation::Error& e) {
+    require(!numeric && e.number() == automation::kTypeMismatch);
+  }
+  automation::leading_number(text);
+  // Every byte has a UTF-8 form, and that form comes back to the same byte.
+  auto back = utf8_to_cp1252(cp1252_to_utf8(text));
+  require(back && *back == text);
+  return 0;
+}
+
+const std::vector<NamedTarget>& targets() {
+  static const std::vector<NamedTarget> all = {
+      {"bitmap", bitmap}, {"sql", sql}, {"csv", csv}, {"xml", xml}, {"number", number}};
+  return all;
+}
+
+}  // namespace qk::fuzz
