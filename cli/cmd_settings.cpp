@@ -1,3 +1,4 @@
+#include <cctype>
 #include <cstdio>
 
 #include "commands.h"
@@ -11,6 +12,31 @@ std::string to_8bit(const std::string& utf8, const char* what) {
   auto r = qk::utf8_to_cp1252(utf8);
   if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
   return *r;
+}
+
+// A folder of a Windows machine: a drive letter ("C:") or a backslash.
+bool windows_path(const std::string& v) {
+  return v.find('\\') != std::string::npos ||
+         (v.size() >= 2 && v[1] == ':' && std::isalpha(static_cast<unsigned char>(v[0])));
+}
+
+// An imported desktop store names the desktop's folders; on this machine the installation's
+// own folders stand instead (the other imported settings are kept).
+void replace_windows_paths() {
+  struct Own {
+    const char* key;
+    const char* value;
+    const char* meaning;
+  } own[] = {{"Path", ".", "this installation folder"},
+             {"PathLanguages", "Languages", "its Languages folder"},
+             {"Archive", "", "the archive in the installation folder"}};
+  for (const auto& o : own) {
+    std::string v = qk::host::setting("Appl", o.key);
+    if (!windows_path(v)) continue;
+    qk::host::save_setting("Appl", o.key, o.value);
+    note(std::string("the imported setting ") + o.key + " named the Windows folder \"" +
+         qk::cp1252_to_utf8(v) + "\"; it now names " + o.meaning + " (\"" + o.value + "\")");
+  }
 }
 }  // namespace
 
@@ -53,6 +79,7 @@ void add_settings_command(CLI::App& app, Options&) {
       }
     }
     qk::host::create_settings_store(true);
+    replace_windows_paths();
   });
 }
 

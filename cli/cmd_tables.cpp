@@ -1,8 +1,11 @@
 // import-csv and export-csv: the archive's tables as CSV files.
 #include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <sstream>
 
 #include "commands.h"
+#include "mdb_import.h"
 #include "network.h"
 #include "qk/error.h"
 #include "qk/host.h"
@@ -14,10 +17,23 @@ namespace qkp {
 namespace {
 
 struct TableOptions {
-  std::string dir, table;
+  std::string dir, table, delimiter, encoding = "detect", mdb, tables;
   ImportOptions import;
-  bool no_pending = false;
+  bool no_pending = false, ignore_extra = false;
 };
+
+void import_files(const std::vector<CsvFile>& files, const TableOptions& o) {
+  ImportOptions io = o.import;
+  io.mark = !o.no_pending;
+  auto a = qk::sync::open_archive_tools();
+  ImportResult r = import_tables(*a, files, io);
+  for (const auto& n : r.notes) note(n);
+  for (const auto& t : r.tables)
+    std::printf("%s: %ld inserted, %ld changed, %ld unchanged\n", t.table.c_str(), t.inserted,
+                t.changed, t.unchanged);
+  if (io.mark) std::printf("%ld rows marked pending on their configured lines\n", r.marked);
+  if (io.dry_run) std::printf("dry run: nothing was written\n");
+}
 
 void run_import(const TableOptions& o) {
   std::vector<std::filesystem::path> paths;
@@ -25,17 +41,46 @@ void run_import(const TableOptions& o) {
     if (e.path().extension() == ".csv") paths.push_back(e.path());
   std::sort(paths.begin(), paths.end());
   if (paths.empty()) throw std::runtime_error("no .csv files in " + o.dir);
+  CsvFormat format;
+  if (!o.delimiter.empty()) format.delimiter = o.delimiter == "tab" ? '\t' : o.delimiter[0];
+  format.encoding = o.encoding == "cp1252"  ? CsvEncoding::Cp1252
+                    : o.encoding == "utf-8" ? CsvEncoding::Utf8
+                                            : CsvEncoding::Detect;
+  format.ignore_extra = o.ignore_extra;
   std::vector<CsvFile> files;
-  for (const auto& p : paths) files.push_back(read_csv(p.string()));
-  ImportOptions io = o.import;
-  io.mark = !o.no_pending;
-  auto a = qk::sync::open_archive_tools();
-  ImportResult r = import_tables(*a, files, io);
-  for (const auto& t : r.tables)
-    std::printf("%s: %ld inserted, %ld changed, %ld unchanged\n", t.table.c_str(), t.inserted,
-                t.changed, t.unchanged);
-  if (io.mark) std::printf("%ld rows marked pending on their configured lines\n", r.marked);
-  if (io.dry_run) std::printf("dry run: nothing was written\n");
+  for (const auto& p : paths) files.push_back(read_csv(p.string(), format));
+  import_files(files, o);
+}
+
+void run_import_mdb(const TableOptions& o) {
+  std::vector<std::string> only;
+  std::stringstream list(o.tables);
+  for (std::string t; std::getline(list, t, ',');)
+    if (!t.empty()) only.push_back(t);
+  MdbTables m = read_mdb(o.mdb, only);
+  for (const auto& s : m.skipped) note(o.mdb + ": table " + s + " is not in the archive; skipped");
+  if (m.files.empty()) throw std::runtime_error(o.mdb + " has no table the archive knows");
+  import_files(m.files, o);
+}
+
+// Runs an import; any refusal leaves the archive as it was, and says so.
+void guarded(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const qk::automation::Error& e) {
+    fail("import failed, archive unchanged: " + qk::cp1252_to_utf8(e.description()));
+  } catch (const std::exception& e) {
+    fail(std::string("import failed, archive unchanged: ") + e.what());
+  }
+}
+
+void add_import_options(CLI::App* cmd, TableOptions& o) {
+  cmd->add_flag("--replace", o.import.replace,
+                "update rows of the same key (the keyboard: the file's rows of a key replace "
+                "that key's rows)");
+  cmd->add_flag("--dry-run", o.import.dry_run, "check and count, write nothing");
+  cmd->add_flag("--no-pending", o.no_pending,
+                "do not mark new and changed records pending on their lines");
 }
 
 }  // namespace
@@ -47,24 +92,29 @@ void add_table_commands(CLI::App& app, Options&) {
   import->add_option("DIR", o->dir, "folder of CSV files")
       ->required()
       ->check(CLI::ExistingDirectory);
-  import->add_flag("--replace", o->import.replace,
-                   "update rows of the same key (the keyboard: the file's rows of a key replace "
-                   "that key's rows)");
-  import->add_flag("--dry-run", o->import.dry_run, "check and count, write nothing");
-  import->add_flag("--no-pending", o->no_pending,
-                   "do not mark new and changed records pending on their lines");
-  import->callback([o] {
-    try {
-      run_import(*o);
-}
-catch (const qk::automation::Error& e) {
-  fail("import failed, archive unchanged: " + qk::cp1252_to_utf8(e.description()));
-}
-catch (const std::exception& e) {
-  fail(std::string("import failed, archive unchanged: ") + e.what());
-}
+  add_import_options(import, *o);
+  import
+      ->add_option("--delimiter", o->delimiter,
+                   "the field separator: , ; or tab (default: the header line's , or ;)")
+      ->check(CLI::IsMember({",", ";", "tab"}));
+  import
+      ->add_option("--encoding", o->encoding,
+                   "utf-8 or cp1252 (default: utf-8 when the bytes are UTF-8, else cp1252)")
+      ->check(CLI::IsMember({"detect", "utf-8", "cp1252"}, CLI::ignore_case));
+  import->add_flag("--ignore-extra", o->ignore_extra,
+                   "skip (and list) columns the archive's table does not have");
+  import->callback([o] { guarded([&] { run_import(*o);
+});
 }  // namespace qkp
 );
+
+auto* mdb = app.add_subcommand(
+    "import-mdb",
+    "Load the tables the archive knows from a desktop database (.mdb), through mdbtools");
+mdb->add_option("FILE", o->mdb, "the .mdb file")->required()->check(CLI::ExistingFile);
+mdb->add_option("--tables", o->tables, "only these tables, separated by commas");
+add_import_options(mdb, *o);
+mdb->callback([o] { guarded([&] { run_import_mdb(*o); }); });
 
 auto* exp = app.add_subcommand("export-csv",
                                "Write the tables as <TABLE>.csv files, as import-csv reads them");

@@ -48,6 +48,46 @@ void on_record(int, void* data) {
   throw std::runtime_error(text);
 }
 
+// True when the bytes are well-formed UTF-8; else *bad is the offset of the first bad byte.
+bool valid_utf8(const std::string& s, std::size_t* bad) {
+  for (std::size_t i = 0; i < s.size();) {
+    auto c = static_cast<unsigned char>(s[i]);
+    std::size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    bool ok = n != 0 && i + n <= s.size() && !(n == 2 && c < 0xC2);
+    for (std::size_t k = 1; ok && k < n; ++k)
+      ok = (static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80;
+    if (!ok) {
+      if (bad) *bad = i;
+      return false;
+    }
+    i += n;
+  }
+  return true;
+}
+
+long line_at(const std::string& s, std::size_t offset) {
+  return 1 + static_cast<long>(std::count(s.begin(), s.begin() + static_cast<long>(offset), '\n'));
+}
+
+// The separator the header line uses: ";" when it has more of them than commas (the usual
+// separator where the decimal mark is a comma), else ",".
+char header_delimiter(const std::string& bytes, const std::string& path) {
+  long commas = 0, semicolons = 0;
+  bool quoted = false;
+  for (char c : bytes) {
+    if (c == '"') quoted = !quoted;
+    if (quoted) continue;
+    if (c == '\n' || c == '\r') break;
+    commas += c == ',';
+    semicolons += c == ';';
+  }
+  if (commas > 0 && commas == semicolons)
+    refuse(path +
+           " line 1: the header uses both ',' and ';'; say which separates the fields "
+           "with --delimiter");
+  return semicolons > commas ? ';' : ',';
+}
+
 // The default of a column as a value (the SQL literal without its quotes).
 Variant default_of(const archive::Column& c) {
   std::string d(c.default_sql);
@@ -75,8 +115,15 @@ Variant parse_field(const archive::Column& c, const std::optional<std::string>& 
     return Variant(*text);
   }
   double d = 0;
+  std::string number = *field;
+  // A decimal comma, as desktop exports in Italy write it: "12,5" is 12.5.
+  if (auto comma = number.find(',');
+      comma != std::string::npos && number.find(',', comma + 1) == std::string::npos && comma > 0 &&
+      std::isdigit(static_cast<unsigned char>(number[comma - 1])) && comma + 1 < number.size() &&
+      std::isdigit(static_cast<unsigned char>(number[comma + 1])))
+    number[comma] = '.';
   try {
-    d = Variant(*field).to_double();  // the host's reading of a number, "&H" and exponents included
+    d = Variant(number).to_double();  // the host's reading of a number, "&H" and exponents included
   } catch (const qk::automation::Error&) {
     return Variant(*field);  // not a number: value_problem names it
   }
@@ -103,6 +150,7 @@ struct TableRows {
   std::string path;
   std::vector<std::string> columns;
   std::vector<Row> rows;
+  std::vector<std::string> notes;
 
   std::size_t index(std::string_view column) const {
     for (std::size_t i = 0; i < columns.size(); ++i)
@@ -134,16 +182,31 @@ TableRows check_file(const CsvFile& f) {
   }
   if (f.records.empty())
     refuse(f.path + ": the file is empty; the first line must name the columns");
-  TableRows out{t, f.path, {}, {}};
-  for (const auto& h : f.records[0]) {
-    std::string col = h.value_or("");
-    if (col == archive::kRowVersionColumn)
-      refuse(f.path + " line 1: " + col + " is kept by the archive itself; leave the column out");
-    if (!archive::find_column(*t, col))
-      refuse(f.path + " line 1: " + name + " has no column \"" + col + "\"");
+  TableRows out{t, f.path, {}, {}, {}};
+  std::vector<std::size_t> kept;  // the fields each record gives, by position
+  std::vector<std::string> extra;
+  for (std::size_t i = 0; i < f.records[0].size(); ++i) {
+    std::string col = f.records[0][i].value_or("");
+    if (col == archive::kRowVersionColumn || !archive::find_column(*t, col)) {
+      if (f.ignore_extra) {
+        extra.push_back(col);
+        continue;
+      }
+      if (col == archive::kRowVersionColumn)
+        refuse(f.path + " line 1: " + col +
+               " is kept by the archive itself; leave the column out (or --ignore-extra)");
+      refuse(f.path + " line 1: " + name + " has no column \"" + col +
+             "\" (--ignore-extra skips the columns the archive does not have)");
+    }
     if (std::count(out.columns.begin(), out.columns.end(), col))
       refuse(f.path + " line 1: the column \"" + col + "\" is named twice");
     out.columns.push_back(col);
+    kept.push_back(i);
+  }
+  if (!extra.empty()) {
+    std::string list;
+    for (const auto& e : extra) list += (list.empty() ? "" : ", ") + e;
+    out.notes.push_back("columns " + name + " does not have, skipped: " + list);
   }
   // Identity columns with a default may be left out (a lot's TRC_ROW is 1): they take it.
   std::vector<std::string> defaulted;
@@ -159,20 +222,28 @@ TableRows check_file(const CsvFile& f) {
     refuse(f.path + " line 1: the column " + std::string(needed) + " is missing (" + name +
            "'s rows are identified by " + all + ")");
   }
-  std::size_t given = out.columns.size();
+  std::size_t given = f.records[0].size();
   out.columns.insert(out.columns.end(), defaulted.begin(), defaulted.end());
   for (std::size_t r = 1; r < f.records.size(); ++r) {
     const auto& rec = f.records[r];
     long line = static_cast<long>(r + 1);
     std::string at = f.path + " line " + std::to_string(line);
-    if (rec.size() != given)
+    if (rec.size() != given) {
+      std::string hint;
+      for (const auto& field : rec)
+        if (field &&
+            (field->find(';') != std::string::npos || field->find(',') != std::string::npos))
+          hint =
+              " (a separator inside a field needs the field in double quotes; or is the "
+              "separator another one? --delimiter)";
       refuse(at + ": " + std::to_string(rec.size()) + " fields, the header names " +
-             std::to_string(given) + " columns");
+             std::to_string(given) + " columns" + hint);
+    }
     Row row{line, {}};
-    for (std::size_t c = 0; c < rec.size(); ++c) {
+    for (std::size_t c = 0; c < kept.size(); ++c) {
       const archive::Column& col = *archive::find_column(*t, out.columns[c]);
       std::string here = at + ", column " + out.columns[c];
-      row.values.push_back(parse_field(col, rec[c], here));
+      row.values.push_back(parse_field(col, rec[kept[c]], here));
       std::string p = qk::sync::value_problem(col, row.values.back());
       if (!p.empty()) refuse(here + ": " + p);
     }
@@ -350,11 +421,26 @@ CsvFile read_csv(const std::string& path, const CsvFormat& format) {
 }
 
 CsvFile parse_csv(std::string bytes, const std::string& path, const CsvFormat& format) {
-  if (bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) bytes.erase(0, 3);
+  CsvFile f{path, {}, format.ignore_extra, {}};
+  bool bom = bytes.compare(0, 3, "\xEF\xBB\xBF") == 0;
+  if (bom) bytes.erase(0, 3);
+  std::size_t bad = 0;
+  if (format.encoding == CsvEncoding::Utf8 && !valid_utf8(bytes, &bad))
+    refuse(path + " line " + std::to_string(line_at(bytes, bad)) + ": not UTF-8 (byte " +
+           std::to_string(bad + 1) +
+           "); a file saved by a Windows program is usually --encoding cp1252");
+  if (format.encoding == CsvEncoding::Cp1252 ||
+      (format.encoding == CsvEncoding::Detect && !bom && !valid_utf8(bytes, nullptr))) {
+    bytes = qk::cp1252_to_utf8(bytes);
+    if (format.encoding == CsvEncoding::Detect)
+      f.notes.push_back("read as Windows code page 1252 (the file is not UTF-8)");
+  }
+  char delimiter = format.delimiter ? format.delimiter : header_delimiter(bytes, path);
+  if (!format.delimiter && delimiter != ',')
+    f.notes.push_back(std::string("fields separated by '") + delimiter + "'");
   csv_parser p;
   csv_init(&p, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL | CSV_EMPTY_IS_NULL);
-  csv_set_delim(&p, static_cast<unsigned char>(format.delimiter));
-  CsvFile f{path, {}};
+  csv_set_delim(&p, static_cast<unsigned char>(delimiter));
   Reader r{&f, {}};
   if (csv_parse(&p, bytes.data(), bytes.size(), on_field, on_record, &r) != bytes.size() ||
       csv_fini(&p, on_field, on_record, &r) != 0) {
@@ -362,7 +448,9 @@ CsvFile parse_csv(std::string bytes, const std::string& path, const CsvFormat& f
     csv_free(&p);
     throw std::runtime_error(path + ": malformed CSV after record " +
                              std::to_string(f.records.size()) + " (line " +
-                             std::to_string(f.records.size() + 1) + "): " + err);
+                             std::to_string(f.records.size() + 1) + "): " + err +
+                             " (a field holding a double quote must be quoted, with the quote "
+                             "doubled)");
   }
   csv_free(&p);
   return f;
@@ -375,7 +463,12 @@ std::size_t check_csv(const CsvFile& f) {
 ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,
                            const ImportOptions& o) {
   std::vector<TableRows> checked;
-  for (const auto& f : files) checked.push_back(check_file(f));
+  std::vector<std::string> notes;
+  for (const auto& f : files) {
+    checked.push_back(check_file(f));
+    for (const auto& n : f.notes) notes.push_back(f.path + ": " + n);
+    for (const auto& n : checked.back().notes) notes.push_back(f.path + ": " + n);
+  }
   // In the archive's order, so that the network is loaded before the records it configures.
   auto rank = [](const TableRows& t) {
     auto all = archive::tables();
@@ -390,6 +483,7 @@ ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& file
       refuse(checked[i].path + ": a second file for the table " +
              std::string(checked[i].table->name));
   ImportResult result;
+  result.notes = notes;
   qk::sync::ArchiveWrite write(a);
   Importer importer(a, o);
   for (const auto& t : checked) {

@@ -12,17 +12,23 @@
 
 namespace qkp {
 
-// One CSV file: its records, each field a text or absent (an empty unquoted field).
+// One CSV file: its records (UTF-8), each field a text or absent (an empty unquoted field).
 struct CsvFile {
   std::string path;
   std::vector<std::vector<std::optional<std::string>>> records;  // records[0] is the header
+  bool ignore_extra = false;       // columns the table does not have are skipped
+  std::vector<std::string> notes;  // what was detected or skipped, for the user
 };
 
+enum class CsvEncoding { Detect, Utf8, Cp1252 };
 struct CsvFormat {
-  char delimiter = ',';
+  char delimiter = 0;  // 0: "," or ";", whichever the header line uses
+  // Detect: UTF-8 when the bytes are valid UTF-8, else Windows code page 1252 (a desktop export).
+  CsvEncoding encoding = CsvEncoding::Detect;
+  bool ignore_extra = false;
 };
-// Reads a whole CSV file (UTF-8, a byte-order mark is skipped); a malformed file raises an
-// error naming the file and the line.
+// Reads a whole CSV file (a UTF-8 byte-order mark is skipped); a malformed file raises an error
+// naming the file, the line and the likely cause.
 CsvFile read_csv(const std::string& path, const CsvFormat& format = {});
 // The same from bytes already read; `name` stands for the file in messages.
 CsvFile parse_csv(std::string bytes, const std::string& name, const CsvFormat& format = {});
@@ -42,7 +48,8 @@ struct TableCount {
 };
 struct ImportResult {
   std::vector<TableCount> tables;
-  long marked = 0;  // rows marked pending
+  std::vector<std::string> notes;  // encodings and separators detected, columns skipped
+  long marked = 0;                 // rows marked pending
 };
 
 // Imports the files, each named after its table ("BARCODE.csv"), in the archive's table order.

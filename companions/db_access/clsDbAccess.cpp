@@ -65,7 +65,23 @@ std::string clsDbAccess::locate(const std::string& database_file) {
 }
 
 void clsDbAccess::Initialize(const Variant& database_file) {
-  archive_ = shared_archive(locate(database_file.to_string()));
+  std::string path = locate(database_file.to_string());
+  try {
+    archive_ = shared_archive(path);
+  } catch (const automation::Error& e) {
+    if (e.number() != automation::kFileNotFound) throw;
+    // Say which settings made the path, and how to change them.
+    std::string folder = host::setting("Appl", "Path");
+    std::string archive = host::setting("Appl", "Archive");
+    std::string why = "File not found: the archive " + path + " does not exist. ";
+    why += folder.empty() ? "Its folder is the installation folder"
+                          : "Its folder comes from the setting Path (\"" + folder + "\")";
+    if (!archive.empty()) why += " and its name from the setting Archive (\"" + archive + "\")";
+    why += " in " + host::settings_file() +
+           ". Change them with \"qkp settings set Appl Path FOLDER\" (or Archive FILE), or "
+           "create an archive with \"qkp init\".";
+    automation::raise(automation::kFileNotFound, why);
+  }
 }
 
 Archive& clsDbAccess::archive() {
