@@ -38,6 +38,47 @@ std::string as_text(const std::string& bytes) {
   return out;
 }
 
+namespace {
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+}  // namespace
+
+std::optional<std::string> from_text(const std::string& line) {
+  std::string out;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    if (line[i] != '\\') {
+      out += line[i];
+      continue;
+    }
+    if (i + 1 < line.size() && line[i + 1] == '\\') {
+      out += '\\';
+      ++i;
+      continue;
+    }
+    if (i + 3 >= line.size() + 0 || line[i + 1] != 'x') return std::nullopt;
+    int hi = hex_digit(line[i + 2]), lo = hex_digit(line[i + 3]);
+    if (hi < 0 || lo < 0) return std::nullopt;
+    out += static_cast<char>(hi * 16 + lo);
+    i += 3;
+  }
+  return out;
+}
+
+std::optional<std::string> from_hex(const std::string& line) {
+  if (line.size() % 2) return std::nullopt;
+  std::string out;
+  for (std::size_t i = 0; i < line.size(); i += 2) {
+    int hi = hex_digit(line[i]), lo = hex_digit(line[i + 1]);
+    if (hi < 0 || lo < 0) return std::nullopt;
+    out += static_cast<char>(hi * 16 + lo);
+  }
+  return out;
+}
+
 std::string as_hex(const std::string& bytes) {
   static const char* hex = "0123456789ABCDEF";
   std::string out;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,10 @@ bool parse_format(const std::string& name, Format* out);
 
 std::string as_text(const std::string& bytes);
 std::string as_hex(const std::string& bytes);
+
+// The inverses, for one line of text or hex output; nullopt when the line is not in that form.
+std::optional<std::string> from_text(const std::string& line);
+std::optional<std::string> from_hex(const std::string& line);
 
 // Writes the strings in the format; json writes one whole array.
 void write_strings(std::FILE* out, Format format, const std::vector<std::string>& strings);

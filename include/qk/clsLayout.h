@@ -7,12 +7,21 @@
 #include <cstdint>
 #include <pugixml.hpp>
 #include <string>
+#include <vector>
 
 #include "qk/enums.h"
 #include "qk/recordset.h"
 #include "qk/string_array.h"
 
 namespace qk {
+
+// What the last receiving call read: objects per kind, and the values it snapped to a listed one
+// or could not find in Configurazione.xml ("message 3: font 7 is not in …; stored as 0").
+struct LayoutReceipt {
+  int32_t texts = 0, barcodes = 0, logos = 0;
+  std::vector<std::string> notes;
+  bool stored = false;  // written to the archive (false after a dry run or an error)
+};
 
 class clsLayout {
  public:
@@ -28,8 +37,11 @@ class clsLayout {
   int32_t p_lngMaxItem() const { return max_3000_; }
   int32_t p_lngMaxItemO50() const { return max_5000_; }
   bool p_booRetrieveData();
-  // Receiving layouts from scales (record type "46" requests, parsing into the archive) is done
-  // by the back office's receiving tool; these members keep the interface's shape.
+  // Receiving: the type "46" record that asks a scale for its layout strLayoutNumber (object
+  // strObjectNumber, 0 for all), and the parsers of what a 3000 or 5000 scale sends back for its
+  // layout p_lngTicketId (records or messages, separated by line breaks or "@#@"), stored as
+  // layout p_lngLayoutToImport of department p_lngBnc in one transaction, replacing it. Nothing
+  // is stored unless the whole layout was read; errors name the record and the reason.
   std::string p_strMakeReceiveRequest(const std::string& strLayoutNumber,
                                       const std::string& strObjectNumber);
   void p_ParseReceivedMessage(const std::string& strMessage);
@@ -38,6 +50,10 @@ class clsLayout {
   int32_t p_lngLine() const { return line_; }
   void p_lngLine(int32_t v) { line_ = v; }
   void p_ParseReceivedMessageO50(const std::string& strMessage);
+
+  // The last receiving call's summary; with `dry_run`, the parsers read and summarise only.
+  const LayoutReceipt& last_receipt() const { return receipt_; }
+  void receive_without_storing(bool dry_run) { dry_run_ = dry_run; }
 
   // The configuration document as loaded at start-up.
   const pugi::xml_document& configuration() const { return config_; }
@@ -59,6 +75,7 @@ class clsLayout {
   std::string record_3000(const std::string& field, int32_t flags, const std::string& element,
                           int32_t x, int32_t y, const std::string& rest) const;
   std::string position_5000(int32_t x, int32_t y) const;
+  void receive(const std::string& text, bool series5000, const char* procedure);
 
   int32_t import_ = 0, line_ = 0, bnc_ = 0, ticket_ = 0;
   int32_t max_3000_ = 0, max_5000_ = 0;
@@ -66,6 +83,8 @@ class clsLayout {
   automation::RecordsetPtr layout_;
   pugi::xml_document config_;
   int32_t origin_x_ = 0, origin_y_ = 0;
+  LayoutReceipt receipt_;
+  bool dry_run_ = false;
 };
 
 }  // namespace qk

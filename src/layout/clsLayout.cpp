@@ -14,7 +14,9 @@
 #include "frame/report_error.h"
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
+#include "layout/layout_receive.h"
 #include "layout/layout_values.h"
+#include "qk/archive_tools.h"
 #include "qk/host.h"
 
 namespace qk {
@@ -441,19 +443,61 @@ std::string clsLayout::p_strMakeReceiveRequest(const std::string& strLayoutNumbe
                                                const std::string& strObjectNumber) {
   std::string result;
   trap(label("p_strMakeReceiveRequest"), [&] {
-    result = numeric_record::header(numeric_record::kLayoutReceiveRequest) + strLayoutNumber +
-             strObjectNumber;
+    result = numeric_record::header(numeric_record::kLayoutReceiveRequest) +
+             automation::format_digits(Variant(strLayoutNumber), fmt::kRequestLayoutDigits) +
+             automation::format_digits(Variant(strObjectNumber), fmt::kRequestObjectDigits);
   });
   return result;
 }
 
-void clsLayout::p_ParseReceivedMessage(const std::string&) {
-  trap(label("p_ParseReceivedMessage"), [] { automation::raise(automation::kMemberNotSupported); });
+void clsLayout::p_ParseReceivedMessage(const std::string& strMessage) {
+  receive(strMessage, false, "p_ParseReceivedMessage");
 }
 
-void clsLayout::p_ParseReceivedMessageO50(const std::string&) {
-  trap(label("p_ParseReceivedMessageO50"),
-       [] { automation::raise(automation::kMemberNotSupported); });
+void clsLayout::p_ParseReceivedMessageO50(const std::string& strMessage) {
+  receive(strMessage, true, "p_ParseReceivedMessageO50");
+}
+
+void clsLayout::receive(const std::string& text, bool series5000, const char* procedure) {
+  receipt_ = {};
+  trap(label(procedure), [&] {
+    clsConvertion mapping;
+    layout::Lookups lookups{config_, mapping, [&](const std::string& name) {
+                              return int32_t{db().p_IMMAGINI_intRetrieveIdFromFileName(bnc_, name)};
+                            }};
+    int32_t source = ticket_ != 0 ? ticket_ : import_;
+    int32_t target = import_ != 0 ? import_ : ticket_;
+    layout::ReceivedLayout got = series5000 ? layout::read_5000(text, source, lookups)
+                                            : layout::read_3000(text, source, lookups);
+    for (const auto& o : got.objects) {
+      receipt_.texts += o.kind == fmt::kText;
+      receipt_.barcodes += o.kind == fmt::kBarcode;
+      receipt_.logos += o.kind == fmt::kLogo;
+    }
+    receipt_.notes = got.notes;
+    if (dry_run_) return;
+    // One transaction when the archive offers them: never half a layout.
+    auto* tools = dynamic_cast<ArchiveTools*>(&db());
+    if (tools) tools->begin_write();
+    try {
+      db().p_TICKET_InsertValues(
+          bnc_, target,
+          "received from a scale" + (line_ ? " on line " + std::to_string(line_) : std::string()),
+          true);
+      int32_t object = 0;
+      for (const auto& o : got.objects) {
+        ++object;
+        db().p_TICKET_DETAIL_InsertValues(bnc_, target, object, "OBJ_TYPE", o.kind);
+        for (const auto& [id, value] : o.properties)
+          db().p_TICKET_DETAIL_InsertValues(bnc_, target, object, id, value);
+      }
+      if (tools) tools->commit();
+    } catch (...) {
+      if (tools) tools->rollback();
+      throw;
+    }
+    receipt_.stored = true;
+  });
 }
 
 }  // namespace qk

@@ -35,6 +35,8 @@
 namespace qk::layout_format {
 
 inline constexpr std::string_view kSeparator = "@#@";
+// The receive request (type "46"): header, layout number, object number (0: the whole layout).
+inline constexpr std::string_view kRequestLayoutDigits = "000", kRequestObjectDigits = "000";
 inline constexpr std::string_view kMessageOpen = "<MSG OPE=NEW TYP=LAY";
 inline constexpr std::string_view kMessageClose = " />";
 inline constexpr std::string_view kDeleteOpen = "<MSG OPE=DEL TYP=LAY ID=";
