@@ -1,8 +1,10 @@
 // image (encode a bitmap or decode records back to a picture) and request.
 #include <fstream>
+#include <iterator>
 #include <map>
 
 #include "commands.h"
+#include "picture_files.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
@@ -10,6 +12,7 @@
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/pictures.h"
+#include "qk/previews.h"
 #include "session.h"
 
 namespace qkp {
@@ -18,7 +21,7 @@ namespace {
 
 struct ImageOptions {
   int32_t key = 1;
-  std::string file, kind = "scale", description, from, to, decode, out;
+  std::string file, kind = "scale", description, from, to, decode, out, png;
   int width = 0;
 };
 
@@ -55,12 +58,17 @@ void decode(const ImageOptions& o) {
     p = qk::images::decode_kestra_records(records);
   else
     p = qk::images::decode_scale_records(records);
+  if (!o.png.empty()) {
+    write_png(o.png, grey_of(p));
+    std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", p.width, p.height, o.png.c_str());
+    if (o.out.empty()) return;
+  }
   std::string out = o.out.empty() ? o.decode + ".pbm" : o.out;
   qk::save_file_atomically(out, qk::images::encode_pbm(p));
   std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", p.width, p.height, out.c_str());
 }
 
-void encode(const Options& g, const ImageOptions& o) {
+std::vector<std::string> encoded(const ImageOptions& o) {
   std::vector<std::string> out;
   if (o.kind == "kestra") {
     qk::clsImageKestra k;
@@ -86,8 +94,48 @@ void encode(const Options& g, const ImageOptions& o) {
     i.p_strToDate(o.to);
     out = i.p_strProtocol().items();
   }
+  return out;
+}
+
+void encode(const Options& g, const ImageOptions& o) {
+  auto out = encoded(o);
   if (out.empty()) fail("no records were built for " + o.file);
   print(g, out);
+}
+
+// What the scale will show of a bitmap: encoded for the kind and decoded back (repacking,
+// inversion and padding as the encoders apply them). A Kestra takes 384 pixels of each row: the
+// rest of the bitmap is drawn in a lighter shade, as what is lost.
+void preview(const ImageOptions& o) {
+  std::ifstream in(o.file, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  qk::images::Picture original = qk::images::read_bitmap(bytes);
+  std::vector<std::string> records = encoded(o);
+  if (records.empty()) throw std::runtime_error(o.file + ": the encoder refused it (see above)");
+  qk::images::Picture shown = o.kind == "kestra" ? qk::images::decode_kestra_records(records)
+                              : o.kind == "printer"
+                                  ? qk::images::decode_printer_frames(records, original.width)
+                                  : qk::images::decode_scale_records(records);
+  GreyPicture g = grey_of(shown);
+  if (o.kind == "kestra" && original.width > shown.width) {
+    GreyPicture wide{original.width, std::max(shown.height, original.height), {}};
+    wide.pixels.assign(static_cast<std::size_t>(wide.width) * wide.height, kLostBlank);
+    for (int y = 0; y < wide.height; ++y)
+      for (int x = 0; x < wide.width; ++x) {
+        uint8_t& px = wide.pixels[static_cast<std::size_t>(y) * wide.width + x];
+        if (x < shown.width && y < shown.height)
+          px = g.pixels[static_cast<std::size_t>(y) * shown.width + x];
+        else if (y < original.height && original.rows[y][x])
+          px = kLostPrinted;
+      }
+    std::fprintf(stderr,
+                 "qkp: a Kestra prints %d of the %d pixels of each row; the rest is "
+                 "drawn grey\n",
+                 shown.width, original.width);
+    g = std::move(wide);
+  }
+  write_png(o.png, g);
+  std::fprintf(stderr, "qkp: %d x %d pixels written to %s\n", g.width, g.height, o.png.c_str());
 }
 
 }  // namespace
@@ -107,10 +155,26 @@ void add_image_commands(CLI::App& app, Options& g) {
                     "a file of records, one per line in hex (qkp --format hex output)");
   image->add_option("--out", o->out, "decoded picture (PBM), default FILE.pbm");
   image->add_option("--width", o->width, "picture width in pixels (printer frames)");
-  image->callback([&g, o] {
+  image->add_option("--png", o->png, "with --decode: also (or only) a PNG picture");
+  image->callback([&g, o, image] {
+    if (!image->get_subcommands().empty()) return;
     if (!o->decode.empty()) return decode(*o);
     if (o->file.empty()) throw CLI::ValidationError("image", "give --file F.bmp or --decode FILE");
     encode(g, *o);
+  });
+
+  auto po = std::make_shared<ImageOptions>();
+  auto* pv = image->add_subcommand("preview", "A PNG of what the scale will show of a bitmap");
+  pv->add_option("--file", po->file, "the bitmap (.bmp)")->required()->check(CLI::ExistingFile);
+  pv->add_option("--kind", po->kind, "scale, kestra or printer")
+      ->check(CLI::IsMember({"scale", "kestra", "printer"}));
+  pv->add_option("--png", po->png, "the picture to write")->required();
+  pv->callback([po] {
+    try {
+      preview(*po);
+    } catch (const std::exception& e) {
+      fail(e.what());
+    }
   });
 
   static const std::map<std::string, std::string (qk::clsKplMakeRequest::*)()> kRequests = {

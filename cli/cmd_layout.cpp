@@ -5,9 +5,11 @@
 
 #include "commands.h"
 #include "output.h"
+#include "picture_files.h"
 #include "qk/clsLayout.h"
 #include "qk/host.h"
 #include "qk/layout_check.h"
+#include "qk/previews.h"
 #include "session.h"
 #include "sync.h"
 
@@ -144,6 +146,33 @@ void add_layout_command(CLI::App& app, Options& g) {
     } catch (const std::exception& e) {
       fail(e.what());
     }
+  });
+
+  auto vo = std::make_shared<ReceiveOptions>();
+  vo->family = "3000";
+  auto* pv = cmd->add_subcommand("preview", "Draw a layout as the scale receives it (SVG or PNG)");
+  add_dept_option(pv, vo->dept);
+  pv->add_option("--layout", vo->layout, "layout number")->required();
+  pv->add_option("--family", vo->family, "3000 (default) or 5000")
+      ->transform(CLI::IsMember({"3000", "5000"}));
+  pv->add_option("--out", vo->file, "FILE.svg or FILE.png (default layout-D-N.svg)");
+  pv->callback([vo] {
+    qk::sync::ContextScope context("layout " + std::to_string(vo->layout) + " of department " +
+                                   std::to_string(vo->dept));
+    qk::LayoutPreview p = qk::preview_layout(vo->dept, vo->layout, vo->family,
+                                             qk::path_in(qk::installation_folder(), "images"));
+    if (!p.exists) return fail("does not exist");
+    std::string out = vo->file.empty() ? "layout-" + std::to_string(vo->dept) + "-" +
+                                             std::to_string(vo->layout) + ".svg"
+                                       : vo->file;
+    try {
+      write_drawing(out, p.svg);
+    } catch (const std::exception& e) {
+      return fail(e.what());
+    }
+    for (const auto& problem : p.problems) note(qk::cp1252_to_utf8(problem));
+    if (!p.problems.empty()) set_exit_status(kExitFailed);
+    std::fprintf(stderr, "qkp: drawn to %s\n", out.c_str());
   });
 
   auto qo = std::make_shared<std::pair<int32_t, int32_t>>(0, 0);

@@ -1,10 +1,12 @@
 // lines, pending, sync, mark and status: the network and the main job.
 #include <unistd.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "child_process.h"
 #include "commands.h"
+#include "picture_files.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "session.h"
@@ -40,6 +42,52 @@ void list_lines(const Options& g) {
   std::printf("%-6s %-5s %-8s %s\n", "dept", "line", "family", "scale");
   for (const auto& l : network)
     std::printf("%-6d %-5d %-8s %d\n", l.dept, l.line, l.family.c_str(), l.scale);
+}
+
+// The network as a drawing: a row per department, a box per line with its family, scale and
+// the records pending on it.
+void draw_lines(const std::string& path) {
+  auto a = sync::open_archive_tools();
+  std::vector<std::string> problems;
+  auto lines = sync::list_pending(*a, {}, &problems);
+  say_all(problems);
+  std::map<int32_t, std::vector<const sync::PendingLine*>> by_dept;
+  for (const auto& l : lines) by_dept[l.where.dept].push_back(&l);
+  const int box_w = 150, box_h = 46, left = 110, top = 40;
+  int width = left + 8 * (box_w + 10) + 10;
+  int height = top + static_cast<int>(by_dept.size()) * (box_h + 14) + 10;
+  std::string s = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(width) +
+                  "\" height=\"" + std::to_string(height) +
+                  "\" font-family=\"sans-serif\">\n"
+                  "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+  for (int line = 1; line <= 8; ++line)
+    s += "<text x=\"" + std::to_string(left + (line - 1) * (box_w + 10) + box_w / 2) +
+         "\" y=\"24\" text-anchor=\"middle\" font-size=\"14\">line " + std::to_string(line) +
+         "</text>\n";
+  int row = 0;
+  for (const auto& [dept, list] : by_dept) {
+    int y = top + row++ * (box_h + 14);
+    s += "<text x=\"10\" y=\"" + std::to_string(y + box_h / 2 + 5) +
+         "\" font-size=\"14\">department " + std::to_string(dept) + "</text>\n";
+    for (const auto* l : list) {
+      int x = left + (l->where.line - 1) * (box_w + 10);
+      std::size_t pending = l->records.size();
+      std::string fill = !l->known_family ? "#fdd" : pending ? "#ffe9b3" : "#dff3df";
+      s += "<g class=\"line\" data-dept=\"" + std::to_string(dept) + "\" data-line=\"" +
+           std::to_string(l->where.line) + "\" data-pending=\"" + std::to_string(pending) +
+           "\"><rect x=\"" + std::to_string(x) + "\" y=\"" + std::to_string(y) + "\" width=\"" +
+           std::to_string(box_w) + "\" height=\"" + std::to_string(box_h) + "\" rx=\"6\" fill=\"" +
+           fill + "\" stroke=\"#555\"/><text x=\"" + std::to_string(x + 8) + "\" y=\"" +
+           std::to_string(y + 19) + "\" font-size=\"13\">" + l->where.family + " · scale " +
+           std::to_string(l->where.scale) + "</text><text x=\"" + std::to_string(x + 8) +
+           "\" y=\"" + std::to_string(y + 37) + "\" font-size=\"12\">" +
+           (!l->known_family ? std::string("unknown family")
+                             : std::to_string(pending) + " pending") +
+           "</text></g>\n";
+    }
+  }
+  s += "</svg>\n";
+  write_drawing(path, s);
 }
 
 void show_pending(const Options& g, const sync::SyncScope& scope) {
@@ -195,8 +243,13 @@ void add_sync_commands(CLI::App& app, Options& g) {
                        {{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}}) == 0)
       fail("department " + std::to_string(lo->dept) + " has no line " + std::to_string(lo->line));
   });
-  lines->callback([lines, &g] {
-    if (lines->get_subcommands().empty()) list_lines(g);
+  auto svg = std::make_shared<std::string>();
+  lines->add_option("--svg", *svg,
+                    "draw the network, with each line's pending records, as FILE.svg (or .png)");
+  lines->callback([lines, &g, svg] {
+    if (!lines->get_subcommands().empty()) return;
+    if (!svg->empty()) return draw_lines(*svg);
+    list_lines(g);
   });
 
   auto scope = std::make_shared<sync::SyncScope>();

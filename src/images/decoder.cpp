@@ -1,9 +1,11 @@
 #include <algorithm>
 
+#include "images/bitmap_reader.h"
 #include "images/kestra_printer_format.h"
 #include "images/scale_image_format.h"
 #include "qk/error.h"
 #include "qk/pictures.h"
+#include "qk/previews.h"
 
 namespace qk::images {
 
@@ -122,6 +124,17 @@ Picture decode_printer_frames(const std::vector<std::string>& frames, int width)
     p.rows.pop_back();
   p.height = static_cast<int>(p.rows.size());
   return p;
+}
+
+Picture read_bitmap(const std::string& bytes) {
+  ByteStream s(bytes);
+  HeaderScan h;
+  if (!m_booScanBitmapHeader(s, static_cast<int32_t>(bytes.size()), h, false, "clsImage") ||
+      h.width <= 0)
+    automation::raise(automation::kTypeMismatch,
+                      "not a 1-bit uncompressed BMP the scale encoders accept");
+  std::size_t r = (static_cast<std::size_t>(h.width) + 7) / 8;
+  return rows_to_picture(m_strBitmap2Scales(s.rest(), h.width, h.inverted), r);
 }
 
 }  // namespace qk::images

@@ -1,0 +1,90 @@
+#include "picture_files.h"
+
+#include <cairo.h>
+#include <librsvg/rsvg.h>
+#include <png.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+#include "qk/host.h"
+
+namespace qkp {
+
+GreyPicture grey_of(const qk::images::Picture& p) {
+  GreyPicture g{p.width, p.height, {}};
+  g.pixels.reserve(static_cast<std::size_t>(p.width) * p.height);
+  for (const auto& row : p.rows)
+    for (int x = 0; x < p.width; ++x)
+      g.pixels.push_back(x < static_cast<int>(row.size()) && row[x] ? kPrinted : kBlank);
+  return g;
+}
+
+void write_png(const std::string& path, const GreyPicture& p) {
+  if (p.width <= 0 || p.height <= 0) throw std::runtime_error(path + ": the picture is empty");
+  // Written beside the target, then renamed: a failed write leaves no half picture.
+  std::string tmp = path + ".tmp";
+  std::FILE* f = std::fopen(tmp.c_str(), "wb");
+  if (!f) throw std::runtime_error(path + ": cannot be written");
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!png || !info || setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    std::fclose(f);
+    std::remove(tmp.c_str());
+    throw std::runtime_error(path + ": the PNG could not be written");
+  }
+  png_init_io(png, f);
+  png_set_IHDR(png, info, static_cast<png_uint_32>(p.width), static_cast<png_uint_32>(p.height), 8,
+               PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  for (int y = 0; y < p.height; ++y)
+    png_write_row(png, const_cast<png_bytep>(&p.pixels[static_cast<std::size_t>(y) * p.width]));
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  bool ok = std::fflush(f) == 0;
+  ok = std::fclose(f) == 0 && ok;
+  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
+    std::remove(tmp.c_str());
+    throw std::runtime_error(path + ": cannot be written");
+  }
+}
+
+void write_svg_as_png(const std::string& path, const std::string& svg) {
+  GError* error = nullptr;
+  RsvgHandle* h =
+      rsvg_handle_new_from_data(reinterpret_cast<const guint8*>(svg.data()), svg.size(), &error);
+  if (!h) {
+    std::string why = error ? error->message : "?";
+    if (error) g_error_free(error);
+    throw std::runtime_error(path + ": the drawing could not be rendered (" + why + ")");
+  }
+  gdouble w = 0, hgt = 0;
+  if (!rsvg_handle_get_intrinsic_size_in_pixels(h, &w, &hgt)) w = hgt = 400;
+  cairo_surface_t* surface =
+      cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(w), static_cast<int>(hgt));
+  cairo_t* cr = cairo_create(surface);
+  RsvgRectangle viewport{0, 0, w, hgt};
+  bool drawn = rsvg_handle_render_document(h, cr, &viewport, &error);
+  cairo_destroy(cr);
+  std::string tmp = path + ".tmp";
+  bool written = drawn && cairo_surface_write_to_png(surface, tmp.c_str()) == CAIRO_STATUS_SUCCESS;
+  cairo_surface_destroy(surface);
+  g_object_unref(h);
+  if (error) g_error_free(error);
+  if (!written || std::rename(tmp.c_str(), path.c_str()) != 0) {
+    std::remove(tmp.c_str());
+    throw std::runtime_error(path + ": the PNG could not be written");
+  }
+}
+
+void write_drawing(const std::string& path, const std::string& svg) {
+  if (path.size() > 4 && path.compare(path.size() - 4, 4, ".png") == 0)
+    write_svg_as_png(path, svg);
+  else
+    qk::save_file_atomically(path, svg);
+}
+
+}  // namespace qkp
