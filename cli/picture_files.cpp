@@ -4,8 +4,6 @@
 #include <librsvg/rsvg.h>
 #include <png.h>
 
-#include <cstdio>
-#include <memory>
 #include <stdexcept>
 
 #include "qk/host.h"
@@ -21,21 +19,31 @@ GreyPicture grey_of(const qk::images::Picture& p) {
   return g;
 }
 
+namespace {
+
+void append_bytes(png_structp png, png_bytep data, png_size_t n) {
+  static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), n);
+}
+
+cairo_status_t append_cairo(void* closure, const unsigned char* data, unsigned int n) {
+  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), n);
+  return CAIRO_STATUS_SUCCESS;
+}
+
+}  // namespace
+
+// Both writers build the file in memory and save it like every other file: written beside the
+// target, flushed, renamed over it.
 void write_png(const std::string& path, const GreyPicture& p) {
   if (p.width <= 0 || p.height <= 0) throw std::runtime_error(path + ": the picture is empty");
-  // Written beside the target, then renamed: a failed write leaves no half picture.
-  std::string tmp = path + ".tmp";
-  std::FILE* f = std::fopen(tmp.c_str(), "wb");
-  if (!f) throw std::runtime_error(path + ": cannot be written");
+  std::string bytes;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
   if (!png || !info || setjmp(png_jmpbuf(png))) {
     png_destroy_write_struct(&png, &info);
-    std::fclose(f);
-    std::remove(tmp.c_str());
-    throw std::runtime_error(path + ": the PNG could not be written");
+    throw std::runtime_error(path + ": the PNG could not be made");
   }
-  png_init_io(png, f);
+  png_set_write_fn(png, &bytes, append_bytes, nullptr);
   png_set_IHDR(png, info, static_cast<png_uint_32>(p.width), static_cast<png_uint_32>(p.height), 8,
                PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                PNG_FILTER_TYPE_DEFAULT);
@@ -44,12 +52,7 @@ void write_png(const std::string& path, const GreyPicture& p) {
     png_write_row(png, const_cast<png_bytep>(&p.pixels[static_cast<std::size_t>(y) * p.width]));
   png_write_end(png, nullptr);
   png_destroy_write_struct(&png, &info);
-  bool ok = std::fflush(f) == 0;
-  ok = std::fclose(f) == 0 && ok;
-  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
-    std::remove(tmp.c_str());
-    throw std::runtime_error(path + ": cannot be written");
-  }
+  qk::save_file_atomically(path, bytes);
 }
 
 void write_svg_as_png(const std::string& path, const std::string& svg) {
@@ -69,15 +72,14 @@ void write_svg_as_png(const std::string& path, const std::string& svg) {
   RsvgRectangle viewport{0, 0, w, hgt};
   bool drawn = rsvg_handle_render_document(h, cr, &viewport, &error);
   cairo_destroy(cr);
-  std::string tmp = path + ".tmp";
-  bool written = drawn && cairo_surface_write_to_png(surface, tmp.c_str()) == CAIRO_STATUS_SUCCESS;
+  std::string bytes;
+  bool made = drawn && cairo_surface_write_to_png_stream(surface, append_cairo, &bytes) ==
+                           CAIRO_STATUS_SUCCESS;
   cairo_surface_destroy(surface);
   g_object_unref(h);
   if (error) g_error_free(error);
-  if (!written || std::rename(tmp.c_str(), path.c_str()) != 0) {
-    std::remove(tmp.c_str());
-    throw std::runtime_error(path + ": the PNG could not be written");
-  }
+  if (!made) throw std::runtime_error(path + ": the drawing could not be rendered");
+  qk::save_file_atomically(path, bytes);
 }
 
 void write_drawing(const std::string& path, const std::string& svg) {

@@ -61,6 +61,15 @@ TEST(HostNumbers, ReadingAWholeString) {
   }
 }
 
+TEST(HostNumbers, ValStopsAtTheFirstCharacterThatCannotContinueANumber) {
+  EXPECT_DOUBLE_EQ(leading_number(" 2e3 5:"), 2000);
+  EXPECT_DOUBLE_EQ(leading_number("x1"), 0);
+  // A number beyond a double's range overflows, as the host's Val does, rather than reading as
+  // infinity (found by the number fuzzer: " 2e533 5:").
+  EXPECT_EQ(error_of([] { leading_number(" 2e533 5:"); }), kOverflow);
+  EXPECT_EQ(error_of([] { parse_number("1e400"); }), kOverflow);
+}
+
 TEST(HostNumbers, RoundingIsToEvenAtEveryWidth) {
   struct Row {
     double in;
