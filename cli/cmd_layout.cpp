@@ -100,7 +100,8 @@ void add_layout_command(CLI::App& app, Options& g) {
   cmd->callback([&g, o, cmd] {
     if (!cmd->get_subcommands().empty()) return;
     if (o->dept < 0 || o->layout == 0)
-      throw CLI::RequiredError("layout needs --dept and --layout (or: layout receive, request)");
+      throw CLI::RequiredError(
+          "layout needs --dept and --layout (or: layout receive, request, preview)");
     qk::sync::ContextScope context("layout " + std::to_string(o->layout) + " of department " +
                                    std::to_string(o->dept));
     if (o->check) {

@@ -8,6 +8,13 @@
 #include "fuzz/targets.h"
 #include "test_support.h"
 
+namespace qk::fuzz {
+// Test names and messages show the target's name.
+void PrintTo(const NamedTarget& t, std::ostream* os) {
+  *os << t.name;
+}
+}  // namespace qk::fuzz
+
 namespace {
 
 std::vector<std::string> corpus(const std::string& name) {
