@@ -30,6 +30,9 @@ class Transport {
   // After a failure: how many of the strings sent since the last successful commit the far end
   // confirmed (in the order sent), so that those records can still be counted and reset.
   virtual std::size_t confirmed() const { return 0; }
+  // Ends what the transport started (a sender process) once everything is delivered; false when
+  // that did not end cleanly (error() says why).
+  virtual bool finish() { return true; }
   virtual const std::string& error() const = 0;
 };
 

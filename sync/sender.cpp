@@ -54,6 +54,10 @@ class SenderTransport : public Transport {
   }
   std::size_t batch() const override { return 256; }
   std::size_t confirmed() const override { return confirmed_; }
+  bool finish() override {
+    if (!error_.empty()) return true;  // already reported where it stopped
+    return close_sender();
+  }
   const std::string& error() const override { return error_; }
 
  private:

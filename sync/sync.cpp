@@ -318,6 +318,11 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
         r.status = SyncReport::Failed;
       },
       &problems);
+  // The transport ends its processes now, so that how they ended is part of the report.
+  if (!t.finish() && !stopped) {
+    problems.push_back("the transport did not end cleanly: " + t.error());
+    r.stopped = t.error();
+  }
   for (const auto& p : problems) o.say(p);
   if (!problems.empty() || stopped) r.status = SyncReport::Failed;
   if (visited == 0 && problems.empty()) r.status = SyncReport::NoLine;

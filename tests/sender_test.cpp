@@ -147,6 +147,15 @@ TEST_F(Sender, StoppingHalfWayResetsExactlyTheAcknowledgedRecords) {
   }
 }
 
+TEST_F(Sender, ASenderThatEndsBadlyAfterwardsIsReported) {
+  ASSERT_EQ(qkp("mark --line 1 --dept 1"), 0) << err;
+  EXPECT_EQ(qkp("sync --line 1 --dept 1 " + sender("--exit-status 4")), 1);
+  EXPECT_NE(err.find("exited with status 4 after acknowledging every record"), std::string::npos)
+      << err;
+  for (const auto& r : pending(1))
+    EXPECT_NE(r.rfind("1 ", 0), 0u) << r << ": everything was acknowledged, so everything is reset";
+}
+
 TEST_F(Sender, ASilentSenderTimesOutAndIsEnded) {
   ASSERT_EQ(qkp("mark --line 1 --dept 1"), 0) << err;
   Records before = pending(1);

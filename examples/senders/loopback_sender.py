@@ -3,7 +3,7 @@
 each), acknowledged once written. It can misbehave on purpose, to try qkp's handling:
 
     loopback_sender.py FILE [--err-at N] [--die-at N] [--hang-at N] [--garbage-at N]
-                            [--wrong-ack-at N] [--bare] [--delay-ms MS]
+                            [--wrong-ack-at N] [--bare] [--delay-ms MS] [--exit-status S]
 
 N counts the records this process received, from 1. --bare answers "OK" without the number.
 Its environment (QK_HOME, QK_DEPT, QK_LINE, QK_SCALE, QK_FAMILY) is appended to FILE.env, each
@@ -26,6 +26,7 @@ def main():
         p.add_argument("--" + name, type=int, default=0)
     p.add_argument("--bare", action="store_true")
     p.add_argument("--delay-ms", type=int, default=0)
+    p.add_argument("--exit-status", type=int, default=0)
     a = p.parse_args()
     with open(a.file + ".pids", "a") as pids:
         pids.write("%d\n" % os.getpid())
@@ -62,6 +63,7 @@ def main():
                 sys.stdout.flush()
             else:
                 qk_sender.ok(f)
+    sys.exit(a.exit_status)
 
 
 if __name__ == "__main__":
