@@ -4,6 +4,7 @@
 #include <map>
 
 #include "commands.h"
+#include "output.h"
 #include "picture_files.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
@@ -37,14 +38,9 @@ std::vector<std::string> read_hex_lines(const std::string& path) {
     if (line.empty()) continue;
     if (line.size() % 2)
       throw std::runtime_error(path + " line " + std::to_string(n) + ": odd number of hex digits");
-    std::string bytes;
-    for (std::size_t i = 0; i < line.size(); i += 2) {
-      std::size_t used = 0;
-      int v = std::stoi(line.substr(i, 2), &used, 16);
-      if (used != 2) throw std::runtime_error(path + " line " + std::to_string(n) + ": not hex");
-      bytes += static_cast<char>(v);
-    }
-    out.push_back(bytes);
+    auto bytes = from_hex(line);
+    if (!bytes) throw std::runtime_error(path + " line " + std::to_string(n) + ": not hex");
+    out.push_back(*bytes);
   }
   return out;
 }
@@ -84,12 +80,7 @@ std::vector<std::string> encoded(const ImageOptions& o) {
     qk::clsImage i;
     i.p_varKey(qk::automation::Variant(o.key));
     i.p_strFullPath(o.file);
-    auto text = [](const std::string& s) {
-      auto r = qk::utf8_to_cp1252(s);
-      if (!r) throw CLI::ValidationError("--description", "holds a character with no 8-bit form");
-      return *r;
-    };
-    i.p_strDescription(text(o.description));
+    i.p_strDescription(to_8bit(o.description, "--description"));
     i.p_strFromDate(o.from);
     i.p_strToDate(o.to);
     out = i.p_strProtocol().items();
@@ -206,9 +197,8 @@ void add_image_commands(CLI::App& app, Options& g) {
     qk::clsKplMakeRequest k;
     std::string block;
     if (r->name == "reset-totals") {
-      auto mode = qk::utf8_to_cp1252(r->mode);
-      if (!mode) throw CLI::ValidationError("--mode", "holds a character with no 8-bit form");
-      block = k.p_RX_strRichiediCancellazioneTotali(*mode);
+      std::string mode = to_8bit(r->mode, "--mode");  // the member takes it by reference
+      block = k.p_RX_strRichiediCancellazioneTotali(mode);
     } else {
       block = (k.*kRequests.at(r->name))();
     }

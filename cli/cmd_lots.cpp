@@ -13,12 +13,6 @@ namespace qkp {
 
 namespace {
 
-std::string to_8bit(const std::string& utf8, const char* what) {
-  auto r = qk::utf8_to_cp1252(utf8);
-  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
-  return *r;
-}
-
 struct LotOptions {
   int32_t dept = 1, lot = 0;
   std::string family = "5000";

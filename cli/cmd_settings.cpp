@@ -8,11 +8,6 @@
 namespace qkp {
 
 namespace {
-std::string to_8bit(const std::string& utf8, const char* what) {
-  auto r = qk::utf8_to_cp1252(utf8);
-  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
-  return *r;
-}
 
 // A folder of a Windows machine: a drive letter ("C:") or a backslash.
 bool windows_path(const std::string& v) {

@@ -34,6 +34,10 @@ void add_sync_commands(CLI::App& app, Options& o);
 // The network's configured-lines array (problems reading it are reported as failures).
 qk::automation::Variant network_lines();
 
+// A command-line text in the component's 8-bit form; a usage error naming `what` when it holds a
+// character with no such form.
+std::string to_8bit(const std::string& utf8, const char* what);
+
 // The required department option: --dept, with --counter (the component's own word) as an alias.
 void add_dept_option(CLI::App* cmd, int32_t& dept);
 

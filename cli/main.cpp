@@ -22,6 +22,12 @@ qk::automation::Variant network_lines() {
   return qk::sync::configured_lines(network);
 }
 
+std::string to_8bit(const std::string& utf8, const char* what) {
+  auto r = qk::utf8_to_cp1252(utf8);
+  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
+  return *r;
+}
+
 void add_dept_option(CLI::App* cmd, int32_t& dept) {
   cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
       ->required()

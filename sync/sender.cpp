@@ -111,25 +111,19 @@ class SenderTransport : public Transport {
     return true;
   }
 
-  // Reads what the sender has answered, waiting up to `seconds` for at least one line when
+  // Reads what the sender has answered, waiting up to `seconds` since its last answer while
   // records wait for one (0: only what is there). False on an error, an ERR, or a timeout.
   bool read_answers(double seconds) {
     using clock = std::chrono::steady_clock;
-    auto deadline = clock::now() + std::chrono::duration_cast<clock::duration>(
-                                       std::chrono::duration<double>(seconds));
-    for (bool first = true;; first = false) {
+    auto patience =
+        std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
+    auto deadline = clock::now() + patience;
+    while (true) {
       if (!take_lines()) return false;
       if (waiting_.empty()) return true;
       auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now());
-      int wait_ms = seconds == 0 ? 0 : static_cast<int>(std::max<long long>(0, left.count()));
-      if (!first && wait_ms == 0) {
-        if (seconds == 0) return true;
-        return fail("the sender did not acknowledge record " + std::to_string(waiting_.front()) +
-                    " within " + std::to_string(static_cast<int>(seconds)) +
-                    " s (--sender-timeout)");
-      }
       pollfd p{child_.out, POLLIN, 0};
-      int r = ::poll(&p, 1, wait_ms);
+      int r = ::poll(&p, 1, static_cast<int>(std::max<long long>(0, left.count())));
       if (r < 0 && errno == EINTR) {
         if (stopped()) return false;
         continue;
@@ -137,7 +131,9 @@ class SenderTransport : public Transport {
       if (r < 0) return fail(std::string("poll: ") + std::strerror(errno));
       if (r == 0) {
         if (seconds == 0) return true;
-        continue;  // the deadline check above ends the wait
+        return fail("the sender did not acknowledge record " + std::to_string(waiting_.front()) +
+                    " within " + std::to_string(static_cast<int>(seconds)) +
+                    " s (--sender-timeout)");
       }
       char buf[4096];
       ssize_t n = ::read(child_.out, buf, sizeof buf);
@@ -149,9 +145,7 @@ class SenderTransport : public Transport {
                     " before acknowledging record " + std::to_string(waiting_.front()));
       }
       in_.append(buf, static_cast<std::size_t>(n));
-      if (seconds == 0) continue;
-      deadline = clock::now() + std::chrono::duration_cast<clock::duration>(
-                                    std::chrono::duration<double>(seconds));
+      deadline = clock::now() + patience;
     }
   }
 

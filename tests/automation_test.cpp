@@ -8,21 +8,10 @@
 #include "qk/host.h"
 #include "qk/recordset.h"
 #include "qk/string_array.h"
+#include "test_support.h"
 
 using namespace qk::automation;
-
-namespace {
-
-long error_of(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.number();
-  }
-  return 0;
-}
-
-}  // namespace
+using qk::testing::error_of;
 
 TEST(Variant, ToInt16RoundsTiesToEvenAndChecksRange) {
   struct Row {

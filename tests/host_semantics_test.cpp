@@ -7,20 +7,12 @@
 #include "automation/conversions.h"
 #include "qk/error.h"
 #include "qk/host.h"
+#include "test_support.h"
 
 using namespace qk::automation;
+using qk::testing::error_of;
 
 namespace {
-
-// The error number a call raises, or 0.
-long error_of(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(HostNumbers, ReadingAWholeString) {
   struct Row {

@@ -5,12 +5,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "frame/globals.h"
 #include "qk/companions.h"
+#include "qk/error.h"
 #include "qk/host.h"
 
 namespace qk::testing {
@@ -104,6 +106,16 @@ class LoggerSpy : public Logger {
   std::string path = "spy.log";
   std::vector<LogCall> calls;
 };
+
+// The number of the automation error a call raises, or 0.
+inline long error_of(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const automation::Error& e) {
+    return e.number();
+  }
+  return 0;
+}
 
 // Fresh shared state for this thread, with a logger spy installed and silent boxes.
 inline std::shared_ptr<LoggerSpy> reset_globals(bool silent = true) {

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "automation/conversions.h"
+#include "frame/globals.h"
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
 #include "layout/layout_receive.h"
@@ -109,10 +110,9 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
   automation::StringArray sent = l.p_strProtocol(1);
   for (const auto& m : sent.items()) messages += m + "\n";
   clsConvertion mapping;
-  auto db = automation::create_as<DbAccess>(kDbAccessId);
-  db->Initialize(automation::Variant(kArchiveName));
+  // The layout object has created this thread's database object: the lookups use it too.
   layout::Lookups lookups{l.configuration(), mapping, [&](const std::string& name) {
-                            return int32_t{db->p_IMMAGINI_intRetrieveIdFromFileName(dept, name)};
+                            return int32_t{db().p_IMMAGINI_intRetrieveIdFromFileName(dept, name)};
                           }};
   layout::ReceivedLayout got = layout::read_5000(messages, layout_id, lookups);
 
