@@ -1,6 +1,7 @@
 #include "sync.h"
 
 #include <chrono>
+#include <set>
 
 #include "qk/error.h"
 #include "qk/host.h"
@@ -65,6 +66,7 @@ class LineSync {
       std::string form;
       std::unique_ptr<RecordSource> source;
       std::vector<int32_t> ids;
+      std::set<int32_t> pending;  // of the ids, those whose flags say this line is pending
     };
     std::vector<Opened> kinds;
     std::size_t pending = 0;
@@ -75,9 +77,17 @@ class LineSync {
         std::vector<std::string> problems;
         auto source = e.open(c, form);
         auto ids = source->ids(e.flagged && !o_.scope.full ? c.where.line : 0, &problems);
+        std::set<int32_t> flagged;
+        // A full sync sends every record but resets only those pending on the line: resetting
+        // the others would write back the flags they already have.
+        if (e.flagged) {
+          auto p = o_.scope.full ? source->ids(c.where.line, nullptr) : ids;
+          flagged.insert(p.begin(), p.end());
+        }
         for (const auto& p : problems) problem(p);
-        if (e.flagged) pending += ids.size();
-        kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
+        pending += flagged.size();
+        kinds.push_back(
+            {e.kind, e.flagged, form, std::move(source), std::move(ids), std::move(flagged)});
       } catch (const std::exception& ex) {
         problem(std::string(kind_name(e.kind)) + " could not be listed: " + error_text(ex));
         ++r_.tally[e.kind].failed;
@@ -87,7 +97,7 @@ class LineSync {
     envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
     for (auto& k : kinds)
       for (int32_t id : k.ids)
-        if (!deliver(k.kind, k.flagged, *k.source, id)) return stop();
+        if (!deliver(k.kind, k.flagged, k.pending.count(id) > 0, *k.source, id)) return stop();
     return flush() || stop();
   }
 
@@ -96,7 +106,7 @@ class LineSync {
     Kind kind;
     long long bytes;
     std::size_t strings;
-    RecordSource* source;  // flagged records only
+    RecordSource* source;  // records pending on the line only: they are reset
     int32_t id;
     std::optional<GroupRef> group;
     RowSnapshot snapshot;
@@ -108,7 +118,7 @@ class LineSync {
     r_.status = SyncReport::Failed;
   }
 
-  bool deliver(Kind kind, bool flagged, RecordSource& source, int32_t id) {
+  bool deliver(Kind kind, bool flagged, bool pending, RecordSource& source, int32_t id) {
     if (!reading_) {
       a_.begin_read();
       reading_ = true;
@@ -116,7 +126,7 @@ class LineSync {
     std::string label = source.label(id);
     ContextScope context(line_context_ + ", " + label);
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, 0, flagged ? &source : nullptr, id, source.group(id), {}, label};
+    Waiting w{kind, 0, 0, pending ? &source : nullptr, id, source.group(id), {}, label};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;

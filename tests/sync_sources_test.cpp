@@ -167,6 +167,22 @@ TEST_F(Sync, NothingPendingSendsNothingNotEvenTheDate) {
   EXPECT_EQ(kinds(t), (std::vector<std::string>{"date", "keys"}));
 }
 
+TEST_F(Sync, AFullSyncResetsOnlyWhatWasPendingOnTheLine) {
+  line(1, 1, "5000", 1);
+  key(1, 1, 1, "10100000");
+  key(1, 1, 2, "01000000");  // not pending on line 1: its rows are left as they are, although
+  key(1, 2, 2, "00100000");  // resetting it would write the merged flags to both
+  MemoryTransport t;
+  std::vector<std::string> said;
+  auto r = run(1, true, t, &said);
+  EXPECT_EQ(r.status, sync::SyncReport::Done);
+  EXPECT_EQ(kinds(t), (std::vector<std::string>{"date", "keys"}));
+  EXPECT_EQ(t.sent.size(), 3u);  // the date and both keys
+  EXPECT_EQ(scalar("select group_concat(TP_FLAGTRASM, ' ') from (select TP_FLAGTRASM from"
+                   " TASTIERA_PLU order by TP_KEY, TP_SCALE)"),
+            "00100000 01000000 00100000");
+}
+
 TEST_F(Sync, AFamilyThatTakesNoKeysGetsNoKeys) {
   line(1, 1, "VELTA", 1);
   key(1, 1, 1, "11111111");
