@@ -57,12 +57,15 @@ class FileTransport : public Transport {
       error_ = "interrupted by signal " + std::to_string(stop_signal());
       return false;
     }
-    std::string f = framed(separator_, bytes);
-    if (!write_all(fd_, f.data(), f.size())) return fail("cannot write to");
+    // A file gets a batch in one write at the commit that makes it durable anyway; a line or a
+    // pipe gets every record as it comes, for the far end is reading.
+    pending_ += framed(separator_, bytes);
+    if (!regular_ && !flush()) return false;
     return true;
   }
   bool commit() override {
     if (fd_ < 0) return true;
+    if (!flush()) return false;
     if (terminal_) {
       if (::tcdrain(fd_) != 0) return fail("cannot drain");
     } else if (regular_ && ::fsync(fd_) != 0) {
@@ -116,12 +119,18 @@ class FileTransport : public Transport {
     error_ = std::string(what) + " " + path_ + ": " + std::strerror(errno);
     return false;
   }
+  bool flush() {
+    bool ok = write_all(fd_, pending_.data(), pending_.size());
+    pending_.clear();
+    return ok || fail("cannot write to");
+  }
 
   std::string path_;
   Separator separator_;
   std::optional<SerialSettings> serial_;
   int fd_ = -1;
   bool regular_ = true, terminal_ = false;
+  std::string pending_;  // framed records not yet written
   std::string error_;
 };
 
