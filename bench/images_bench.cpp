@@ -8,8 +8,8 @@
 #include <fstream>
 #include <random>
 
-#include "db_access/archive.h"
 #include "db_access/clsDbAccess.h"
+#include "db_access/sqlite_archive.h"
 #include "frame/globals.h"
 #include "images/bitmap_reader.h"
 #include "qk/clsImage.h"
@@ -29,7 +29,7 @@ struct Setup {
     qk::companions::register_db_access();
     qk::companions::register_translate();
     std::filesystem::remove(folder + "/Archivi.sqlite");
-    qk::companions::Archive::create(folder + "/Archivi.sqlite");
+    qk::companions::SqliteArchive::create(folder + "/Archivi.sqlite");
     qk::globals().booSilent = true;
     logo = write("logo.bmp", 232, 245);
     big = write("big.bmp", 2000, 2000);

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "db_access/archive.h"
 #include "db_access/clsDbAccess.h"
+#include "db_access/sqlite_archive.h"
 #include "registry/clsRegistry.h"
 #include "test_support.h"
 #include "translate/clsTranslate.h"
@@ -24,7 +24,7 @@ struct ArchiveFixture : ::testing::Test {
     companions::register_translate();
     companions::register_registry_helper();
     spy = reset_globals();
-    archive = companions::Archive::create(dir.file("Archivi.sqlite"));
+    archive = companions::SqliteArchive::create(dir.file("Archivi.sqlite"));
   }
   void exec(const std::string& sql, const std::vector<automation::Variant>& params = {}) {
     archive->execute(sql, params);

@@ -115,7 +115,7 @@ TEST_F(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
   auto rows =
       lines_of(sql("select TRC_DESC1, substr(TRC_FLAGTRASM, 1, 1) from TRACEABILITY "
                    "where TRC_DESC1 like 'MARK-%'"));
-  ASSERT_GT(rows.size(), 20u);  // the imports did run during the syncs
+  ASSERT_GT(rows.size(), 5u);  // the imports did run during the syncs
   int cleared = 0, pending = 0;
   for (const auto& r : rows) {
     std::string text = r.substr(0, r.find('|'));

@@ -1,244 +1,36 @@
 #include "db_access/archive.h"
 
-#include <sqlite3.h>
-#include <sys/stat.h>
-
-#include "db_access/access_sql.h"
-#include "db_access/schema.h"
-#include "qk/error.h"
-#include "qk/host.h"
+#include "db_access/pg_archive.h"
+#include "db_access/sqlite_archive.h"
 
 namespace qk::companions {
 
-namespace {
-constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
-constexpr std::size_t kMaxCachedStatements = 512;
-}  // namespace
-
-Archive::Archive(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {
-  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
-  // In WAL mode a crash can only lose the newest commits: a lost flag reset means a record is
-  // sent again, never that one is lost, so commits need not wait for the disk.
-  sqlite3_exec(db_, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
-  // A sync walks the whole archive: keep its pages in memory rather than re-reading them.
-  sqlite3_exec(db_, "PRAGMA cache_size = -8192", nullptr, nullptr, nullptr);
-  sqlite3_extended_result_codes(db_, 1);
-  register_access_functions(db_);
+bool Archive::is_server(const std::string& location) {
+  return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
 }
 
-Archive::~Archive() {
-  for (auto& [sql, s] : statements_) sqlite3_finalize(s);
-  sqlite3_close_v2(db_);
-}
-
-std::shared_ptr<Archive> Archive::open(const std::string& path, bool any_version) {
-  struct stat st {};
-  if (::stat(path.c_str(), &st) != 0)
-    automation::raise(
-        automation::kFileNotFound,
-        "File not found: the archive " + path + " does not exist (create it with \"qkp init\")");
-  sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (rc != SQLITE_OK) {
-    std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
-    sqlite3_close_v2(db);
-    automation::raise(automation::kDatabaseError, "cannot open the archive " + path + ": " + msg);
-  }
-  std::shared_ptr<Archive> a(new Archive(db, path));
-  // Touch the schema now so that a file that is not an archive is reported at once.
-  a->query("select count(*) from sqlite_master");
-  int version = a->schema_version();
-  if (!any_version && version < archive::kSchemaVersion)
-    automation::raise(automation::kDatabaseError,
-                      "the archive " + path + " has schema version " + std::to_string(version) +
-                          ", this version needs " + std::to_string(archive::kSchemaVersion) +
-                          ": run \"qkp archive upgrade\" (every row is kept)");
-  if (version > archive::kSchemaVersion)
-    automation::raise(automation::kDatabaseError,
-                      "the archive " + path + " has schema version " + std::to_string(version) +
-                          ", newer than this version knows (" +
-                          std::to_string(archive::kSchemaVersion) + "): use a newer qkp");
-  return a;
-}
-
-std::shared_ptr<Archive> Archive::create(const std::string& path) {
-  sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(
-      path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (rc != SQLITE_OK) {
-    std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
-    sqlite3_close_v2(db);
-    automation::raise(automation::kDatabaseError, "cannot create the archive " + path + ": " + msg);
-  }
-  std::shared_ptr<Archive> a(new Archive(db, path));
-  a->execute_script(archive_schema_sql());
-  return a;
-}
-
-int Archive::schema_version() {
-  auto rs = query("PRAGMA user_version");
-  return rs->Eof() ? 0 : rs->Fields(rs->columns()[0]).to_int32();
-}
-
-void Archive::fail(const std::string& what) {
-  automation::raise(automation::kDatabaseError,
-                    what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
-}
-
-sqlite3_stmt* Archive::prepare(const std::string& sql) {
-  auto it = statements_.find(sql);
-  if (it != statements_.end()) {
-    sqlite3_reset(it->second);
-    sqlite3_clear_bindings(it->second);
-    return it->second;
-  }
-  // Statements that embed their values (the generic ones) differ per record: keep the cache
-  // bounded so a long walk does not hold one prepared statement per record.
-  if (statements_.size() >= kMaxCachedStatements) {
-    for (auto& [text, st] : statements_) sqlite3_finalize(st);
-    statements_.clear();
-  }
-  sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) != SQLITE_OK)
-    fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
-  statements_.emplace(sql, s);
-  return s;
-}
-
-void Archive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
-  for (std::size_t i = 0; i < params.size(); ++i) {
-    int idx = static_cast<int>(i) + 1;
-    const Variant& v = params[i];
-    switch (v.type()) {
-      case automation::VarType::Empty:
-      case automation::VarType::Null:
-        sqlite3_bind_null(s, idx);
-        break;
-      case automation::VarType::Boolean:
-      case automation::VarType::Integer:
-      case automation::VarType::Long:
-        sqlite3_bind_int64(s, idx, v.to_int32());
-        break;
-      case automation::VarType::Double:
-        sqlite3_bind_double(s, idx, v.to_double());
-        break;
-      case automation::VarType::String: {
-        std::string utf8 = cp1252_to_utf8(v.to_string());
-        sqlite3_bind_text(s, idx, utf8.c_str(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
-        break;
-      }
-      default:
-        automation::raise(automation::kTypeMismatch);
-    }
-  }
-}
-
-std::shared_ptr<automation::MemoryRecordset> Archive::query(const std::string& sql,
-                                                            const std::vector<Variant>& params) {
-  sqlite3_stmt* s = prepare(sql);
-  bind(s, params);
-  int n = sqlite3_column_count(s);
-  std::vector<std::string> columns;
-  for (int c = 0; c < n; ++c) columns.emplace_back(sqlite3_column_name(s, c));
-  auto rs = std::make_shared<automation::MemoryRecordset>(columns);
-  long row = 0;
-  while (true) {
-    int rc = sqlite3_step(s);
-    if (rc == SQLITE_DONE) break;
-    if (rc != SQLITE_ROW) {
-      sqlite3_reset(s);
-      fail("cannot read \"" + cp1252_to_utf8(sql) + "\"");
-    }
-    ++row;
-    std::vector<Variant> values;
-    values.reserve(static_cast<std::size_t>(n));
-    for (int c = 0; c < n; ++c) {
-      switch (sqlite3_column_type(s, c)) {
-        case SQLITE_NULL:
-          values.push_back(Variant::null());
-          break;
-        case SQLITE_INTEGER:
-          values.emplace_back(static_cast<long long>(sqlite3_column_int64(s, c)));
-          break;
-        case SQLITE_FLOAT:
-          values.emplace_back(sqlite3_column_double(s, c));
-          break;
-        default: {
-          const char* text = reinterpret_cast<const char*>(sqlite3_column_text(s, c));
-          std::string_view utf8(text ? text : "",
-                                static_cast<std::size_t>(sqlite3_column_bytes(s, c)));
-          auto converted = utf8_to_cp1252(utf8);
-          if (!converted) {
-            // Copy what the report needs before the reset frees the column's text.
-            const char* table = sqlite3_column_table_name(s, c);
-            std::string origin = std::string("table ") + (table ? table : "?") + ", column " +
-                                 columns[static_cast<std::size_t>(c)] + ", row " +
-                                 std::to_string(row);
-            std::string bad(utf8);
-            sqlite3_reset(s);
-            utf8_to_cp1252_or_raise(bad, origin);
-            automation::raise(automation::kTypeMismatch, "the text of " + origin + " is not valid");
-          }
-          values.emplace_back(std::move(*converted));
-        }
-      }
-    }
-    rs->add_row(std::move(values));
-  }
-  sqlite3_reset(s);
-  return rs;
-}
-
-int Archive::execute(const std::string& sql, const std::vector<Variant>& params) {
-  sqlite3_stmt* s = prepare(sql);
-  bind(s, params);
-  int rc;
-  while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-  }
-  if (rc != SQLITE_DONE) {
-    sqlite3_reset(s);
-    fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
-  }
-  sqlite3_reset(s);
-  return sqlite3_changes(db_);
-}
-
-void Archive::execute_script(const std::string& sql) {
-  char* err = nullptr;
-  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
-    std::string msg = err ? err : "unknown error";
-    sqlite3_free(err);
-    automation::raise(automation::kDatabaseError, msg + " (archive " + path_ + ")");
-  }
-}
-
-void Archive::begin(bool write) {
-  execute(write ? "BEGIN IMMEDIATE" : "BEGIN");
-}
-
-void Archive::end(bool commit) {
-  if (!in_transaction()) return;
-  if (commit)
-    execute("COMMIT");
-  else
-    sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-}
-
-bool Archive::in_transaction() {
-  return sqlite3_get_autocommit(db_) == 0;
+std::shared_ptr<Archive> Archive::open(const std::string& location, bool any_version) {
+  if (is_server(location)) return PgArchive::open(location, any_version);
+  return SqliteArchive::open(location, any_version);
 }
 
 Archive::Transaction::Transaction(Archive& a) : archive_(a) {
-  joined_ = sqlite3_get_autocommit(archive_.db_) == 0;
-  if (!joined_) archive_.execute("BEGIN IMMEDIATE");
+  joined_ = archive_.in_transaction();
+  if (!joined_) archive_.begin(true);
 }
 
 Archive::Transaction::~Transaction() {
-  if (!done_ && !joined_) sqlite3_exec(archive_.db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  if (!done_ && !joined_) {
+    try {
+      archive_.end(false);
+    } catch (...) {
+      // Rolling back after a failure: the failure is what is reported.
+    }
+  }
 }
 
 void Archive::Transaction::commit() {
-  if (!joined_) archive_.execute("COMMIT");
+  if (!joined_) archive_.end(true);
   done_ = true;
 }
 

@@ -1,20 +1,17 @@
-// One SQLite archive connection: statements prepared once and cached by their SQL text, results
-// read into recordsets with the text converted to the component's 8-bit form, writes grouped in
-// transactions. A locked archive is waited for briefly, then reported.
+// One connection to an archive, whichever database holds it: statements written in the
+// companion's SQL (numbered "?N" or plain "?" placeholders, "rowid" for a row's own number) run
+// with bound parameters, results come back as recordsets with the text in the component's 8-bit
+// form, writes are grouped in transactions.
 #pragma once
 
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "qk/archive_tools.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 namespace qk::companions {
 
@@ -22,27 +19,27 @@ using automation::Variant;
 
 class Archive {
  public:
-  // Opens an existing archive file for reading and writing; raises error 53 when the file does
-  // not exist (it is never created here) and a database error when it is not an archive.
-  // An archive of an older schema is refused (error naming the upgrade) unless any_version.
-  static std::shared_ptr<Archive> open(const std::string& path, bool any_version = false);
-  // Creates a new archive file with the schema (the file must not exist).
-  static std::shared_ptr<Archive> create(const std::string& path);
-  ~Archive();
+  // Opens the archive at a location: a PostgreSQL connection URI ("postgresql://…") or the path
+  // of a SQLite file. An archive of an older schema is refused (naming the upgrade) unless
+  // any_version; a missing file is error 53, an unreachable server a database error.
+  static std::shared_ptr<Archive> open(const std::string& location, bool any_version = false);
+  static bool is_server(const std::string& location);
+  virtual ~Archive() = default;
 
   // Runs a query with bound parameters and returns all its rows.
-  std::shared_ptr<automation::MemoryRecordset> query(const std::string& sql,
-                                                     const std::vector<Variant>& params = {});
+  virtual std::shared_ptr<automation::MemoryRecordset> query(
+      const std::string& sql, const std::vector<Variant>& params = {}) = 0;
   // Runs a statement (no rows); returns the number of rows changed.
-  int execute(const std::string& sql, const std::vector<Variant>& params = {});
+  virtual int execute(const std::string& sql, const std::vector<Variant>& params = {}) = 0;
   // Runs several statements of a script (schema, demo data) without parameters.
-  void execute_script(const std::string& sql);
+  virtual void execute_script(const std::string& sql) = 0;
 
-  // Explicit transactions for the tools: a deferred (read) or immediate (write) one; ending a
-  // transaction that is not open does nothing.
-  void begin(bool write);
-  void end(bool commit);
-  bool in_transaction();
+  // Explicit transactions for the tools: a read transaction sees one unchanging archive, a write
+  // transaction excludes other writers of the same rows; ending one that is not open does
+  // nothing.
+  virtual void begin(bool write) = 0;
+  virtual void end(bool commit) = 0;
+  virtual bool in_transaction() = 0;
 
   // A transaction that rolls back unless committed. Inside an open transaction it joins it:
   // the outer one decides.
@@ -58,25 +55,24 @@ class Archive {
     bool done_ = false;
   };
 
+  // Where the archive is, as the user gave it (a server's password is never shown).
   const std::string& path() const { return path_; }
-  // The schema version the file carries (PRAGMA user_version).
-  int schema_version();
+  // The schema version the archive carries.
+  virtual int schema_version() = 0;
+  // Brings an archive of an older schema to this version, keeping every row.
+  virtual void upgrade() = 0;
+  // The sync lock of one line (see ArchiveTools::lock_line).
+  virtual std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
+                                                        std::string* holder) = 0;
 
   // The reset guard of this connection: every instance on the thread shares it, so the tools set
   // it and the component's own database object honours it.
   std::optional<RowSnapshot> reset_guard;
   long guard_left = 0;  // rows the guarded writes left alone (changed, added or gone)
-  sqlite3* handle() { return db_; }
 
- private:
-  Archive(sqlite3* db, std::string path);
-  sqlite3_stmt* prepare(const std::string& sql);
-  void bind(sqlite3_stmt* s, const std::vector<Variant>& params);
-  [[noreturn]] void fail(const std::string& what);
-
-  sqlite3* db_;
+ protected:
+  explicit Archive(std::string path) : path_(std::move(path)) {}
   std::string path_;
-  std::unordered_map<std::string, sqlite3_stmt*> statements_;
 };
 
 }  // namespace qk::companions

@@ -11,7 +11,9 @@
 #include <filesystem>
 
 #include "db_access/clsDbAccess.h"
+#include "db_access/pg_archive.h"
 #include "db_access/schema.h"
+#include "db_access/sqlite_archive.h"
 #include "qk/error.h"
 
 namespace qk::companions {
@@ -47,22 +49,6 @@ std::string order_sql(const archive::Table& t) {
 void remove_database_files(const std::string& path) {
   std::error_code ec;
   for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ec);
-}
-
-class FileLock : public ArchiveTools::Lock {
- public:
-  explicit FileLock(int fd) : fd_(fd) {}
-  ~FileLock() override { ::close(fd_); }
-
- private:
-  int fd_;
-};
-
-std::string now_text() {
-  std::time_t t = std::time(nullptr);
-  char buf[32];
-  std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", std::localtime(&t));
-  return buf;
 }
 
 }  // namespace
@@ -117,8 +103,8 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
     p.emplace_back(static_cast<long long>(version));
   }
   // Rows of the condition the guard does not hold (added since) are counted as left alone too.
-  long all = a.query("select count(*) from " + table + " where (" + condition + ")", params)
-                 ->Fields("count(*)")
+  long all = a.query("select count(*) as n from " + table + " where (" + condition + ")", params)
+                 ->Fields("n")
                  .to_int32();
   long updated =
       rows.empty() ? 0
@@ -261,44 +247,18 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
 
 std::unique_ptr<ArchiveTools::Lock> clsDbAccess::lock_line(int32_t line, bool wait,
                                                            std::string* holder) {
-  std::string path = archive().path() + ".sync-line-" + std::to_string(line) + ".lock";
-  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0)
-    raise(automation::kPathFileAccessError,
-          "cannot open the sync lock " + path + ": " + std::strerror(errno));
-  // An open-file-description lock: released when the process ends however it ends, and it
-  // excludes a second sync in the same process as well.
-  struct flock fl {};
-  fl.l_type = F_WRLCK;
-  fl.l_whence = SEEK_SET;
-  while (::fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) != 0) {
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EACCES) {
-      if (holder) {
-        char buf[256];
-        ssize_t n = ::pread(fd, buf, sizeof buf - 1, 0);
-        *holder = n > 0 ? std::string(buf, static_cast<std::size_t>(n)) : "";
-      }
-      ::close(fd);
-      return nullptr;
-    }
-    int err = errno;
-    ::close(fd);
-    raise(automation::kPathFileAccessError, "cannot lock " + path + ": " + std::strerror(err));
-  }
-  char host[128] = "?";
-  ::gethostname(host, sizeof host - 1);
-  std::string who =
-      "process " + std::to_string(::getpid()) + " on " + host + " since " + now_text();
-  if (::ftruncate(fd, 0) == 0 && ::pwrite(fd, who.data(), who.size(), 0) < 0) {
-    // The description is only informative.
-  }
-  return std::make_unique<FileLock>(fd);
+  return archive().lock_line(line, wait, holder);
 }
 
 void clsDbAccess::begin_new_archive(const std::string& database_file, bool replace) {
   new_archive_name_ = database_file;
   new_archive_target_ = locate(database_file);
+  if (Archive::is_server(new_archive_target_)) {
+    // A server's archive is made in one transaction that publishing commits.
+    new_archive_path_ = new_archive_target_;
+    archive_ = PgArchive::create(new_archive_target_, replace);
+    return;
+  }
   if (!replace && std::filesystem::exists(new_archive_target_))
     raise(automation::kFileAlreadyExists, "File already exists: the archive " +
                                               new_archive_target_ +
@@ -306,7 +266,7 @@ void clsDbAccess::begin_new_archive(const std::string& database_file, bool repla
   new_archive_path_ = new_archive_target_ + ".new-" + std::to_string(::getpid());
   remove_database_files(new_archive_path_);
   try {
-    archive_ = Archive::create(new_archive_path_);
+    archive_ = SqliteArchive::create(new_archive_path_);
   } catch (...) {
     remove_database_files(new_archive_path_);
     throw;
@@ -315,6 +275,14 @@ void clsDbAccess::begin_new_archive(const std::string& database_file, bool repla
 
 void clsDbAccess::publish_new_archive() {
   if (new_archive_path_.empty() || !archive_) raise(automation::kObjectNotSet);
+  if (Archive::is_server(new_archive_target_)) {
+    archive_->end(true);
+    new_archive_path_.clear();
+    archive_.reset();
+    forget_shared_archive(new_archive_target_);
+    Initialize(Variant(new_archive_name_));
+    return;
+  }
   // The last connection's close folds the write-ahead log into the file, so the file alone is the
   // whole archive when it is renamed.
   archive_.reset();
@@ -330,10 +298,7 @@ void clsDbAccess::publish_new_archive() {
 
 void clsDbAccess::upgrade_schema(const std::string& database_file) {
   auto a = Archive::open(locate(database_file), true);
-  if (a->schema_version() >= archive::kSchemaVersion) return;
-  Archive::Transaction t(*a);
-  a->execute_script(upgrade_schema_sql());
-  t.commit();
+  if (a->schema_version() < archive::kSchemaVersion) a->upgrade();
 }
 
 }  // namespace qk::companions

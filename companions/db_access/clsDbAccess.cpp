@@ -25,10 +25,11 @@ struct CachedArchive {
   ino_t ino;
 };
 
+thread_local std::map<std::string, CachedArchive> cache;
+
 std::shared_ptr<Archive> shared_archive(const std::string& path) {
-  thread_local std::map<std::string, CachedArchive> cache;
   struct stat st {};
-  bool exists = ::stat(path.c_str(), &st) == 0;
+  bool exists = Archive::is_server(path) || ::stat(path.c_str(), &st) == 0;
   auto it = cache.find(path);
   if (it != cache.end() && exists && it->second.dev == st.st_dev && it->second.ino == st.st_ino)
     return it->second.archive;
@@ -48,6 +49,10 @@ long first_key_of_block(long key) {
 
 }  // namespace
 
+void forget_shared_archive(const std::string& location) {
+  cache.erase(location);
+}
+
 std::string clear_flag_position(std::string flags, long line) {
   if (line < 1 || line > static_cast<long>(flags.size())) raise(automation::kInvalidProcedureCall);
   flags[static_cast<std::size_t>(line - 1)] = '0';
@@ -57,6 +62,7 @@ std::string clear_flag_position(std::string flags, long line) {
 std::string clsDbAccess::locate(const std::string& database_file) {
   std::string folder = installation_folder();
   std::string configured = host::setting("Appl", "Archive");
+  if (Archive::is_server(configured)) return configured;
   if (!configured.empty()) return path_in(folder, configured);
   std::string name = database_file;
   auto dot = name.rfind('.');

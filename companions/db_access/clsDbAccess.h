@@ -111,6 +111,10 @@ void register_db_access();
 void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
                     const std::string& condition, const std::vector<Variant>& params);
 
+// Drops this thread's shared connection to a location, so that the next class opens it anew
+// (an archive made again on a server).
+void forget_shared_archive(const std::string& location);
+
 // Clears position `line` (1-based) of the flags; outside the string raises error 5.
 std::string clear_flag_position(std::string flags, long line);
 

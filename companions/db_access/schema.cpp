@@ -103,7 +103,86 @@ std::string versioning_sql() {
   return s;
 }
 
+// The same tables on PostgreSQL. Each table has a "rowid" column, the row's own number as
+// SQLite gives it, so that the companion's statements run on both; whole numbers are 64-bit as
+// in SQLite, so a copied archive keeps every value (the tools refuse what a scale cannot read).
+std::string pg_table_sql(const Table& t) {
+  std::string s = "CREATE TABLE " + std::string(t.name) + " (\n";
+  for (const Column& c : t.columns) {
+    s += "  " + std::string(c.name) + " " +
+         (c.type == ColumnType::Integer ? "BIGINT"
+          : c.type == ColumnType::Real  ? "DOUBLE PRECISION"
+                                        : "TEXT");
+    if (c.not_null) s += " NOT NULL";
+    if (!c.default_sql.empty()) s += " DEFAULT " + std::string(c.default_sql);
+    if (!c.check_sql.empty()) s += " CHECK (" + std::string(c.check_sql) + ")";
+    s += ",\n";
+  }
+  s += "  rowid BIGSERIAL UNIQUE";
+  if (!t.key.empty()) s += ",\n  PRIMARY KEY (" + joined(t.key) + ")";
+  s += "\n);\nCOMMENT ON TABLE " + std::string(t.name) + " IS '";
+  for (char ch : t.comment) s += ch == '\'' ? std::string("''") : std::string(1, ch);
+  s += "';\n";
+  int n = 0;
+  for (auto index : t.indexes)
+    s += "CREATE INDEX " + std::string(t.name) + "_BY_" + std::to_string(++n) + " ON " +
+         std::string(t.name) + " (" + std::string(index) + ");\n";
+  return s;
+}
+
+const char* kPgNextVersion = "(SELECT qk_next_version())";
+
+std::string pg_version_triggers_sql(const Table& t) {
+  std::string name(t.name), changed;
+  for (const Column& c : t.columns) {
+    if (c.name == archive::kRowVersionColumn || c.name == t.flags) continue;
+    changed += (changed.empty() ? "" : " OR ") + std::string("OLD.") + std::string(c.name) +
+               " IS DISTINCT FROM NEW." + std::string(c.name);
+  }
+  return "CREATE FUNCTION " + name +
+         "_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
+         "  IF TG_OP = 'INSERT' OR (NEW.ROW_VERSION IS NOT DISTINCT FROM OLD.ROW_VERSION AND (" +
+         changed + ")) THEN\n    NEW.ROW_VERSION := " + kPgNextVersion +
+         ";\n  END IF;\n  RETURN NEW;\nEND $$;\nCREATE TRIGGER " + name +
+         "_VERSION BEFORE INSERT OR UPDATE ON " + name + " FOR EACH ROW EXECUTE FUNCTION " + name +
+         "_VERSION();\n";
+}
+
 }  // namespace
+
+const std::string& pg_archive_schema_sql() {
+  static const std::string sql = [] {
+    std::string s;
+    for (const Table& t : archive::tables()) s += pg_table_sql(t);
+    s += "CREATE TABLE QK_SEQUENCE (N BIGINT NOT NULL);\nINSERT INTO QK_SEQUENCE VALUES (0);\n"
+         "CREATE TABLE QK_SCHEMA (VERSION INTEGER NOT NULL);\n"
+         "INSERT INTO QK_SCHEMA VALUES (" +
+         std::to_string(archive::kSchemaVersion) +
+         ");\n"
+         // The desktop database's arithmetic, as the SQLite connection registers it.
+         "CREATE FUNCTION qk_next_version() RETURNS BIGINT LANGUAGE sql AS\n"
+         "  'UPDATE QK_SEQUENCE SET N = N + 1 RETURNING N';\n"
+         "CREATE FUNCTION qk_int(x DOUBLE PRECISION) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
+         "  AS 'SELECT floor(x)::BIGINT';\n"
+         "CREATE FUNCTION qk_mod(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
+         "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT % round(b)::BIGINT';\n"
+         "CREATE FUNCTION qk_intdiv(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
+         "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT / round(b)::BIGINT';\n";
+    for (const Table& t : archive::tables())
+      if (has_row_version(t)) s += pg_version_triggers_sql(t);
+    s += "CREATE FUNCTION MESSAGES_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
+         "  IF TG_OP <> 'DELETE' THEN\n"
+         "    UPDATE ADVERTISING SET ROW_VERSION = (SELECT qk_next_version())\n"
+         "     WHERE ADV_BNC = NEW.MSG_BNC AND MSG_LNK_ID = NEW.MSG_LNK_ID;\n  END IF;\n"
+         "  IF TG_OP <> 'INSERT' THEN\n"
+         "    UPDATE ADVERTISING SET ROW_VERSION = (SELECT qk_next_version())\n"
+         "     WHERE ADV_BNC = OLD.MSG_BNC AND MSG_LNK_ID = OLD.MSG_LNK_ID;\n  END IF;\n"
+         "  RETURN NULL;\nEND $$;\nCREATE TRIGGER MESSAGES_VERSION AFTER INSERT OR UPDATE OR "
+         "DELETE ON MESSAGES FOR EACH ROW EXECUTE FUNCTION MESSAGES_VERSION();\n";
+    return s;
+  }();
+  return sql;
+}
 
 const std::string& archive_schema_sql() {
   static const std::string sql = [] {

@@ -8,6 +8,8 @@ namespace qk::companions {
 
 // CREATE statements of an empty archive of the current schema version.
 const std::string& archive_schema_sql();
+// The same schema for a PostgreSQL database (run inside one transaction).
+const std::string& pg_archive_schema_sql();
 
 // Brings a version-0/1 archive (tables without ROW_VERSION) to the current version.
 const std::string& upgrade_schema_sql();

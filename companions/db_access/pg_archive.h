@@ -1,0 +1,62 @@
+// The archive in a PostgreSQL database, for a chain whose stores and machines share one back
+// office. The companion's statements are rewritten once per text into PostgreSQL's dialect and
+// prepared on the connection; a read transaction is a repeatable-read snapshot.
+#pragma once
+
+#include <map>
+#include <unordered_map>
+
+#include "db_access/archive.h"
+
+struct pg_conn;
+
+namespace qk::companions {
+
+class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive> {
+ public:
+  // Connects to the database of a "postgresql://" URI. Unless any_version, the database must
+  // hold an archive of this version.
+  static std::shared_ptr<Archive> open(const std::string& uri, bool any_version);
+  // Connects and, in a transaction left open until end(true), creates the archive's tables,
+  // replacing those there are when replace (otherwise an archive there is an error).
+  static std::shared_ptr<Archive> create(const std::string& uri, bool replace);
+  ~PgArchive() override;
+
+  std::shared_ptr<automation::MemoryRecordset> query(
+      const std::string& sql, const std::vector<Variant>& params = {}) override;
+  int execute(const std::string& sql, const std::vector<Variant>& params = {}) override;
+  void execute_script(const std::string& sql) override;
+  void begin(bool write) override;
+  void end(bool commit) override;
+  bool in_transaction() override { return depth_ > 0; }
+  int schema_version() override;
+  void upgrade() override;
+  std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
+                                                std::string* holder) override;
+
+  // The URI with its password replaced by "***", for messages.
+  static std::string shown(const std::string& uri);
+
+ private:
+  PgArchive(pg_conn* c, const std::string& uri);
+  struct Prepared {
+    std::string name;
+    int parameters;
+  };
+  const Prepared& prepare(const std::string& sql);
+  // Runs a prepared statement; the result is a PGresult the caller clears.
+  void* run(const std::string& sql, const std::vector<Variant>& params, bool rows);
+  [[noreturn]] void fail(const std::string& what, const char* detail);
+  bool has_table(const std::string& name);
+
+  pg_conn* conn_;
+  std::unordered_map<std::string, Prepared> statements_;
+  int depth_ = 0;         // nested begin()s; the outermost one is the database's transaction
+  bool aborted_ = false;  // a statement failed inside it: it can only roll back
+};
+
+// The statement in PostgreSQL's dialect: "?N" and "?" placeholders as "$N", "A IS B" as
+// "A IS NOT DISTINCT FROM B", "update or fail" as "update", int(x) as qk_int(x).
+std::string pg_dialect(const std::string& sql, int* parameters, std::vector<bool>* used = nullptr);
+
+}  // namespace qk::companions

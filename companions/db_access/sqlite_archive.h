@@ -1,0 +1,45 @@
+// The archive in a SQLite file: statements prepared once and cached by their SQL text, a locked
+// file waited for briefly, then reported.
+#pragma once
+
+#include <unordered_map>
+
+#include "db_access/archive.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace qk::companions {
+
+class SqliteArchive : public Archive {
+ public:
+  // Opens an existing archive file for reading and writing; raises error 53 when the file does
+  // not exist (it is never created here) and a database error when it is not an archive.
+  static std::shared_ptr<Archive> open(const std::string& path, bool any_version);
+  // Creates a new archive file with the schema (the file must not exist).
+  static std::shared_ptr<Archive> create(const std::string& path);
+  ~SqliteArchive() override;
+
+  std::shared_ptr<automation::MemoryRecordset> query(
+      const std::string& sql, const std::vector<Variant>& params = {}) override;
+  int execute(const std::string& sql, const std::vector<Variant>& params = {}) override;
+  void execute_script(const std::string& sql) override;
+  void begin(bool write) override;
+  void end(bool commit) override;
+  bool in_transaction() override;
+  int schema_version() override;
+  void upgrade() override;
+  std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
+                                                std::string* holder) override;
+
+ private:
+  SqliteArchive(sqlite3* db, std::string path);
+  sqlite3_stmt* prepare(const std::string& sql);
+  void bind(sqlite3_stmt* s, const std::vector<Variant>& params);
+  [[noreturn]] void fail(const std::string& what);
+
+  sqlite3* db_;
+  std::unordered_map<std::string, sqlite3_stmt*> statements_;
+};
+
+}  // namespace qk::companions
