@@ -360,6 +360,55 @@ Parameterized parameterize(const std::string& sqlite_sql) {
   return out;
 }
 
+std::string pg_dialect(const std::string& sqlite_sql, std::vector<bool>* used) {
+  Tokens t = tokenize(sqlite_sql);
+  auto word_at = [&](std::size_t k, std::string_view lower) {
+    return k < t.size() && t[k].kind == Kind::Word && is_word(t[k].text, lower);
+  };
+  used->clear();
+  std::size_t plain = 0;
+  std::string out;
+  for (std::size_t k = 0; k < t.size(); ++k) {
+    const Token& tok = t[k];
+    if (tok.kind == Kind::Other && tok.text == "?") {
+      std::size_t n = ++plain;
+      if (k + 1 < t.size() && t[k + 1].kind == Kind::Number &&
+          t[k + 1].text.find_first_not_of("0123456789") == std::string::npos)
+        n = std::stoul(t[++k].text);
+      if (used->size() < n) used->resize(n);
+      (*used)[n - 1] = true;
+      out += "$" + std::to_string(n);
+      continue;
+    }
+    if (word_at(k, "is")) {
+      std::size_t n = skip_space_fwd(t, k + 1);
+      bool negated = word_at(n, "not");
+      std::size_t operand = negated ? skip_space_fwd(t, n + 1) : n;
+      if (!word_at(operand, "null") && !word_at(operand, "true") && !word_at(operand, "false")) {
+        out += negated ? "IS DISTINCT FROM" : "IS NOT DISTINCT FROM";
+        if (negated) k = n;
+        continue;
+      }
+    } else if (word_at(k, "update")) {
+      // PostgreSQL always stops at a failing row.
+      std::size_t o = skip_space_fwd(t, k + 1), f = skip_space_fwd(t, o + 1);
+      if (word_at(o, "or") && word_at(f, "fail")) {
+        out += tok.text;
+        k = f;
+        continue;
+      }
+    } else if (word_at(k, "int")) {
+      std::size_t n = skip_space_fwd(t, k + 1);
+      if (n < t.size() && t[n].kind == Kind::Open) {
+        out += "qk_int";
+        continue;
+      }
+    }
+    out += tok.text;
+  }
+  return out;
+}
+
 void register_access_functions(sqlite3* db) {
   int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
   sqlite3_create_function(db, "int", 1, flags, nullptr, fn_int, nullptr, nullptr);

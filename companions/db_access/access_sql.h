@@ -31,6 +31,11 @@ struct Parameterized {
 };
 Parameterized parameterize(const std::string& sqlite_sql);
 
+// The companion's (SQLite) statement in PostgreSQL's dialect: "?N" and "?" placeholders as
+// "$N", "A IS B" as "A IS NOT DISTINCT FROM B", "update or fail" as "update", int(x) as
+// qk_int(x). `used` gets one entry per placeholder number up to the highest, true where used.
+std::string pg_dialect(const std::string& sqlite_sql, std::vector<bool>* used);
+
 // Registers int, qk_mod and qk_intdiv on a connection.
 void register_access_functions(sqlite3* db);
 

@@ -1,18 +1,11 @@
-// The tools' members of the SQLite companion (qk/archive_tools.h): transactions, record ids,
+// The tools' members of the database companion (qk/archive_tools.h): transactions, record ids,
 // group rows and the reset guard, rows by column, marking, the sync lock and new archives.
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 
 #include "db_access/clsDbAccess.h"
 #include "db_access/pg_archive.h"
-#include "db_access/schema.h"
 #include "db_access/sqlite_archive.h"
 #include "qk/error.h"
 

@@ -9,6 +9,7 @@
 #include "db_access/archive.h"
 
 struct pg_conn;
+struct pg_result;
 
 namespace qk::companions {
 
@@ -44,8 +45,10 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
     int parameters;
   };
   const Prepared& prepare(const std::string& sql);
-  // Runs a prepared statement; the result is a PGresult the caller clears.
-  void* run(const std::string& sql, const std::vector<Variant>& params, bool rows);
+  // Runs a prepared statement; the caller clears the result.
+  pg_result* run(const std::string& sql, const std::vector<Variant>& params);
+  // The result when it succeeded; otherwise clears it and raises "what: <server's reason>".
+  pg_result* checked(pg_result* r, const std::string& what);
   [[noreturn]] void fail(const std::string& what, const char* detail);
   bool has_table(const std::string& name);
 
@@ -54,9 +57,5 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   int depth_ = 0;         // nested begin()s; the outermost one is the database's transaction
   bool aborted_ = false;  // a statement failed inside it: it can only roll back
 };
-
-// The statement in PostgreSQL's dialect: "?N" and "?" placeholders as "$N", "A IS B" as
-// "A IS NOT DISTINCT FROM B", "update or fail" as "update", int(x) as qk_int(x).
-std::string pg_dialect(const std::string& sql, int* parameters, std::vector<bool>* used = nullptr);
 
 }  // namespace qk::companions
