@@ -1,8 +1,10 @@
-// init (a new archive, and with --demo a demo installation) and archive upgrade.
+// init (a new archive, and with --demo a demo installation), archive upgrade and archive copy.
 #include <filesystem>
+#include <functional>
 
 #include "commands.h"
 #include "demo.h"
+#include "network.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
 #include "session.h"
@@ -15,19 +17,15 @@ struct InitOptions {
   bool demo = false;
   bool force = false;
   std::string size = "small";
+  std::string archive;  // saved as the setting Archive first
 };
-
-// The database companion's tools, not yet opened on an archive.
-std::shared_ptr<qk::ArchiveTools> unopened_tools() {
-  auto tools =
-      std::dynamic_pointer_cast<qk::ArchiveTools>(qk::automation::create_object(qk::kDbAccessId));
-  if (!tools) throw std::runtime_error("the database component offers no tools' members");
-  return tools;
-}
 
 void run_init(const InitOptions& o) {
   std::string folder = qk::component_folder();
   std::filesystem::create_directories(folder);
+  // Replacing the demo installation keeps the archive it was told to use (a server's, say).
+  std::string archive =
+      o.archive.empty() ? qk::host::setting("Appl", "Archive") : to_8bit(o.archive, "--archive");
   if (o.demo) {
     if (std::filesystem::exists(folder + "/registry.xml") && !o.force) {
       fail(folder + "/registry.xml exists; use --force to replace the demo installation");
@@ -36,7 +34,8 @@ void run_init(const InitOptions& o) {
     write_demo_files(folder);
   }
   write_default_files(folder, o.demo && o.force);
-  auto tools = unopened_tools();
+  if (!archive.empty() && !qk::host::save_setting("Appl", "Archive", archive)) return;
+  auto tools = qk::sync::new_archive_tools();
   // The new archive is built aside and put in place once complete: an interrupted init leaves
   // the old archive (or none), never a half-filled one.
   tools->begin_new_archive(qk::kArchiveName, o.force);
@@ -50,6 +49,53 @@ void run_init(const InitOptions& o) {
   note("created " + tools->location() + (o.demo ? " with the demo network" : ""));
 }
 
+// An archive named on the command line: a server URI as it is, a file by its absolute path.
+std::string archive_location(const std::string& given, const char* what) {
+  std::string location = to_8bit(given, what);
+  if (location.find("://") != std::string::npos) return location;
+  if (!location.ends_with(".sqlite"))
+    throw std::runtime_error(std::string(what) + " \"" + given +
+                             "\": an archive file's name ends with .sqlite, a server's is a "
+                             "postgresql:// URI");
+  return std::filesystem::absolute(location).lexically_normal().string();
+}
+
+// Every row of every table, in the tables' order, from one consistent view of the source into a
+// new archive built aside (one transaction on a server) and put in place when complete.
+void copy_archive(const std::string& from, const std::string& to, bool force) {
+  if (from == to) throw std::runtime_error("the source and the target are the same archive");
+  auto source = qk::sync::open_archive_tools(from);
+  auto target = qk::sync::new_archive_tools();
+  target->begin_new_archive(to, force);
+  target->begin_write();
+  source->begin_read();
+  long total = 0;
+  for (const auto& t : qk::archive::tables()) {
+    std::vector<std::string> cols = qk::archive::written_columns(t);
+    std::vector<qk::automation::Variant> values(cols.size());
+    for (auto rs = source->select_rows(t, {}); !rs->Eof(); rs->MoveNext(), ++total) {
+      for (std::size_t i = 0; i < cols.size(); ++i) values[i] = rs->Fields(cols[i]);
+      target->insert_row(t, cols, values);
+    }
+  }
+  source->end_read();
+  target->commit();
+  target->publish_new_archive();
+  note("copied " + std::to_string(total) + " rows from " + source->location() + " to " +
+       target->location());
+}
+
+// Runs a command's work, reporting what stopped it.
+void reported(const char* command, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const qk::automation::Error& e) {
+    fail(std::string(command) + " failed: " + qk::cp1252_to_utf8(e.description()));
+  } catch (const std::exception& e) {
+    fail(std::string(command) + " failed: " + e.what());
+  }
+}
+
 }  // namespace
 
 void add_init_command(CLI::App& app, Options&) {
@@ -61,23 +107,36 @@ void add_init_command(CLI::App& app, Options&) {
   cmd->add_flag("--force", o->force, "replace an existing archive");
   cmd->add_option("--size", o->size, "small (the demo network) or large (for measurements)")
       ->check(CLI::IsMember({"small", "large"}));
-  cmd->callback([o] {
-    try {
-      run_init(*o);
-    } catch (const qk::automation::Error& e) {
-      fail("init failed: " + qk::cp1252_to_utf8(e.description()));
-    } catch (const std::exception& e) {
-      fail(std::string("init failed: ") + e.what());
-    }
-  });
+  cmd->add_option("--archive", o->archive,
+                  "where the archive goes: a file name or a postgresql:// URI (saved as the "
+                  "setting Archive)");
+  cmd->callback([o] { reported("init", [o] { run_init(*o); }); });
 
   auto* archive = app.add_subcommand("archive", "The archive itself");
   archive->require_subcommand(1);
   auto* upgrade = archive->add_subcommand(
       "upgrade", "Bring an archive made by an earlier version to this version's schema");
   upgrade->callback([] {
-    unopened_tools()->upgrade_schema(qk::kArchiveName);
-    note("the archive is up to date");
+    reported("archive upgrade", [] {
+      qk::sync::new_archive_tools()->upgrade_schema(qk::kArchiveName);
+      note("the archive is up to date");
+    });
+  });
+
+  struct CopyOptions {
+    std::string from, to;
+    bool force = false;
+  };
+  auto c = std::make_shared<CopyOptions>();
+  auto* copy = archive->add_subcommand(
+      "copy", "Copy a whole archive to another one (a .sqlite file or a postgresql:// URI)");
+  copy->add_option("--from", c->from, "the archive to copy")->required();
+  copy->add_option("--to", c->to, "the new archive")->required();
+  copy->add_flag("--force", c->force, "replace an archive already at --to");
+  copy->callback([c] {
+    reported("archive copy", [c] {
+      copy_archive(archive_location(c->from, "--from"), archive_location(c->to, "--to"), c->force);
+    });
   });
 }
 

@@ -45,10 +45,7 @@ class Rows {
   explicit Rows(qk::ArchiveTools& a) : a_(a) {}
   void put(const char* table, std::vector<Variant> values) {
     const auto& t = *qk::archive::find_table(table);
-    std::vector<std::string> cols;
-    for (const auto& c : t.columns)
-      if (c.name != qk::archive::kRowVersionColumn) cols.emplace_back(c.name);
-    a_.insert_row(t, cols, values);
+    a_.insert_row(t, qk::archive::written_columns(t), values);
   }
   void put_columns(const char* table, const std::vector<std::string>& cols,
                    const std::vector<Variant>& values) {

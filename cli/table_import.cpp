@@ -507,18 +507,16 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
   try {
     for (const auto& t : archive::tables()) {
       if (!only.empty() && t.name != only) continue;
-      std::vector<const archive::Column*> cols;
-      for (const auto& c : t.columns)
-        if (c.name != archive::kRowVersionColumn) cols.push_back(&c);
+      std::vector<std::string> cols = archive::written_columns(t);
       std::string text;
-      for (std::size_t i = 0; i < cols.size(); ++i)
-        text += (i ? "," : "") + std::string(cols[i]->name);
+      for (std::size_t i = 0; i < cols.size(); ++i) text += (i ? "," : "") + cols[i];
       text += "\r\n";
       long n = 0;
       for (auto rs = a.select_rows(t, {}); !rs->Eof(); rs->MoveNext(), ++n) {
         for (std::size_t i = 0; i < cols.size(); ++i)
           text += (i ? "," : "") +
-                  csv_field(rs->Fields(cols[i]->name), cols[i]->type == archive::ColumnType::Text);
+                  csv_field(rs->Fields(cols[i]),
+                            archive::find_column(t, cols[i])->type == archive::ColumnType::Text);
         text += "\r\n";
       }
       files.emplace_back(folder + "/" + std::string(t.name) + ".csv", text);

@@ -10,14 +10,18 @@ namespace qk::sync {
 
 using automation::Variant;
 
-std::shared_ptr<ArchiveTools> open_archive_tools() {
-  auto db = automation::create_as<DbAccess>(kDbAccessId);
-  db->Initialize(Variant(kArchiveName));
-  auto tools = std::dynamic_pointer_cast<ArchiveTools>(automation::ObjectPtr(db));
+std::shared_ptr<ArchiveTools> new_archive_tools() {
+  auto tools = std::dynamic_pointer_cast<ArchiveTools>(automation::create_object(kDbAccessId));
   if (!tools)
     automation::raise(automation::kMemberNotSupported,
                       std::string("the database component \"") + kDbAccessId +
                           "\" does not offer the tools' members (qk/archive_tools.h)");
+  return tools;
+}
+
+std::shared_ptr<ArchiveTools> open_archive_tools(const std::string& location) {
+  auto tools = new_archive_tools();
+  std::dynamic_pointer_cast<DbAccess>(automation::ObjectPtr(tools))->Initialize(Variant(location));
   return tools;
 }
 

@@ -7,12 +7,16 @@
 #include <vector>
 
 #include "qk/archive_tools.h"
+#include "qk/companions.h"
 #include "qk/variant.h"
 
 namespace qk::sync {
 
-// The database companion's tools, opened on "Archivi.mdb" as every class opens it.
-std::shared_ptr<ArchiveTools> open_archive_tools();
+// The database companion's tools, not opened on any archive yet (for new archives).
+std::shared_ptr<ArchiveTools> new_archive_tools();
+// The database companion's tools opened on "Archivi.mdb" as every class opens it, or on the
+// archive at `location` (a server URI or the absolute path of a .sqlite file).
+std::shared_ptr<ArchiveTools> open_archive_tools(const std::string& location = kArchiveName);
 
 // A write transaction of the tools that rolls back unless committed.
 class ArchiveWrite {

@@ -1,10 +1,13 @@
-// A fresh installation folder with an empty archive, the real companions registered, and a
+// A fresh installation folder with an empty archive (a SQLite file, or a database of the test
+// server for the suites instantiated on both backends), the real companions registered, and a
 // logger spy; rows are added with exec().
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include "backends.h"
 #include "db_access/clsDbAccess.h"
+#include "db_access/pg_archive.h"
 #include "db_access/sqlite_archive.h"
 #include "registry/clsRegistry.h"
 #include "test_support.h"
@@ -19,12 +22,39 @@ struct ArchiveFixture : ::testing::Test {
   std::shared_ptr<LoggerSpy> spy;
   std::shared_ptr<companions::Archive> archive;
 
-  void SetUp() override {
+  std::string server;  // the archive's URI when it is on the test server
+
+  void SetUp() override { set_up_on(Backend::Sqlite); }
+  void set_up_on(Backend backend) {
     companions::register_db_access();
     companions::register_translate();
     companions::register_registry_helper();
     spy = reset_globals();
-    archive = companions::SqliteArchive::create(dir.file("Archivi.sqlite"));
+    if (backend == Backend::Sqlite) {
+      archive = companions::SqliteArchive::create(dir.file("Archivi.sqlite"));
+      return;
+    }
+    QK_NEW_PG_DATABASE_OR_SKIP(server);
+    archive = companions::PgArchive::create(server, false);
+    archive->end(true);
+    std::string value = server;
+    for (auto at = value.find('&'); at != std::string::npos; at = value.find('&', at + 1))
+      value.replace(at, 1, "&amp;");
+    dir.write("registry.xml",
+              "<root><keys><key path='x' name='Archive' value='" + value + "'/></keys></root>");
+  }
+  // The bytes a text column holds, in hexadecimal.
+  std::string stored_hex(const std::string& column, const std::string& table) {
+    return scalar(server.empty() ? "select hex(" + column + ") from " + table
+                                 : "select upper(encode(convert_to(" + column +
+                                       ", 'UTF8'), 'hex')) from " + table);
+  }
+  // One column of a query's rows, joined by commas.
+  std::string column_values(const std::string& sql) {
+    std::string s;
+    for (auto rs = archive->query(sql); !rs->Eof(); rs->MoveNext())
+      s += (s.empty() ? "" : ",") + rs->Fields(rs->columns()[0]).to_string();
+    return s;
   }
   void exec(const std::string& sql, const std::vector<automation::Variant>& params = {}) {
     archive->execute(sql, params);
@@ -45,6 +75,11 @@ struct ArchiveFixture : ::testing::Test {
     for (const auto& c : spy->calls) n.push_back(c.number);
     return n;
   }
+};
+
+// The suites of the archive's contract, run on both backends.
+struct ArchiveContract : ArchiveFixture, ::testing::WithParamInterface<Backend> {
+  void SetUp() override { set_up_on(GetParam()); }
 };
 
 }  // namespace qk::testing

@@ -7,34 +7,16 @@
 set -eu
 BUILD=$1
 QKP="$BUILD/qkp"
-PGBIN=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1)
-if [ -z "$PGBIN" ] || [ ! -x "$PGBIN/initdb" ]; then
-  echo "SKIPPED: no PostgreSQL server installed (package postgresql)"
-  exit 77
-fi
 T=$(mktemp -d)
-chmod 755 "$T"
-AS=""
-if [ "$(id -u)" = 0 ]; then
-  AS="runuser -u postgres --"
-  mkdir "$T/cluster" && chown postgres "$T/cluster"
-else
-  mkdir "$T/cluster"
-fi
-stop() {
-  $AS "$PGBIN/pg_ctl" -D "$T/cluster/data" -m immediate stop >/dev/null 2>&1 || true
-  rm -rf "$T"
-}
-trap stop EXIT
-if ! $AS "$PGBIN/initdb" -D "$T/cluster/data" -A trust -U qk --no-sync >"$T/initdb.log" 2>&1 ||
-   ! $AS "$PGBIN/pg_ctl" -D "$T/cluster/data" -l "$T/cluster/log" -w \
-     -o "-k $T/cluster -c listen_addresses='' -c fsync=off" start >/dev/null 2>&1; then
-  echo "SKIPPED: the PostgreSQL server could not be started:"
-  cat "$T/initdb.log" "$T/cluster/log" 2>/dev/null | tail -n 5
+CLUSTER="sh $(dirname "$0")/pg_cluster.sh"
+trap '$CLUSTER stop "$T"; rm -rf "$T"' EXIT
+if ! SOCKET=$($CLUSTER start "$T"); then
+  echo "SKIPPED: $SOCKET"
   exit 77
 fi
-"$PGBIN/createdb" -h "$T/cluster" -U qk archive
-URI="postgresql:///archive?host=$T/cluster&user=qk"
+PGBIN=$(ls -d /usr/lib/postgresql/*/bin | sort -V | tail -n 1)
+"$PGBIN/createdb" -h "$SOCKET" -U qk archive
+URI="postgresql:///archive?host=$SOCKET&user=qk"
 
 fail() { echo "FAILED: $*"; exit 1; }
 

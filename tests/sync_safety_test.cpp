@@ -21,9 +21,13 @@ std::string file_bytes(const std::string& path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-using SyncSafety = Tool;
+// What holds on both backends.
+using SyncSafety = ToolOnBoth;
+QK_ON_BOTH_BACKENDS(SyncSafety);
+// What another program can write into a SQLite file but a PostgreSQL table's types refuse.
+using SyncSafetyOnSqlite = Tool;
 
-TEST_F(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
+TEST_P(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
   // When the transport receives lot 12 on line 2, somebody imports a second row of that lot.
   std::string edits = dir.file("edits");
   std::filesystem::create_directories(edits);
@@ -53,7 +57,7 @@ TEST_F(SyncSafety, RowAddedWhileItsLotIsSentStaysPending) {
   EXPECT_EQ(qkp("pending --line 2 --dept 1"), 3);
 }
 
-TEST_F(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
+TEST_P(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
   // The 5000 reset writes one statement over every row of the key: it must not touch a row of
   // the key that changed after the key was built.
   std::string sent = dir.file("sent.txt");
@@ -76,7 +80,7 @@ TEST_F(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
 
 // Imports rows during five syncs of line 1 of the large network; afterwards every row whose line-1
 // flag is cleared must have been delivered with its current text.
-TEST_F(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
+TEST_P(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
   ASSERT_EQ(qkp("init --demo --size large --force"), 0) << err;
   // Departments whose line 1 is a 5000 scale: their lot messages carry every row's text.
   std::vector<int> depts;
@@ -132,7 +136,7 @@ TEST_F(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
   RecordProperty("pending", pending);
 }
 
-TEST_F(SyncSafety, OneSyncOfALineAtATime) {
+TEST_P(SyncSafety, OneSyncOfALineAtATime) {
   std::string first = dir.file("first.txt"), second = dir.file("second.txt");
   // A slow transport keeps the first sync busy.
   pid_t pid = fork();
@@ -164,7 +168,7 @@ TEST_F(SyncSafety, OneSyncOfALineAtATime) {
   EXPECT_EQ(qkp("pending --line 2 --dept 1"), 3);
 }
 
-TEST_F(SyncSafety, ImportRefusesWhatALineCannotRead) {
+TEST_F(SyncSafetyOnSqlite, ImportRefusesWhatALineCannotRead) {
   struct Case {
     const char* file;
     const char* text;
@@ -220,7 +224,7 @@ TEST_F(SyncSafety, ImportRefusesWhatALineCannotRead) {
   EXPECT_EQ(sql("select SL_FAMILY from SCALE_LINES where SL_BNC = 4"), "KESTRA\n");
 }
 
-TEST_F(SyncSafety, SyncNamesABadRowSkipsItsRecordAndGoesOn) {
+TEST_F(SyncSafetyOnSqlite, SyncNamesABadRowSkipsItsRecordAndGoesOn) {
   // Another program wrote values the component cannot read.
   ASSERT_EQ(sql_exec(home + "/Archivi.sqlite",
                      "UPDATE TASTIERA_PLU SET TP_VALUE = 1e19 WHERE TP_BNC = 1 AND TP_KEY = 3;"
@@ -249,7 +253,7 @@ TEST_F(SyncSafety, SyncNamesABadRowSkipsItsRecordAndGoesOn) {
             "1\n");
 }
 
-TEST_F(SyncSafety, CheckReportsValuesThatWouldNotLookUpSafely) {
+TEST_F(SyncSafetyOnSqlite, CheckReportsValuesThatWouldNotLookUpSafely) {
   // A quote in a value pasted into a query: "1' or '1'='1" would match the first mapping.
   ASSERT_EQ(sql_exec(home + "/Archivi.sqlite",
                      "UPDATE TICKET_PROPERTY SET value = '1'' or ''1''=''1' WHERE TD_BNC = 1 AND "

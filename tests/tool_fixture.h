@@ -1,5 +1,6 @@
 // The qkp tool end to end: a demo installation in a temporary folder, qkp run as a separate
-// process, and the archive read back with the SQLite library.
+// process, and the archive read back with the database's own library (SQLite, or libpq for the
+// suites instantiated on both backends).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "backends.h"
 #include "test_support.h"
 
 namespace qk::testing {
@@ -82,8 +84,21 @@ struct Tool : ::testing::Test {
     err = dir.read("stderr.txt");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  std::string sql(const std::string& query) { return sql_rows(home + "/Archivi.sqlite", query); }
-  void SetUp() override { ASSERT_EQ(qkp("init --demo"), 0) << err; }
+  std::string server;  // the archive's URI when it is on the test server
+  std::string sql(const std::string& query) {
+    return server.empty() ? sql_rows(home + "/Archivi.sqlite", query)
+                          : PgServer::rows(server, query);
+  }
+  void SetUp() override { set_up_on(Backend::Sqlite); }
+  void set_up_on(Backend backend) {
+    if (backend == Backend::Postgres) QK_NEW_PG_DATABASE_OR_SKIP(server);
+    ASSERT_EQ(qkp("init --demo" + (server.empty() ? "" : " --archive '" + server + "'")), 0) << err;
+  }
+};
+
+// End-to-end suites that hold on both backends.
+struct ToolOnBoth : Tool, ::testing::WithParamInterface<Backend> {
+  void SetUp() override { set_up_on(GetParam()); }
 };
 
 }  // namespace qk::testing

@@ -57,6 +57,8 @@ class Archive {
 
   // Where the archive is, as the user gave it (a server's password is never shown).
   const std::string& path() const { return path_; }
+  // A new row version, never given before (the one number source of the archive's triggers).
+  virtual int64_t next_version() = 0;
   // The schema version the archive carries.
   virtual int schema_version() = 0;
   // Brings an archive of an older schema to this version, keeping every row.

@@ -230,10 +230,10 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
   // Marked rows get a new version: a sync that built them before must not reset them.
   Archive& a = archive();
   Archive::Transaction tx(a);
-  a.execute("UPDATE QK_SEQUENCE SET N = N + 1");
-  long n = a.execute("update " + std::string(t.name) + " set " + name + " = " + expr +
-                         ", ROW_VERSION = (SELECT N FROM QK_SEQUENCE)" + w,
-                     params);
+  params.insert(params.begin(), Variant(static_cast<long long>(a.next_version())));
+  long n = a.execute(
+      "update " + std::string(t.name) + " set " + name + " = " + expr + ", ROW_VERSION = ?" + w,
+      params);
   tx.commit();
   return n;
 }

@@ -60,6 +60,11 @@ std::string clear_flag_position(std::string flags, long line) {
 }
 
 std::string clsDbAccess::locate(const std::string& database_file) {
+  // A server URI or the absolute path of a SQLite file names one archive whatever the settings
+  // say (the tools' copy between two archives).
+  if (Archive::is_server(database_file) ||
+      (database_file.starts_with('/') && database_file.ends_with(".sqlite")))
+    return database_file;
   std::string folder = installation_folder();
   std::string configured = host::setting("Appl", "Archive");
   if (Archive::is_server(configured)) return configured;
@@ -76,6 +81,9 @@ void clsDbAccess::Initialize(const Variant& database_file) {
     archive_ = shared_archive(path);
   } catch (const automation::Error& e) {
     if (e.number() != automation::kFileNotFound) throw;
+    if (path == database_file.to_string())
+      automation::raise(automation::kFileNotFound,
+                        "File not found: the archive " + path + " does not exist");
     // Say which settings made the path, and how to change them.
     std::string folder = host::setting("Appl", "Path");
     std::string archive = host::setting("Appl", "Archive");

@@ -32,13 +32,15 @@ std::string lowered(std::string_view name) {
   return lower;
 }
 
-// The archive's spelling of a column name PostgreSQL gives back in lower case.
+// The archive's spelling of a table or column name PostgreSQL gives back in lower case.
 const std::string& column_spelling(const std::string& name) {
   static const auto names = [] {
     std::unordered_map<std::string, std::string> m;
     auto add = [&](std::string_view n) { m.emplace(lowered(n), std::string(n)); };
-    for (const auto& t : archive::tables())
+    for (const auto& t : archive::tables()) {
+      add(t.name);
       for (const auto& c : t.columns) add(c.name);
+    }
     add("ROW_ID");
     return m;
   }();
@@ -153,17 +155,29 @@ std::shared_ptr<Archive> PgArchive::create(const std::string& uri, bool replace)
           "File already exists: the database " + a->path() +
               " already holds an archive (replace it with --force)");
   if (there) {
-    std::string drop = "DROP TABLE IF EXISTS QK_SEQUENCE, QK_SCHEMA";
+    // QK_SEQUENCE was a one-row table in the first archives made on a server.
+    bool sequence = !a->query(
+                          "select 1 from pg_class where relname = 'qk_sequence' and "
+                          "relkind = 'S' and pg_table_is_visible(oid)")
+                         ->Eof();
+    std::string drop = std::string(sequence ? "DROP SEQUENCE" : "DROP TABLE") +
+                       " IF EXISTS QK_SEQUENCE CASCADE;\nDROP TABLE IF EXISTS QK_SCHEMA";
     for (const auto& t : archive::tables()) drop += ", " + std::string(t.name);
     a->execute_script(drop +
                       " CASCADE;\n"
-                      "DROP FUNCTION IF EXISTS qk_next_version, qk_int, qk_mod, qk_intdiv, "
+                      "DROP FUNCTION IF EXISTS qk_next_version, instr, qk_int, qk_mod, qk_intdiv, "
                       "MESSAGES_VERSION CASCADE;\n");
     for (const auto& t : archive::tables())
       a->execute_script("DROP FUNCTION IF EXISTS " + std::string(t.name) + "_VERSION CASCADE;\n");
   }
   a->execute_script(pg_archive_schema_sql());
   return a;
+}
+
+std::string PgArchive::table_name(unsigned oid) {
+  if (oid == InvalidOid) return "?";
+  auto rs = query("select relname from pg_class where oid = ?", {static_cast<long long>(oid)});
+  return rs->Eof() ? "?" : column_spelling(rs->Fields("relname").to_string());
 }
 
 bool PgArchive::has_table(const std::string& name) {
@@ -253,13 +267,17 @@ std::shared_ptr<automation::MemoryRecordset> PgArchive::query(const std::string&
           case kNumeric:
             values.emplace_back(std::strtod(text, nullptr));
             break;
-          case kBool:
-            values.emplace_back(static_cast<long long>(text[0] == 't' ? -1 : 0));
+          case kBool:  // a comparison's value, 1 or 0 as the SQLite archive gives it
+            values.emplace_back(static_cast<long long>(text[0] == 't' ? 1 : 0));
             break;
-          default:
-            values.emplace_back(utf8_to_cp1252_or_raise(
-                text, "column " + names[static_cast<std::size_t>(c)] + ", row " +
-                          std::to_string(row + 1) + " of \"" + cp1252_to_utf8(sql) + "\""));
+          default: {
+            auto converted = utf8_to_cp1252(text);
+            if (!converted)
+              utf8_to_cp1252_or_raise(text, "table " + table_name(PQftable(r, c)) + ", column " +
+                                                names[static_cast<std::size_t>(c)] + ", row " +
+                                                std::to_string(row + 1));
+            values.emplace_back(std::move(*converted));
+          }
         }
       }
       rs->add_row(std::move(values));
@@ -310,6 +328,10 @@ void PgArchive::end(bool commit) {
           "the transaction was rolled back: a statement in it "
           "failed (archive " +
               path_ + ")");
+}
+
+int64_t PgArchive::next_version() {
+  return static_cast<int64_t>(query("SELECT qk_next_version() AS N")->Fields("N").to_double());
 }
 
 int PgArchive::schema_version() {

@@ -30,6 +30,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   void begin(bool write) override;
   void end(bool commit) override;
   bool in_transaction() override { return depth_ > 0; }
+  int64_t next_version() override;
   int schema_version() override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
@@ -51,6 +52,8 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   pg_result* checked(pg_result* r, const std::string& what);
   [[noreturn]] void fail(const std::string& what, const char* detail);
   bool has_table(const std::string& name);
+  // A result column's table, by the identifier the server gives it ("?" for none).
+  std::string table_name(unsigned oid);
 
   pg_conn* conn_;
   std::unordered_map<std::string, Prepared> statements_;

@@ -154,14 +154,18 @@ const std::string& pg_archive_schema_sql() {
   static const std::string sql = [] {
     std::string s;
     for (const Table& t : archive::tables()) s += pg_table_sql(t);
-    s += "CREATE TABLE QK_SEQUENCE (N BIGINT NOT NULL);\nINSERT INTO QK_SEQUENCE VALUES (0);\n"
+    // A sequence, not SQLite's one-row table: taking numbers from a row that one transaction
+    // updates for each of 100,000 inserted rows leaves a chain of 100,000 row versions to walk.
+    s += "CREATE SEQUENCE QK_SEQUENCE;\n"
          "CREATE TABLE QK_SCHEMA (VERSION INTEGER NOT NULL);\n"
          "INSERT INTO QK_SCHEMA VALUES (" +
          std::to_string(archive::kSchemaVersion) +
          ");\n"
          // The desktop database's arithmetic, as the SQLite connection registers it.
          "CREATE FUNCTION qk_next_version() RETURNS BIGINT LANGUAGE sql AS\n"
-         "  'UPDATE QK_SEQUENCE SET N = N + 1 RETURNING N';\n"
+         "  'SELECT nextval(''qk_sequence'')';\n"
+         "CREATE FUNCTION instr(s TEXT, t TEXT) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
+         "  AS 'SELECT strpos(s, t)::BIGINT';\n"
          "CREATE FUNCTION qk_int(x DOUBLE PRECISION) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
          "  AS 'SELECT floor(x)::BIGINT';\n"
          "CREATE FUNCTION qk_mod(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"

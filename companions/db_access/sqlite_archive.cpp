@@ -81,6 +81,11 @@ std::shared_ptr<Archive> SqliteArchive::create(const std::string& path) {
   return a;
 }
 
+int64_t SqliteArchive::next_version() {
+  execute("UPDATE QK_SEQUENCE SET N = N + 1");
+  return static_cast<int64_t>(query("SELECT N FROM QK_SEQUENCE")->Fields("N").to_double());
+}
+
 int SqliteArchive::schema_version() {
   auto rs = query("PRAGMA user_version");
   return rs->Eof() ? 0 : rs->Fields(rs->columns()[0]).to_int32();

@@ -27,6 +27,7 @@ class SqliteArchive : public Archive {
   void begin(bool write) override;
   void end(bool commit) override;
   bool in_transaction() override;
+  int64_t next_version() override;
   int schema_version() override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,

@@ -6,7 +6,9 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace qk::archive {
 
@@ -334,6 +336,14 @@ inline constexpr const Column* find_column(const Table& t, std::string_view name
 // The columns that identify a row for replacing: the key, or the replace group.
 inline constexpr std::span<const std::string_view> identity(const Table& t) {
   return t.key.empty() ? t.replace_group : t.key;
+}
+
+// The columns a row's writer gives, in table order: all but ROW_VERSION, which the archive keeps.
+inline std::vector<std::string> written_columns(const Table& t) {
+  std::vector<std::string> names;
+  for (const Column& c : t.columns)
+    if (c.name != kRowVersionColumn) names.emplace_back(c.name);
+  return names;
 }
 
 }  // namespace qk::archive
