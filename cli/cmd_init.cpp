@@ -34,7 +34,10 @@ void run_init(const InitOptions& o) {
     write_demo_files(folder);
   }
   write_default_files(folder, o.demo && o.force);
-  if (!archive.empty() && !qk::host::save_setting("Appl", "Archive", archive)) return;
+  if (!archive.empty()) {
+    if (!std::filesystem::exists(qk::host::settings_file())) qk::host::create_settings_store(false);
+    if (!qk::host::save_setting("Appl", "Archive", archive)) return;
+  }
   auto tools = qk::sync::new_archive_tools();
   // The new archive is built aside and put in place once complete: an interrupted init leaves
   // the old archive (or none), never a half-filled one.

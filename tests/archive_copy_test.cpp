@@ -61,6 +61,15 @@ TEST_P(ArchiveCopy, ASourceThatCannotBeReadLeavesNoTarget) {
   }
 }
 
+TEST_F(Tool, InitArchiveNamesTheArchiveOfANewInstallation) {
+  std::string fresh = dir.file("fresh");
+  EXPECT_EQ(qkp_in(fresh, "init --archive " + dir.file("elsewhere.sqlite")), 0) << err;
+  EXPECT_TRUE(std::filesystem::exists(dir.file("elsewhere.sqlite")));
+  std::string out;
+  EXPECT_EQ(qkp_in(fresh, "settings get Appl Archive", &out), 0);
+  EXPECT_EQ(out, dir.file("elsewhere.sqlite") + "\n");
+}
+
 TEST_F(Tool, ArchiveCopyRefusesWhatItCannotDo) {
   std::string original = home + "/Archivi.sqlite";
   struct Case {
@@ -104,8 +113,12 @@ TEST_F(ServerArchive, WhatCannotBeUsedIsNamed) {
        "holds no archive (its table QK_SCHEMA is missing): create one with \"qkp init\""},
   };
   for (const auto& c : cases) {
-    if (!c.sql.empty()) ASSERT_EQ(PgServer::exec(server, c.sql), "") << c.sql;
-    if (!c.archive.empty()) ASSERT_EQ(qkp("settings set Appl Archive '" + c.archive + "'"), 0);
+    if (!c.sql.empty()) {
+      ASSERT_EQ(PgServer::exec(server, c.sql), "") << c.sql;
+    }
+    if (!c.archive.empty()) {
+      ASSERT_EQ(qkp("settings set Appl Archive '" + c.archive + "'"), 0);
+    }
     EXPECT_EQ(qkp("pending --line 1"), 1) << c.message;
     EXPECT_NE(err.find(c.message), std::string::npos) << err;
     EXPECT_EQ(err.find("secret"), std::string::npos) << err;
