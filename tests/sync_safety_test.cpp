@@ -57,8 +57,13 @@ std::vector<std::string> logged_strings(const std::string& log) {
 class Importer {
  public:
   Importer(const Tool& t, std::vector<int> depts, int first, int lots, int round) {
+    // A process group of its own, set on both sides of the fork: its imports stop with it.
     pid_ = fork();
-    if (pid_ != 0) return;
+    if (pid_ != 0) {
+      setpgid(pid_, pid_);
+      return;
+    }
+    setpgid(0, 0);
     std::mt19937 random(12345 + round);
     for (int i = 0;; ++i) {
       std::string folder = t.dir.file("imp-" + std::to_string(round) + "-" + std::to_string(i));
@@ -74,7 +79,9 @@ class Importer {
       usleep(2000);
     }
   }
+  // Stops the importer and the import it may be running (which rolls back: nothing half-done).
   ~Importer() {
+    kill(-pid_, SIGKILL);
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
