@@ -1,6 +1,5 @@
 // init (a new archive, and with --demo a demo installation), archive upgrade and archive copy.
 #include <filesystem>
-#include <functional>
 
 #include "commands.h"
 #include "demo.h"
@@ -88,17 +87,6 @@ void copy_archive(const std::string& from, const std::string& to, bool force) {
        target->location());
 }
 
-// Runs a command's work, reporting what stopped it.
-void reported(const char* command, const std::function<void()>& work) {
-  try {
-    work();
-  } catch (const qk::automation::Error& e) {
-    fail(std::string(command) + " failed: " + qk::cp1252_to_utf8(e.description()));
-  } catch (const std::exception& e) {
-    fail(std::string(command) + " failed: " + e.what());
-  }
-}
-
 }  // namespace
 
 void add_init_command(CLI::App& app, Options&) {
@@ -113,14 +101,14 @@ void add_init_command(CLI::App& app, Options&) {
   cmd->add_option("--archive", o->archive,
                   "where the archive goes: a file name or a postgresql:// URI (saved as the "
                   "setting Archive)");
-  cmd->callback([o] { reported("init", [o] { run_init(*o); }); });
+  cmd->callback([o] { reported("init failed", [o] { run_init(*o); }); });
 
   auto* archive = app.add_subcommand("archive", "The archive itself");
   archive->require_subcommand(1);
   auto* upgrade = archive->add_subcommand(
       "upgrade", "Bring an archive made by an earlier version to this version's schema");
   upgrade->callback([] {
-    reported("archive upgrade", [] {
+    reported("archive upgrade failed", [] {
       qk::sync::new_archive_tools()->upgrade_schema(qk::kArchiveName);
       note("the archive is up to date");
     });
@@ -137,7 +125,7 @@ void add_init_command(CLI::App& app, Options&) {
   copy->add_option("--to", c->to, "the new archive")->required();
   copy->add_flag("--force", c->force, "replace an archive already at --to");
   copy->callback([c] {
-    reported("archive copy", [c] {
+    reported("archive copy failed", [c] {
       copy_archive(archive_location(c->from, "--from"), archive_location(c->to, "--to"), c->force);
     });
   });

@@ -65,13 +65,7 @@ void run_import_mdb(const TableOptions& o) {
 
 // Runs an import; any refusal leaves the archive as it was, and says so.
 void guarded(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const qk::automation::Error& e) {
-    fail("import failed, archive unchanged: " + qk::cp1252_to_utf8(e.description()));
-  } catch (const std::exception& e) {
-    fail(std::string("import failed, archive unchanged: ") + e.what());
-  }
+  reported("import failed, archive unchanged", f);
 }
 
 void add_import_options(CLI::App* cmd, TableOptions& o) {
@@ -121,15 +115,11 @@ auto* exp = app.add_subcommand("export-csv",
 exp->add_option("DIR", o->dir, "folder to write into (created when missing)")->required();
 exp->add_option("--table", o->table, "only this table");
 exp->callback([o] {
-  try {
+  reported("export failed", [o] {
     auto a = qk::sync::open_archive_tools();
     for (const auto& [table, rows] : export_tables(*a, o->dir, o->table))
       std::printf("%s: %ld rows\n", table.c_str(), rows);
-  } catch (const qk::automation::Error& e) {
-    fail("export failed: " + qk::cp1252_to_utf8(e.description()));
-  } catch (const std::exception& e) {
-    fail(std::string("export failed: ") + e.what());
-  }
+  });
 });
 }
 

@@ -103,6 +103,16 @@ void fail(const std::string& text) {
   std::fprintf(stderr, "%s\n", prefixed(text).c_str());
 }
 
+void reported(const std::string& failure, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const qk::automation::Error& e) {
+    fail(failure + ": " + qk::cp1252_to_utf8(e.description()));
+  } catch (const std::exception& e) {
+    fail(failure + ": " + e.what());
+  }
+}
+
 void note(const std::string& text) {
   std::fprintf(stderr, "%s\n", prefixed(text).c_str());
 }

@@ -3,6 +3,7 @@
 // status.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace qkp {
@@ -27,5 +28,7 @@ void set_exit_status(int status);
 void fail(const std::string& text);
 // Prints a note on stderr without counting a failure.
 void note(const std::string& text);
+// Runs a command's work; what stops it is a failure printed as "<failure>: <why>".
+void reported(const std::string& failure, const std::function<void()>& work);
 
 }  // namespace qkp

@@ -37,11 +37,8 @@ struct ArchiveFixture : ::testing::Test {
     QK_NEW_PG_DATABASE_OR_SKIP(server);
     archive = companions::PgArchive::create(server, false);
     archive->end(true);
-    std::string value = server;
-    for (auto at = value.find('&'); at != std::string::npos; at = value.find('&', at + 1))
-      value.replace(at, 1, "&amp;");
-    dir.write("registry.xml",
-              "<root><keys><key path='x' name='Archive' value='" + value + "'/></keys></root>");
+    host::create_settings_store(false);
+    ASSERT_TRUE(host::save_setting("Appl", "Archive", server));
   }
   // The bytes a text column holds, in hexadecimal.
   std::string stored_hex(const std::string& column, const std::string& table) {
