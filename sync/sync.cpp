@@ -1,7 +1,7 @@
 #include "sync.h"
 
 #include <chrono>
-#include <set>
+#include <span>
 
 #include "qk/error.h"
 #include "qk/host.h"
@@ -54,6 +54,7 @@ class LineSync {
   // False when delivery stopped.
   bool run(const LineContext& line) {
     line_context_ = describe(line.where);
+    line_ = line.where.line;
     ContextScope context(line_context_);
     LineContext c = line;
     c.warn = [this](const std::string& text) {
@@ -66,7 +67,6 @@ class LineSync {
       std::string form;
       std::unique_ptr<RecordSource> source;
       std::vector<int32_t> ids;
-      std::set<int32_t> pending;  // of the ids, those whose flags say this line is pending
     };
     std::vector<Opened> kinds;
     std::size_t pending = 0;
@@ -77,17 +77,9 @@ class LineSync {
         std::vector<std::string> problems;
         auto source = e.open(c, form);
         auto ids = source->ids(e.flagged && !o_.scope.full ? c.where.line : 0, &problems);
-        std::set<int32_t> flagged;
-        // A full sync sends every record but resets only those pending on the line: resetting
-        // the others would write back the flags they already have.
-        if (e.flagged) {
-          auto p = o_.scope.full ? source->ids(c.where.line, nullptr) : ids;
-          flagged.insert(p.begin(), p.end());
-        }
         for (const auto& p : problems) problem(p);
-        pending += flagged.size();
-        kinds.push_back(
-            {e.kind, e.flagged, form, std::move(source), std::move(ids), std::move(flagged)});
+        if (e.flagged) pending += ids.size();
+        kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
       } catch (const std::exception& ex) {
         problem(std::string(kind_name(e.kind)) + " could not be listed: " + error_text(ex));
         ++r_.tally[e.kind].failed;
@@ -96,8 +88,8 @@ class LineSync {
     if (!o_.scope.full && pending == 0) return true;
     envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
     for (auto& k : kinds)
-      for (int32_t id : k.ids)
-        if (!deliver(k.kind, k.flagged, k.pending.count(id) > 0, *k.source, id)) return stop();
+      for (std::size_t i = 0; i < k.ids.size(); ++i)
+        if (!deliver(k.kind, k.flagged, *k.source, std::span(k.ids).subspan(i))) return stop();
     return flush() || stop();
   }
 
@@ -118,7 +110,13 @@ class LineSync {
     r_.status = SyncReport::Failed;
   }
 
-  bool deliver(Kind kind, bool flagged, bool pending, RecordSource& source, int32_t id) {
+  // Delivers the first of `ids`, the records of the kind still to go, in increasing order.
+  bool deliver(Kind kind, bool flagged, RecordSource& source, std::span<const int32_t> ids) {
+    int32_t id = ids.front();
+    // A sync of what is pending lists only records pending on the line; a full sync sends every
+    // record but resets only those pending on the line when they are built (resetting the others
+    // would write back the flags they already have).
+    bool pending = flagged && !o_.scope.full;
     if (!reading_) {
       a_.begin_read();
       reading_ = true;
@@ -126,22 +124,27 @@ class LineSync {
     std::string label = source.label(id);
     ContextScope context(line_context_ + ", " + label);
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, 0, pending ? &source : nullptr, id, source.group(id), {}, label};
+    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, label};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;
     try {
       if (w.group) {
-        // A row the component cannot read is named, and its record is not built at all.
-        auto rows = a_.group_rows(*w.group);
-        auto problems = row_problems(group_table(w.group->group), *rows);
-        if (!problems.empty()) {
-          for (const auto& p : problems) problem(p);
-          ++tally.failed;
-          problem("not sent because of the values above; left pending");
-          return true;
+        const GroupState& state = group_state(*w.group, ids);
+        w.snapshot = state.rows;
+        pending = pending || (flagged && state.pending);
+        if (state.suspect) {
+          // A row the component cannot read is named, and its record is not built at all.
+          auto rows = a_.group_rows(*w.group);
+          auto problems = row_problems(group_table(w.group->group), *rows);
+          if (!problems.empty()) {
+            for (const auto& p : problems) problem(p);
+            ++tally.failed;
+            problem("not sent because of the values above; left pending");
+            return true;
+          }
+          w.snapshot = snapshot_of(group_table(w.group->group), *rows);
         }
-        w.snapshot = snapshot_of(group_table(w.group->group), *rows);
       }
       strings = source.build(id);
     } catch (const std::exception& ex) {
@@ -149,6 +152,7 @@ class LineSync {
       strings.clear();
     }
     std::erase(strings, std::string());
+    if (pending) w.source = &source;
     if (strings.empty() || watch.reported()) {
       ++tally.failed;
       problem(std::string("could not be built") + (flagged ? ", left pending" : ", not sent"));
@@ -170,13 +174,44 @@ class LineSync {
     return waiting_.size() < t_.batch() || flush();
   }
 
-  // Makes the waiting records durable, counts them and resets the flagged ones whose rows are
-  // unchanged since they were built.
-  bool flush() {
+  // The state of a record's group within the read transaction. The states of the records that
+  // follow it are read with it while they lie close together (a sync that sends a department's
+  // every key reads them in one go, one that sends a key here and there reads each alone) and
+  // while they fit in the batch this read transaction builds.
+  const GroupState& group_state(const GroupRef& ref, std::span<const int32_t> ids) {
+    bool same_scope = states_scope_ && states_scope_->group == ref.group &&
+                      states_scope_->dept == ref.dept && states_scope_->scale == ref.scale;
+    if (!same_scope || ref.id < states_first_ || ref.id > states_last_) {
+      std::size_t room =
+          std::max<std::size_t>(1, t_.batch() - std::min(t_.batch(), waiting_.size()));
+      std::size_t n = 1;
+      while (n < ids.size() && n < room &&
+             static_cast<int64_t>(ids[n]) - ids.front() < 2 * static_cast<int64_t>(n + 1))
+        ++n;
+      states_ = a_.group_states(ref, ids.front(), ids[n - 1], line_);
+      states_scope_ = ref;
+      states_first_ = ids.front();
+      states_last_ = ids[n - 1];
+    }
+    auto it = states_.find(ref.id);
+    if (it != states_.end()) return it->second;
+    none_ = GroupState{RowSnapshot{std::string(group_table(ref.group).name), {}}, false};
+    return none_;
+  }
+
+  void end_reading() {
     if (reading_) {
       a_.end_read();
       reading_ = false;
     }
+    states_.clear();
+    states_scope_.reset();
+  }
+
+  // Makes the waiting records durable, counts them and resets the flagged ones whose rows are
+  // unchanged since they were built.
+  bool flush() {
+    end_reading();
     if (waiting_.empty()) return true;
     if (!t_.commit()) return false;
     settle_waiting();
@@ -227,10 +262,7 @@ class LineSync {
   }
 
   bool stop() {
-    if (reading_) {
-      a_.end_read();
-      reading_ = false;
-    }
+    end_reading();
     r_.stopped = t_.error();
     // The records the far end confirmed before it stopped are delivered: count and reset them.
     std::size_t confirmed = t_.confirmed(), kept = 0;
@@ -252,6 +284,11 @@ class LineSync {
   Envelope envelope_;
   std::string line_context_;
   std::vector<Waiting> waiting_;
+  // The group states read in this read transaction: one scope, records first..last.
+  std::map<int32_t, GroupState> states_;
+  std::optional<GroupRef> states_scope_;
+  int32_t states_first_ = 0, states_last_ = 0, line_ = 0;
+  GroupState none_;
   bool reading_ = false, warned_ = false;
   long delivered_ = 0;
 };

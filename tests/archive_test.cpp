@@ -4,6 +4,7 @@
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
 #include "qk/error.h"
+#include "row_checks.h"
 
 using namespace qk;
 using namespace qk::testing;
@@ -147,7 +148,119 @@ TEST_P(ArchiveContract, UpdateMembersClearTheServedLineInOneTransaction) {
             "10100000,10100000");
 }
 
+// The records' states read together are what each record's own read gives: the same rows, in
+// the same order, grouped as the records group them.
+TEST_P(ArchiveContract, GroupStatesGroupRowsAsTheRecordsDo) {
+  auto key = [&](int dept, int scale, int k, const char* flags) {
+    exec("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_FLAGTRASM) values (?, ?, ?, ?)",
+         {dept, scale, k, flags});
+  };
+  key(1, 1, 16, "00000000");
+  key(1, 1, 1, "01000000");
+  key(1, 2, 1, "00000000");
+  key(1, 1, 15, "00000000");
+  key(1, 1, 30, "00000000");
+  key(1, 1, 31, "01000000");  // block 2: outside the blocks asked for
+  key(1, 3, 1, "00100000");
+  key(2, 1, 1, "01000000");  // another department
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  struct Case {
+    GroupRef scope;
+    int32_t first, last;
+    std::map<int32_t, std::size_t> rows;  // record id: rows
+    std::vector<int32_t> pending_on_2;
+  } cases[] = {
+      {{RecordGroup::KeyBlock, 1, 1, 0}, 0, 1, {{0, 2}, {1, 2}}, {0}},
+      {{RecordGroup::KeyBlock, 1, 2, 0}, 0, 5, {{0, 1}}, {}},
+      {{RecordGroup::Key, 1, 0, 0}, 1, 16, {{1, 3}, {15, 1}, {16, 1}}, {1}},
+      {{RecordGroup::Key, 1, 0, 0}, 2, 14, {}, {}},
+  };
+  for (const auto& c : cases) {
+    auto states = db.group_states(c.scope, c.first, c.last, 2);
+    std::map<int32_t, std::size_t> rows;
+    std::vector<int32_t> pending;
+    for (const auto& [id, s] : states) {
+      rows[id] = s.rows.rows.size();
+      if (s.pending) pending.push_back(id);
+      EXPECT_FALSE(s.suspect);
+      // The same snapshot as the record's own read.
+      GroupRef ref = c.scope;
+      ref.id = id;
+      auto own = db.group_rows(ref);
+      RowSnapshot snapshot{"TASTIERA_PLU", {}};
+      for (; !own->Eof(); own->MoveNext())
+        snapshot.rows.emplace_back(static_cast<int64_t>(own->Fields("ROW_ID").to_double()),
+                                   static_cast<int64_t>(own->Fields("ROW_VERSION").to_double()));
+      EXPECT_EQ(s.rows, snapshot) << id;
+    }
+    EXPECT_EQ(rows, c.rows);
+    EXPECT_EQ(pending, c.pending_on_2);
+  }
+}
+
+// Every row whose values the sync's checks would name is suspect; clean rows, accented text
+// among them, are not.
+TEST_P(ArchiveContract, GroupStatesSuspectWhatTheChecksWouldName) {
+  struct Case {
+    const char* values;  // TP_KEY, TP_VALUE, TP_MODE, TP_FLAGTRASM
+    bool suspect;
+  } cases[] = {
+      {"1, 100, 'P', '10000000'", false},
+      {"2, 100, 'P', '1000000'", true},                               // seven flags
+      {"3, 100, 'P', '1000000x'", true},                              // not 0 or 1
+      {"4, 3000000000, 'P', '10000000'", true},                       // past 32 bits
+      {"5, -2147483648, '\xC3\xA8\xE2\x82\xAC', '10000000'", false},  // è€ have 8-bit forms
+      {"6, 100, '\xE6\x97\xA5', '10000000'", true},                   // no 8-bit form
+  };
+  for (const auto& c : cases)
+    exec(std::string("insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE, TP_MODE, "
+                     "TP_FLAGTRASM) values (1, 1, ") +
+         c.values + ")");
+  exec(
+      "insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_DESC20, TRC_MODE) values"
+      " (1, 1, 'Caff\xC3\xA8', NULL), (1, 2, '\xE6\x97\xA5', 0)");
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  auto keys = db.group_states({RecordGroup::Key, 1, 0, 0}, 1, 6, 1);
+  ASSERT_EQ(keys.size(), std::size(cases));
+  for (const auto& c : cases) {
+    int32_t id = std::stoi(c.values);
+    EXPECT_EQ(keys[id].suspect, c.suspect) << c.values;
+    // The checks agree: a row they can read shows a problem exactly when it is suspect.
+    try {
+      auto rows = db.group_rows({RecordGroup::Key, 1, 0, id});
+      auto table = *archive::find_table("TASTIERA_PLU");
+      EXPECT_EQ(!sync::row_problems(table, *rows).empty(), c.suspect) << c.values;
+    } catch (const automation::Error&) {
+      EXPECT_TRUE(c.suspect) << c.values;
+    }
+  }
+  auto lots = db.group_states({RecordGroup::Lot, 1, 0, 0}, 1, 2, 1);
+  EXPECT_FALSE(lots[1].suspect);  // an empty mode may be left to its default
+  EXPECT_TRUE(lots[2].suspect);
+}
+
 QK_ON_BOTH_BACKENDS(ArchiveContract);
+
+// SQLite keeps values its columns' types cannot hold; they are suspect, and a key that is no
+// whole number belongs to no key's record (as the records' own reads select them).
+TEST_F(ArchiveFixture, GroupStatesOfValuesSqliteKeepsAsGiven) {
+  exec(
+      "insert into TASTIERA_PLU (TP_BNC, TP_SCALE, TP_KEY, TP_VALUE) values (1, 1, 1, 'abc'),"
+      " (1, 1, 2, 2.5), (1, 1, 3.5, 0), (1, 1, 'x', 0), (1, 1, 1e19, 0), (1, 1, 4, 0)");
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  auto keys = db.group_states({RecordGroup::Key, 1, 0, 0}, 0, 100, 1);
+  std::string seen;
+  for (const auto& [id, s] : keys) seen += std::to_string(id) + (s.suspect ? "! " : " ");
+  EXPECT_EQ(seen, "1! 2! 4 ");
+  // Key 3.5 lies inside block 0, whose read selects keys 1 to 15.
+  auto blocks = db.group_states({RecordGroup::KeyBlock, 1, 1, 0}, 0, 0, 1);
+  ASSERT_EQ(blocks.size(), 1u);
+  EXPECT_EQ(blocks[0].rows.rows.size(), 4u);
+  EXPECT_TRUE(blocks[0].suspect);
+}
 
 TEST(Flags, MergeMaskAndClear) {
   struct Row {

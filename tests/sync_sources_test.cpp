@@ -57,6 +57,10 @@ class FailingCommit : public ArchiveTools {
   automation::RecordsetPtr group_rows(const GroupRef& ref) override {
     return real_->group_rows(ref);
   }
+  std::map<int32_t, GroupState> group_states(const GroupRef& s, int32_t f, int32_t l,
+                                             int32_t line) override {
+    return real_->group_states(s, f, l, line);
+  }
   long guard_resets(const RowSnapshot* guard) override { return real_->guard_resets(guard); }
   automation::RecordsetPtr select_rows(const archive::Table& t, const Where& w) override {
     return real_->select_rows(t, w);
@@ -181,6 +185,42 @@ TEST_F(Sync, AFullSyncResetsOnlyWhatWasPendingOnTheLine) {
   EXPECT_EQ(scalar("select group_concat(TP_FLAGTRASM, ' ') from (select TP_FLAGTRASM from"
                    " TASTIERA_PLU order by TP_KEY, TP_SCALE)"),
             "00100000 01000000 00100000");
+}
+
+// Records close together are checked in one read, scattered ones each alone, a read never
+// crossing a batch: whichever way, the same strings go and the same flags are reset.
+TEST_F(Sync, RecordsReadTogetherOrAloneGoAndResetAlike) {
+  line(1, 2, "5000", 2);
+  std::vector<int> keys = {1, 2, 3, 4, 5, 7, 9, 10, 40, 41, 300, 301, 302, 5000};
+  for (int k : keys) {
+    key(1, 1, k, "01000000");
+    key(1, 2, k, k % 3 ? "11000000" : "00000000");  // not all pending: the full sync sends all
+  }
+  std::vector<std::pair<std::string, std::string>> first;  // what went, the flags left
+  for (bool full : {false, true})
+    for (std::size_t batch : {256, 1, 2, 5}) {
+      SCOPED_TRACE((full ? "full, batch " : "pending, batch ") + std::to_string(batch));
+      exec(
+          "update TASTIERA_PLU set TP_FLAGTRASM = CASE WHEN TP_KEY % 3 = 0 AND TP_SCALE = 2"
+          " THEN '00000000' ELSE '11000000' END");
+      MemoryTransport t;
+      t.batch_size = batch;
+      std::vector<std::string> said;
+      EXPECT_EQ(run(2, full, t, &said).status, sync::SyncReport::Done);
+      std::string sent;
+      for (const auto& [to, bytes] : t.sent)
+        if (to.kind == "keys") sent += std::to_string(to.id) + " ";
+      std::pair<std::string, std::string> got{
+          sent, scalar("select group_concat(TP_FLAGTRASM, ' ') from (select TP_FLAGTRASM from"
+                       " TASTIERA_PLU order by TP_KEY, TP_SCALE)")};
+      if (batch == 256) first.push_back(got);
+      EXPECT_EQ(got, first.back());
+    }
+  ASSERT_EQ(first.size(), 2u);
+  // Every key is pending on line 2 through scale 1's row: all go, every flag of line 2 clears.
+  EXPECT_EQ(first[0].first, "1 2 3 4 5 7 9 10 40 41 300 301 302 5000 ");
+  EXPECT_EQ(first[1], first[0]);
+  EXPECT_EQ(first[0].second.find("11"), std::string::npos) << first[0].second;
 }
 
 TEST_F(Sync, AFamilyThatTakesNoKeysGetsNoKeys) {

@@ -63,6 +63,11 @@ class Archive {
   virtual int schema_version() = 0;
   // Brings an archive of an older schema to this version, keeping every row.
   virtual void upgrade() = 0;
+  // An expression that is 1 for a row of the table that may hold a value its column's
+  // description does not allow, or a text with no 8-bit form, and 0 for the others (see
+  // ArchiveTools::group_states).
+  virtual std::string suspect_sql(const archive::Table& t) const = 0;
+
   // The sync lock of one line (see ArchiveTools::lock_line).
   virtual std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
                                                         std::string* holder) = 0;
@@ -74,6 +79,7 @@ class Archive {
 
  protected:
   explicit Archive(std::string path) : path_(std::move(path)) {}
+
   std::string path_;
 };
 

@@ -2,6 +2,8 @@
 // group rows and the reset guard, rows by column, marking, the sync lock and new archives.
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 #include "db_access/clsDbAccess.h"
@@ -164,6 +166,50 @@ RecordsetPtr clsDbAccess::group_rows(const GroupRef& ref) {
   return archive().query(
       "select rowid as ROW_ID, * from " + g.table + " where " + g.condition + " order by rowid",
       g.params);
+}
+
+std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, int32_t first,
+                                                        int32_t last, int32_t line) {
+  const archive::Table& t = group_table(scope.group);
+  Archive& a = archive();
+  std::string id(t.record_id);
+  bool blocks = scope.group == RecordGroup::KeyBlock;
+  std::string sql = "select " + id + " as ID, rowid as ROW_ID, ROW_VERSION, " + a.suspect_sql(t) +
+                    " as SUSPECT, CASE WHEN substr(" + std::string(t.flags) +
+                    ", ?, 1) = '1' THEN 1 ELSE 0 END as PENDING from " + std::string(t.name) +
+                    " where " + std::string(t.department) + " = ?";
+  std::vector<Variant> params{line, scope.dept};
+  if (blocks) {
+    sql += " and TP_SCALE = ?";
+    params.emplace_back(scope.scale);
+  }
+  // A block's keys are id*15+1 .. id*15+15, as group_sql selects them.
+  auto low = [&](int64_t n) { return blocks ? n * kKeysPerBlock + 1 : n; };
+  auto high = [&](int64_t n) { return blocks ? n * kKeysPerBlock + kKeysPerBlock : n; };
+  sql += " and " + id + " between ? and ?";
+  params.emplace_back(static_cast<long long>(low(first)));
+  params.emplace_back(static_cast<long long>(high(last)));
+  std::map<int32_t, GroupState> states;
+  for (auto rs = a.query(sql, params); !rs->Eof(); rs->MoveNext()) {
+    // The record a row belongs to, by the same comparison the group's own read makes: a value
+    // that is no number, or falls between two records, belongs to none.
+    Variant v = rs->Fields("ID");
+    if (!v.is_numeric_type()) continue;
+    double d = v.to_double();
+    double n = blocks ? std::floor((d - 1) / kKeysPerBlock) : d;
+    if (n < first || n > last || d < static_cast<double>(low(static_cast<int64_t>(n))) ||
+        d > static_cast<double>(high(static_cast<int64_t>(n))))
+      continue;
+    GroupState& s = states[static_cast<int32_t>(n)];
+    s.rows.table = t.name;
+    s.rows.rows.emplace_back(
+        static_cast<int64_t>(rs->Fields("ROW_ID").to_double()),
+        static_cast<int64_t>(rs->Fields(archive::kRowVersionColumn).to_double()));
+    s.suspect = s.suspect || rs->Fields("SUSPECT").to_double() != 0;
+    s.pending = s.pending || rs->Fields("PENDING").to_double() != 0;
+  }
+  for (auto& [n, s] : states) std::sort(s.rows.rows.begin(), s.rows.rows.end());
+  return states;
 }
 
 long clsDbAccess::guard_resets(const RowSnapshot* guard) {

@@ -67,6 +67,8 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
   std::vector<int32_t> record_ids(RecordGroup g, int32_t dept, int32_t scale, int32_t line,
                                   std::vector<std::string>* problems) override;
   RecordsetPtr group_rows(const GroupRef& ref) override;
+  std::map<int32_t, GroupState> group_states(const GroupRef& scope, int32_t first, int32_t last,
+                                             int32_t line) override;
   long guard_resets(const RowSnapshot* guard) override;
   RecordsetPtr select_rows(const archive::Table& t, const Where& where) override;
   void insert_row(const archive::Table& t, const std::vector<std::string>& columns,

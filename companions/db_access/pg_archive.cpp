@@ -48,6 +48,13 @@ const std::string& column_spelling(const std::string& name) {
   return it == names.end() ? name : it->second;
 }
 
+// A text literal.
+std::string quoted(std::string_view text) {
+  std::string s = "'";
+  for (char c : text) s += c == '\'' ? "''" : std::string(1, c);
+  return s + "'";
+}
+
 std::string param_text(const Variant& v, bool* null) {
   *null = false;
   switch (v.type()) {
@@ -97,6 +104,47 @@ std::string PgArchive::shown(const std::string& uri) {
   auto colon = uri.find(':', scheme + 3);
   if (colon == std::string::npos || colon > at) return uri;
   return uri.substr(0, colon + 1) + "***" + uri.substr(at);
+}
+
+std::string PgArchive::suspect_sql(const archive::Table& t) const {
+  // Every character with an 8-bit form, as escapes of the server's regular expressions.
+  static const std::string k8bit = [] {
+    std::string s = "\\u0001-\\u007F\\u00A0-\\u00FF";
+    for (int b = 0x80; b < 0xA0; ++b) {
+      std::string u = cp1252_to_utf8(std::string(1, static_cast<char>(b)));
+      auto byte = [&](std::size_t i) { return static_cast<unsigned>(u[i]) & 0xFF; };
+      unsigned cp = u.size() == 2
+                        ? (byte(0) & 0x1F) << 6 | (byte(1) & 0x3F)
+                        : (byte(0) & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F);
+      char code[8];
+      std::snprintf(code, sizeof code, "\\u%04X", cp);
+      s += code;
+    }
+    return s;
+  }();
+  // The columns' types hold on the server: what remains are ranges, Null, flags, lists and text.
+  std::string any;
+  auto either = [](std::string& a, const std::string& b) { a += (a.empty() ? "" : " OR ") + b; };
+  for (const auto& c : t.columns) {
+    std::string name(c.name), value;
+    if (c.type == archive::ColumnType::Integer)
+      either(value,
+             name + " NOT BETWEEN " + std::to_string(c.min) + " AND " + std::to_string(c.max));
+    if (c.type == archive::ColumnType::Text) {
+      either(value, name + " ~ '[^" + k8bit + "]'");
+      if (c.flag_width > 0)
+        either(value, "length(" + name + ") <> " + std::to_string(c.flag_width) + " OR " + name +
+                          " ~ '[^01]'");
+      if (!c.allowed.empty()) {
+        std::string list;
+        for (auto a : c.allowed) list += (list.empty() ? "" : ", ") + quoted(a);
+        either(value, name + " NOT IN (" + list + ")");
+      }
+    }
+    if (c.not_null && c.default_sql.empty()) either(any, name + " IS NULL");
+    if (!value.empty()) either(any, "(" + name + " IS NOT NULL AND (" + value + "))");
+  }
+  return any.empty() ? "0" : "CASE WHEN " + any + " THEN 1 ELSE 0 END";
 }
 
 PgArchive::PgArchive(pg_conn* c, const std::string& uri) : Archive(shown(uri)), conn_(c) {}

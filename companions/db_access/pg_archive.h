@@ -30,6 +30,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   void begin(bool write) override;
   void end(bool commit) override;
   bool in_transaction() override { return depth_ > 0; }
+  std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
   void upgrade() override;

@@ -19,6 +19,47 @@ namespace qk::companions {
 namespace {
 constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
 constexpr std::size_t kMaxCachedStatements = 512;
+
+// Whether a stored value may break its column's description. SQLite keeps any value it cannot
+// convert to the column's type, so the type is part of it; text is judged as query() reads it.
+bool suspect(const archive::Column& c, sqlite3_value* v) {
+  int type = sqlite3_value_type(v);
+  if (type == SQLITE_NULL) return c.not_null && c.default_sql.empty();
+  if (c.type == archive::ColumnType::Integer) {
+    if (type != SQLITE_INTEGER) return true;
+    int64_t n = sqlite3_value_int64(v);
+    return n < c.min || n > c.max;
+  }
+  if (c.type == archive::ColumnType::Real) return type != SQLITE_INTEGER && type != SQLITE_FLOAT;
+  bool text = type == SQLITE_TEXT || type == SQLITE_BLOB;
+  if (!text) return c.flag_width > 0 || !c.allowed.empty();
+  const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(v));
+  std::string_view s(bytes ? bytes : "", static_cast<std::size_t>(sqlite3_value_bytes(v)));
+  bool ascii = true;
+  for (unsigned char ch : s) ascii = ascii && ch < 0x80;
+  if (!ascii && !utf8_to_cp1252(s)) return true;
+  if (c.flag_width > 0 &&
+      (s.size() != static_cast<std::size_t>(c.flag_width) || s.find_first_not_of("01") != s.npos))
+    return true;
+  if (c.allowed.empty()) return false;
+  for (auto a : c.allowed)
+    if (s == a) return false;
+  return true;
+}
+
+// qk_suspect('TABLE', column, …): 1 when one of the row's values may break its column's
+// description, the columns given in the table's order.
+void fn_suspect(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+  const auto* name = reinterpret_cast<const char*>(sqlite3_value_text(argv[0]));
+  const archive::Table* t = name ? archive::find_table(name) : nullptr;
+  if (!t || t->columns.size() != static_cast<std::size_t>(argc - 1)) {
+    sqlite3_result_error(ctx, "qk_suspect: the columns do not match the table", -1);
+    return;
+  }
+  bool any = false;
+  for (int i = 1; i < argc && !any; ++i) any = suspect(t->columns[i - 1], argv[i]);
+  sqlite3_result_int(ctx, any ? 1 : 0);
+}
 }  // namespace
 
 SqliteArchive::SqliteArchive(sqlite3* db, std::string path) : Archive(std::move(path)), db_(db) {
@@ -30,6 +71,14 @@ SqliteArchive::SqliteArchive(sqlite3* db, std::string path) : Archive(std::move(
   sqlite3_exec(db_, "PRAGMA cache_size = -8192", nullptr, nullptr, nullptr);
   sqlite3_extended_result_codes(db_, 1);
   register_access_functions(db_);
+  sqlite3_create_function(db_, "qk_suspect", -1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
+                          fn_suspect, nullptr, nullptr);
+}
+
+std::string SqliteArchive::suspect_sql(const archive::Table& t) const {
+  std::string sql = "qk_suspect('" + std::string(t.name) + "'";
+  for (const auto& c : t.columns) sql += ", " + std::string(c.name);
+  return sql + ")";
 }
 
 SqliteArchive::~SqliteArchive() {

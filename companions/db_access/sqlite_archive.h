@@ -27,6 +27,7 @@ class SqliteArchive : public Archive {
   void begin(bool write) override;
   void end(bool commit) override;
   bool in_transaction() override;
+  std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
   void upgrade() override;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -64,6 +65,15 @@ struct RowSnapshot {
   bool operator==(const RowSnapshot&) const = default;
 };
 
+// What the sync needs of a record before it builds it: the snapshot of its group's rows, and
+// whether one of them may hold a value its column does not allow or a text with no 8-bit form
+// (then group_rows tells which, and what).
+struct GroupState {
+  RowSnapshot rows;
+  bool suspect = false;
+  bool pending = false;  // one of its rows is pending on the line asked for
+};
+
 class ArchiveTools : public virtual automation::Object {
  public:
   // A held lock; released when destroyed.
@@ -93,6 +103,14 @@ class ArchiveTools : public virtual automation::Object {
   // Every row of a group with every column of its table, plus ROW_ID (the row's identity, stable
   // for its life) and ROW_VERSION, by ROW_ID.
   virtual automation::RecordsetPtr group_rows(const GroupRef& ref) = 0;
+
+  // The states of the records `first` to `last` of one scope: the group and department of
+  // `scope` (and its scale, for key blocks; its id is not used). Records without rows are absent.
+  // One read for many records, without their values: every row with a value its column's
+  // description (qk/archive_schema.h) does not allow, or a text with no 8-bit form, is suspect
+  // (a clean row may be too, where the database cannot tell cheaply).
+  virtual std::map<int32_t, GroupState> group_states(const GroupRef& scope, int32_t first,
+                                                     int32_t last, int32_t line) = 0;
 
   // While a guard is set, the flag updates of the component's resets on the guard's table (the
   // numeric members' updates and the 5000/2000 key statement run through
