@@ -158,6 +158,8 @@ TEST_P(ArchiveContract, GroupStatesGroupRowsAsTheRecordsDo) {
   key(1, 1, 16, "00000000");
   key(1, 1, 1, "01000000");
   key(1, 2, 1, "00000000");
+  // Another department's rows in between: a scope's rows need not lie together.
+  for (int k = 1; k <= 6; ++k) key(2, 1, k, "01000000");
   key(1, 1, 15, "00000000");
   key(1, 1, 30, "00000000");
   key(1, 1, 31, "01000000");  // block 2: outside the blocks asked for

@@ -14,6 +14,17 @@ std::shared_ptr<Archive> Archive::open(const std::string& location, bool any_ver
   return SqliteArchive::open(location, any_version);
 }
 
+void Archive::each_row(const std::string& sql, const std::vector<Variant>& params,
+                       const std::function<void(std::vector<Variant>&)>& each) {
+  auto rs = query(sql, params);
+  std::vector<Variant> row;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    row.clear();
+    for (const auto& c : rs->columns()) row.push_back(rs->Fields(c));
+    each(row);
+  }
+}
+
 Archive::Transaction::Transaction(Archive& a) : archive_(a) {
   joined_ = archive_.in_transaction();
   if (!joined_) archive_.begin(true);

@@ -4,6 +4,7 @@
 // form, writes are grouped in transactions.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,6 +30,10 @@ class Archive {
   // Runs a query with bound parameters and returns all its rows.
   virtual std::shared_ptr<automation::MemoryRecordset> query(
       const std::string& sql, const std::vector<Variant>& params = {}) = 0;
+  // Runs a query and hands each row's values, in the result's column order, to `each`, which may
+  // take them: for long results read once, without a recordset.
+  virtual void each_row(const std::string& sql, const std::vector<Variant>& params,
+                        const std::function<void(std::vector<Variant>&)>& each);
   // Runs a statement (no rows); returns the number of rows changed.
   virtual int execute(const std::string& sql, const std::vector<Variant>& params = {}) = 0;
   // Runs several statements of a script (schema, demo data) without parameters.

@@ -190,24 +190,23 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
   params.emplace_back(static_cast<long long>(low(first)));
   params.emplace_back(static_cast<long long>(high(last)));
   std::map<int32_t, GroupState> states;
-  for (auto rs = a.query(sql, params); !rs->Eof(); rs->MoveNext()) {
-    // The record a row belongs to, by the same comparison the group's own read makes: a value
-    // that is no number, or falls between two records, belongs to none.
-    Variant v = rs->Fields("ID");
-    if (!v.is_numeric_type()) continue;
-    double d = v.to_double();
+  a.each_row(sql, params, [&](std::vector<Variant>& row) {
+    // ID, ROW_ID, ROW_VERSION, SUSPECT, PENDING. The record a row belongs to, by the same
+    // comparison the group's own read makes: a value that is no number, or falls between two
+    // records, belongs to none.
+    if (!row[0].is_numeric_type()) return;
+    double d = row[0].to_double();
     double n = blocks ? std::floor((d - 1) / kKeysPerBlock) : d;
     if (n < first || n > last || d < static_cast<double>(low(static_cast<int64_t>(n))) ||
         d > static_cast<double>(high(static_cast<int64_t>(n))))
-      continue;
+      return;
     GroupState& s = states[static_cast<int32_t>(n)];
-    s.rows.table = t.name;
-    s.rows.rows.emplace_back(
-        static_cast<int64_t>(rs->Fields("ROW_ID").to_double()),
-        static_cast<int64_t>(rs->Fields(archive::kRowVersionColumn).to_double()));
-    s.suspect = s.suspect || rs->Fields("SUSPECT").to_double() != 0;
-    s.pending = s.pending || rs->Fields("PENDING").to_double() != 0;
-  }
+    if (s.rows.table.empty()) s.rows.table = t.name;
+    s.rows.rows.emplace_back(static_cast<int64_t>(row[1].to_double()),
+                             static_cast<int64_t>(row[2].to_double()));
+    s.suspect = s.suspect || row[3].to_double() != 0;
+    s.pending = s.pending || row[4].to_double() != 0;
+  });
   for (auto& [n, s] : states) std::sort(s.rows.rows.begin(), s.rows.rows.end());
   return states;
 }

@@ -295,9 +295,9 @@ std::shared_ptr<automation::MemoryRecordset> PgArchive::query(const std::string&
   for (int c = 0; c < columns; ++c) names.push_back(column_spelling(PQfname(r, c)));
   auto rs = std::make_shared<automation::MemoryRecordset>(names);
   try {
+    std::vector<Variant> values;
+    values.reserve(static_cast<std::size_t>(columns));
     for (int row = 0; row < count; ++row) {
-      std::vector<Variant> values;
-      values.reserve(static_cast<std::size_t>(columns));
       for (int c = 0; c < columns; ++c) {
         if (PQgetisnull(r, row, c)) {
           values.push_back(Variant::null());
@@ -328,7 +328,7 @@ std::shared_ptr<automation::MemoryRecordset> PgArchive::query(const std::string&
           }
         }
       }
-      rs->add_row(std::move(values));
+      rs->take_row(values);
     }
   } catch (...) {
     PQclear(r);

@@ -35,9 +35,7 @@ bool suspect(const archive::Column& c, sqlite3_value* v) {
   if (!text) return c.flag_width > 0 || !c.allowed.empty();
   const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(v));
   std::string_view s(bytes ? bytes : "", static_cast<std::size_t>(sqlite3_value_bytes(v)));
-  bool ascii = true;
-  for (unsigned char ch : s) ascii = ascii && ch < 0x80;
-  if (!ascii && !utf8_to_cp1252(s)) return true;
+  if (!has_8bit_form(s)) return true;
   if (c.flag_width > 0 &&
       (s.size() != static_cast<std::size_t>(c.flag_width) || s.find_first_not_of("01") != s.npos))
     return true;
@@ -82,7 +80,7 @@ std::string SqliteArchive::suspect_sql(const archive::Table& t) const {
 }
 
 SqliteArchive::~SqliteArchive() {
-  for (auto& [sql, s] : statements_) sqlite3_finalize(s);
+  for (auto& [sql, s] : statements_) sqlite3_finalize(s.stmt);
   sqlite3_close_v2(db_);
 }
 
@@ -145,24 +143,23 @@ void SqliteArchive::fail(const std::string& what) {
                     what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
 }
 
-sqlite3_stmt* SqliteArchive::prepare(const std::string& sql) {
+SqliteArchive::Statement& SqliteArchive::prepare(const std::string& sql) {
   auto it = statements_.find(sql);
   if (it != statements_.end()) {
-    sqlite3_reset(it->second);
-    sqlite3_clear_bindings(it->second);
+    sqlite3_reset(it->second.stmt);
+    sqlite3_clear_bindings(it->second.stmt);
     return it->second;
   }
   // Statements that embed their values (the generic ones) differ per record: keep the cache
   // bounded so a long walk does not hold one prepared statement per record.
   if (statements_.size() >= kMaxCachedStatements) {
-    for (auto& [text, st] : statements_) sqlite3_finalize(st);
+    for (auto& [text, st] : statements_) sqlite3_finalize(st.stmt);
     statements_.clear();
   }
   sqlite3_stmt* s = nullptr;
   if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &s, nullptr) != SQLITE_OK)
     fail("cannot run \"" + cp1252_to_utf8(sql) + "\"");
-  statements_.emplace(sql, s);
-  return s;
+  return statements_.emplace(sql, Statement{s, nullptr}).first->second;
 }
 
 void SqliteArchive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
@@ -193,15 +190,24 @@ void SqliteArchive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
   }
 }
 
-std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
-    const std::string& sql, const std::vector<Variant>& params) {
-  sqlite3_stmt* s = prepare(sql);
+void SqliteArchive::step_rows(const std::string& sql, const std::vector<Variant>& params,
+                              std::shared_ptr<const std::vector<std::string>>* names,
+                              const std::function<void(std::vector<Variant>&)>& each) {
+  Statement& statement = prepare(sql);
+  sqlite3_stmt* s = statement.stmt;
   bind(s, params);
   int n = sqlite3_column_count(s);
-  std::vector<std::string> columns;
-  for (int c = 0; c < n; ++c) columns.emplace_back(sqlite3_column_name(s, c));
-  auto rs = std::make_shared<automation::MemoryRecordset>(columns);
+  // A statement recompiled after a change of schema may name other columns.
+  if (!statement.columns || statement.columns->size() != static_cast<std::size_t>(n)) {
+    std::vector<std::string> names;
+    for (int c = 0; c < n; ++c) names.emplace_back(sqlite3_column_name(s, c));
+    statement.columns = std::make_shared<const std::vector<std::string>>(std::move(names));
+  }
+  auto columns = statement.columns;
+  if (names) *names = columns;
   long row = 0;
+  std::vector<Variant> values;
+  values.reserve(static_cast<std::size_t>(n));
   while (true) {
     int rc = sqlite3_step(s);
     if (rc == SQLITE_DONE) break;
@@ -210,8 +216,7 @@ std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
       fail("cannot read \"" + cp1252_to_utf8(sql) + "\"");
     }
     ++row;
-    std::vector<Variant> values;
-    values.reserve(static_cast<std::size_t>(n));
+    values.clear();
     for (int c = 0; c < n; ++c) {
       switch (sqlite3_column_type(s, c)) {
         case SQLITE_NULL:
@@ -232,7 +237,7 @@ std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
             // Copy what the report needs before the reset frees the column's text.
             const char* table = sqlite3_column_table_name(s, c);
             std::string origin = std::string("table ") + (table ? table : "?") + ", column " +
-                                 columns[static_cast<std::size_t>(c)] + ", row " +
+                                 (*columns)[static_cast<std::size_t>(c)] + ", row " +
                                  std::to_string(row);
             std::string bad(utf8);
             sqlite3_reset(s);
@@ -243,14 +248,34 @@ std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
         }
       }
     }
-    rs->add_row(std::move(values));
+    try {
+      each(values);
+    } catch (...) {
+      sqlite3_reset(s);
+      throw;
+    }
   }
   sqlite3_reset(s);
-  return rs;
+}
+
+void SqliteArchive::each_row(const std::string& sql, const std::vector<Variant>& params,
+                             const std::function<void(std::vector<Variant>&)>& each) {
+  step_rows(sql, params, nullptr, each);
+}
+
+std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
+    const std::string& sql, const std::vector<Variant>& params) {
+  std::shared_ptr<const std::vector<std::string>> names;
+  std::shared_ptr<automation::MemoryRecordset> rs;
+  step_rows(sql, params, &names, [&](std::vector<Variant>& row) {
+    if (!rs) rs = std::make_shared<automation::MemoryRecordset>(names);
+    rs->take_row(row);
+  });
+  return rs ? rs : std::make_shared<automation::MemoryRecordset>(names);
 }
 
 int SqliteArchive::execute(const std::string& sql, const std::vector<Variant>& params) {
-  sqlite3_stmt* s = prepare(sql);
+  sqlite3_stmt* s = prepare(sql).stmt;
   bind(s, params);
   int rc;
   while ((rc = sqlite3_step(s)) == SQLITE_ROW) {

@@ -22,6 +22,8 @@ class SqliteArchive : public Archive {
 
   std::shared_ptr<automation::MemoryRecordset> query(
       const std::string& sql, const std::vector<Variant>& params = {}) override;
+  void each_row(const std::string& sql, const std::vector<Variant>& params,
+                const std::function<void(std::vector<Variant>&)>& each) override;
   int execute(const std::string& sql, const std::vector<Variant>& params = {}) override;
   void execute_script(const std::string& sql) override;
   void begin(bool write) override;
@@ -36,12 +38,22 @@ class SqliteArchive : public Archive {
 
  private:
   SqliteArchive(sqlite3* db, std::string path);
-  sqlite3_stmt* prepare(const std::string& sql);
+  struct Statement {
+    sqlite3_stmt* stmt = nullptr;
+    // Its result's column names, shared by the recordsets it fills.
+    std::shared_ptr<const std::vector<std::string>> columns;
+  };
+  Statement& prepare(const std::string& sql);
   void bind(sqlite3_stmt* s, const std::vector<Variant>& params);
+  // Runs a query and hands each row to `each` (which may take its values); *names, when asked,
+  // gets the result's column names before the first row.
+  void step_rows(const std::string& sql, const std::vector<Variant>& params,
+                 std::shared_ptr<const std::vector<std::string>>* names,
+                 const std::function<void(std::vector<Variant>&)>& each);
   [[noreturn]] void fail(const std::string& what);
 
   sqlite3* db_;
-  std::unordered_map<std::string, sqlite3_stmt*> statements_;
+  std::unordered_map<std::string, Statement> statements_;
 };
 
 }  // namespace qk::companions

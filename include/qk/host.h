@@ -122,6 +122,8 @@ std::string path_in(const std::string& base, const std::string& path);
 // or malformed UTF-8, giving the offending byte offset.
 std::string cp1252_to_utf8(std::string_view s);
 std::optional<std::string> utf8_to_cp1252(std::string_view s, std::size_t* bad_offset = nullptr);
+// Whether utf8_to_cp1252 would succeed, without converting.
+bool has_8bit_form(std::string_view utf8);
 // As above, raising a clear error that names the text's origin ("table X, column Y, row N").
 std::string utf8_to_cp1252_or_raise(std::string_view s, const std::string& origin);
 

@@ -2,6 +2,7 @@
 // companions fill (and tests build by hand).
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,20 +30,25 @@ using RecordsetPtr = std::shared_ptr<Recordset>;
 class MemoryRecordset : public Recordset {
  public:
   explicit MemoryRecordset(std::vector<std::string> columns);
+  // Recordsets of one statement can share its column names.
+  explicit MemoryRecordset(std::shared_ptr<const std::vector<std::string>> columns);
 
   void add_row(std::vector<Variant> row);
-  const std::vector<std::string>& columns() const { return columns_; }
+  // Moves the row's values in and leaves `row` empty, its storage kept for the next row.
+  void take_row(std::vector<Variant>& row);
+  const std::vector<std::string>& columns() const { return *columns_; }
 
-  bool Eof() const override { return position_ >= rows_.size(); }
+  bool Eof() const override { return position_ >= rows_; }
   void MoveNext() override;
   void MoveFirst() override { position_ = 0; }
-  long RecordCount() const override { return static_cast<long>(rows_.size()); }
+  long RecordCount() const override { return static_cast<long>(rows_); }
   void AbsolutePosition(long n) override;
   Variant Fields(std::string_view name) const override;
 
  private:
-  std::vector<std::string> columns_;
-  std::vector<std::vector<Variant>> rows_;
+  std::shared_ptr<const std::vector<std::string>> columns_;
+  std::vector<Variant> cells_;  // row after row
+  std::size_t rows_ = 0;
   std::size_t position_ = 0;
 };
 

@@ -58,9 +58,12 @@ class Variant {
   int32_t to_int32() const;
   double to_double() const;
   bool to_bool() const;
-  std::string to_string() const;
+  std::string to_string() const&;
+  // A value about to go gives its text away rather than copying it.
+  std::string to_string() &&;
   // The text of the value with Null read as "", as the host's `v & ""` does.
-  std::string to_text() const { return is_null() ? std::string() : to_string(); }
+  std::string to_text() const& { return is_null() ? std::string() : to_string(); }
+  std::string to_text() && { return is_null() ? std::string() : std::move(*this).to_string(); }
 
   // The object held, or error 424 (object required) / 13 for a value of another type.
   ObjectPtr to_object() const;

@@ -17,11 +17,23 @@ bool same_name(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
-MemoryRecordset::MemoryRecordset(std::vector<std::string> columns) : columns_(std::move(columns)) {}
+MemoryRecordset::MemoryRecordset(std::vector<std::string> columns)
+    : columns_(std::make_shared<const std::vector<std::string>>(std::move(columns))) {}
+
+MemoryRecordset::MemoryRecordset(std::shared_ptr<const std::vector<std::string>> columns)
+    : columns_(std::move(columns)) {}
 
 void MemoryRecordset::add_row(std::vector<Variant> row) {
-  row.resize(columns_.size());
-  rows_.push_back(std::move(row));
+  take_row(row);
+}
+
+void MemoryRecordset::take_row(std::vector<Variant>& row) {
+  // A short row is filled with Empty values, a long one cut to the columns.
+  row.resize(columns_->size());
+  cells_.insert(cells_.end(), std::make_move_iterator(row.begin()),
+                std::make_move_iterator(row.end()));
+  row.clear();
+  ++rows_;
 }
 
 void MemoryRecordset::MoveNext() {
@@ -37,15 +49,16 @@ void MemoryRecordset::AbsolutePosition(long n) {
 Variant MemoryRecordset::Fields(std::string_view name) const {
   // A few dozen columns at most: a scan beats building an index for every result. Callers
   // mostly spell names as the columns do, so an exact match is tried first.
-  for (std::size_t i = 0; i < columns_.size(); ++i) {
-    if (columns_[i] != name) continue;
+  const auto& columns = *columns_;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (columns[i] != name) continue;
     if (Eof()) raise(kNoCurrentRecord);
-    return rows_[position_][i];
+    return cells_[position_ * columns.size() + i];
   }
-  for (std::size_t i = 0; i < columns_.size(); ++i) {
-    if (!same_name(columns_[i], name)) continue;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (!same_name(columns[i], name)) continue;
     if (Eof()) raise(kNoCurrentRecord);
-    return rows_[position_][i];
+    return cells_[position_ * columns.size() + i];
   }
   raise(kItemNotFound);
 }

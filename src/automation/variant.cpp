@@ -158,7 +158,12 @@ bool Variant::to_bool() const {
   return to_double() != 0;
 }
 
-std::string Variant::to_string() const {
+std::string Variant::to_string() && {
+  if (type() == VarType::String) return std::move(std::get<std::string>(value_));
+  return static_cast<const Variant&>(*this).to_string();
+}
+
+std::string Variant::to_string() const& {
   switch (type()) {
     case VarType::Empty:
       return "";

@@ -31,14 +31,29 @@ TrapLabel label(const char* procedure) {
 std::string text(const Recordset& rs, const std::string& column) {
   return rs.Fields(column).to_text();
 }
+// Names made once: a lot's message asks for them line after line.
+constexpr int kDescriptions = 20;
+
 std::string description(const Recordset& rs, int line) {
+  static const auto names = [] {
+    std::vector<std::string> v;
+    for (int i = 1; i <= kDescriptions; ++i) v.push_back("TRC_DESC" + std::to_string(i));
+    return v;
+  }();
+  if (line >= 1 && line <= kDescriptions) return rs.Fields(names[line - 1]).to_text();
   return text(rs, "TRC_DESC" + std::to_string(line));
 }
 
 // "T01" … "T20" of the 5000 message.
-std::string line_name(int n) {
-  return std::string(fmt::k5000LinePrefix) +
-         automation::format_digits(n, std::string(fmt::k5000LineDigits, '0'));
+const std::string& line_name(int n) {
+  static const auto names = [] {
+    std::vector<std::string> v;
+    for (int i = 1; i <= fmt::k5000Lines + 1; ++i)
+      v.push_back(std::string(fmt::k5000LinePrefix) +
+                  automation::format_digits(i, std::string(fmt::k5000LineDigits, '0')));
+    return v;
+  }();
+  return names.at(static_cast<std::size_t>(n - 1));
 }
 
 using automation::trim;

@@ -2,15 +2,19 @@
 
 #include <sstream>
 
+#include "frame/file_cache.h"
 #include "qk/error.h"
 #include "qk/host.h"
 
 namespace qk::config {
 
 bool load_document(pugi::xml_document& doc, const std::string& path) {
-  pugi::xml_parse_result r = doc.load_file(path.c_str(), pugi::parse_default, pugi::encoding_auto);
-  if (!r) doc.reset();
-  return static_cast<bool>(r);
+  auto bytes = small_file_bytes(path);
+  pugi::xml_parse_result r = bytes ? doc.load_buffer(bytes->data(), bytes->size(),
+                                                     pugi::parse_default, pugi::encoding_auto)
+                                   : pugi::xml_parse_result();
+  if (!bytes || !r) doc.reset();
+  return bytes && r;
 }
 
 }  // namespace qk::config

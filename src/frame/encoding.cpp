@@ -1,3 +1,6 @@
+#include <cstdint>
+#include <cstring>
+
 #include "qk/error.h"
 #include "qk/host.h"
 
@@ -36,6 +39,37 @@ int to_cp1252(char32_t cp) {
   return -1;
 }
 
+// The 8-bit code of the UTF-8 character at s[i] (its continuation bytes in *extra), or -1 when
+// it is malformed or has none.
+int next_cp1252(std::string_view s, std::size_t i, std::size_t* extra) {
+  unsigned char c = static_cast<unsigned char>(s[i]);
+  *extra = 0;
+  if (c < 0x80) return c;
+  int more = (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : -1;
+  if (more < 0 || i + static_cast<std::size_t>(more) >= s.size()) return -1;
+  char32_t cp = more == 1 ? c & 0x1F : more == 2 ? c & 0x0F : c & 0x07;
+  for (int k = 1; k <= more; ++k) {
+    unsigned char d = static_cast<unsigned char>(s[i + static_cast<std::size_t>(k)]);
+    if ((d & 0xC0) != 0x80) return -1;
+    cp = (cp << 6) | (d & 0x3F);
+  }
+  *extra = static_cast<std::size_t>(more);
+  return to_cp1252(cp);
+}
+
+bool is_ascii(std::string_view s) {
+  // Eight bytes at a time: archive texts are long and nearly always plain ASCII.
+  std::size_t i = 0;
+  for (; i + 8 <= s.size(); i += 8) {
+    uint64_t word;
+    std::memcpy(&word, s.data() + i, 8);
+    if (word & 0x8080808080808080ULL) return false;
+  }
+  for (; i < s.size(); ++i)
+    if (static_cast<unsigned char>(s[i]) >= 0x80) return false;
+  return true;
+}
+
 }  // namespace
 
 std::string cp1252_to_utf8(std::string_view s) {
@@ -50,40 +84,33 @@ std::string cp1252_to_utf8(std::string_view s) {
   return out;
 }
 
+bool has_8bit_form(std::string_view utf8) {
+  if (is_ascii(utf8)) return true;
+  std::size_t i = 0;
+  while (i < utf8.size()) {
+    std::size_t extra = 0;
+    int b = next_cp1252(utf8, i, &extra);
+    if (b < 0) return false;
+    i += extra + 1;
+  }
+  return true;
+}
+
 std::optional<std::string> utf8_to_cp1252(std::string_view s, std::size_t* bad_offset) {
   // Most archive text is plain ASCII, the same bytes in both forms.
-  bool ascii = true;
-  for (unsigned char c : s) ascii = ascii && c < 0x80;
-  if (ascii) return std::string(s);
+  if (is_ascii(s)) return std::string(s);
   std::string out;
   out.reserve(s.size());
   std::size_t i = 0;
   while (i < s.size()) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-      ++i;
-      continue;
-    }
-    int extra = (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : -1;
-    char32_t cp = extra == 1 ? c & 0x1F : extra == 2 ? c & 0x0F : c & 0x07;
-    bool ok = extra > 0;
-    for (int k = 1; ok && k <= extra; ++k) {
-      if (i + k >= s.size()) {
-        ok = false;
-        break;
-      }
-      unsigned char d = static_cast<unsigned char>(s[i + k]);
-      if ((d & 0xC0) != 0x80) ok = false;
-      cp = (cp << 6) | (d & 0x3F);
-    }
-    int b = ok ? to_cp1252(cp) : -1;
+    std::size_t extra = 0;
+    int b = next_cp1252(s, i, &extra);
     if (b < 0) {
       if (bad_offset) *bad_offset = i;
       return std::nullopt;
     }
     out += static_cast<char>(b);
-    i += static_cast<std::size_t>(extra) + 1;
+    i += extra + 1;
   }
   return out;
 }

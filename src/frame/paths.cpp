@@ -4,10 +4,11 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
+#include <sstream>
 
 #include "config/clsRegistry2Xml.h"
+#include "frame/file_cache.h"
 #include "frame/globals.h"
 #include "qk/host.h"
 
@@ -57,7 +58,9 @@ std::string per_user_setting(const std::string& section, const std::string& key)
     base = std::string(h) + "/.config";
   else
     return "";
-  std::ifstream in(base + "/varlen-system/settings.ini");
+  auto bytes = small_file_bytes(base + "/varlen-system/settings.ini");
+  if (!bytes) return "";
+  std::istringstream in(*bytes);
   std::string line, current;
   while (std::getline(in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
