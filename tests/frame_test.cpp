@@ -1,7 +1,13 @@
-// Field helpers, the error reporter, the creation sequence and the date messages.
+// Field helpers, the error reporter, the creation sequence, the date messages and the small files
+// kept while unchanged.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
 
 #include "frame/creation.h"
+#include "frame/file_cache.h"
 #include "frame/modUtility.h"
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
@@ -199,4 +205,38 @@ TEST(DateTime, OneClockReadingPerMessage) {
             "<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA YYY=126 MMM=1 DAY=1 HHH=0 MIN=0 SSS=1 />");
   EXPECT_EQ(calls, 1);
   set_clock(nullptr);
+}
+
+// Kept bytes are always the file's present bytes: a change in place, a replacement and a removal
+// all show at the next read.
+TEST(SmallFiles, KeptOnlyWhileUnchanged) {
+  TempDir dir;
+  std::string path = dir.file("Parameters.xml");
+  auto age = [&](long seconds_ago) {  // as if written that long ago, so that it is kept
+    timespec t[2];
+    clock_gettime(CLOCK_REALTIME, &t[0]);
+    t[0].tv_sec -= seconds_ago;
+    t[1] = t[0];
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), t, 0), 0);
+  };
+  EXPECT_EQ(small_file_bytes(path), nullptr);
+  dir.write("Parameters.xml", "<a>1</a>");
+  age(3600);
+  auto first = small_file_bytes(path);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(*first, "<a>1</a>");
+  EXPECT_EQ(small_file_bytes(path), first);  // kept: the same bytes, not read again
+  {
+    std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp(3);
+    f << '2';  // same size
+  }
+  age(3600);
+  EXPECT_EQ(*small_file_bytes(path), "<a>2</a>");
+  save_file_atomically(path, "<a>3</a>");
+  EXPECT_EQ(*small_file_bytes(path), "<a>3</a>");
+  std::filesystem::remove(path);
+  EXPECT_EQ(small_file_bytes(path), nullptr);
+  std::filesystem::create_directory(path);  // not a file
+  EXPECT_EQ(small_file_bytes(path), nullptr);
 }

@@ -179,6 +179,21 @@ TEST(HostText, CodePage1252BothWays) {
   EXPECT_FALSE(qk::utf8_to_cp1252("\xC3").has_value());          // cut-off UTF-8
 }
 
+// The check without conversion agrees with the conversion, wherever in a long text the
+// character falls (texts are scanned eight bytes at a time).
+TEST(HostStrings, EightBitFormCheckAgreesWithTheConversion) {
+  const char* characters[] = {"A",    "\xC3\xA8",         "\xE2\x82\xAC", "\xE2\x82\xBD", "\xC3",
+                              "\x80", "\xF0\x9F\x98\x80", "\xC2\x81",     "\xED\xA0\x80"};
+  for (const char* c : characters)
+    for (std::size_t at : {0, 1, 7, 8, 9, 15, 16, 40}) {
+      std::string text = std::string(at, 'x') + c + std::string(at % 5, 'y');
+      SCOPED_TRACE(testing::PrintToString(text));
+      EXPECT_EQ(qk::has_8bit_form(text), qk::utf8_to_cp1252(text).has_value());
+    }
+  EXPECT_TRUE(qk::has_8bit_form(""));
+  EXPECT_FALSE(qk::has_8bit_form(std::string(64, 'a') + "\xE2\x82\xBD"));
+}
+
 TEST(HostErrors, DescriptionsByNumber) {
   struct Row {
     long number;

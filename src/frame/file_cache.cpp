@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <mutex>
@@ -29,7 +28,7 @@ struct Signature {
   }
   // Time stamps advance in ticks of the kernel's coarse clock: a file changed this recently may
   // change again without its stamps showing it.
-  bool settled() const { return std::time(nullptr) - std::max(mtime.tv_sec, ctime.tv_sec) > 2; }
+  bool settled() const { return std::time(nullptr) - mtime.tv_sec > 2; }
 };
 
 struct Entry {
