@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "automation/conversions.h"
 #include "qk/error.h"
@@ -12,6 +13,36 @@
 
 using namespace qk::automation;
 using qk::testing::error_of;
+
+// Rounding agrees with the processor's own to-nearest-even rounding everywhere: ties, the
+// neighbours of ties, negative values, tiny and huge magnitudes.
+TEST(Variant, RoundingMatchesTheProcessorsTiesToEven) {
+  std::vector<double> values = {0.0,
+                                -0.0,
+                                0.5,
+                                -0.5,
+                                1.5,
+                                2.5,
+                                -2.5,
+                                0.49999999999999994,
+                                -0.49999999999999994,
+                                4503599627370495.5,
+                                4503599627370497.0,
+                                1e300,
+                                -1e-300,
+                                std::nextafter(2.5, 3.0),
+                                std::nextafter(2.5, 2.0),
+                                std::numeric_limits<double>::infinity(),
+                                2147483647.5};
+  for (int i = -4000; i <= 4000; ++i) values.push_back(i / 8.0 + (i % 3) * 1e-9);
+  for (double x = 1; x < 1e18; x *= 3.7) values.push_back(x + 0.5), values.push_back(-x - 0.5);
+  for (double v : values) {
+    double r = round_half_even(v);
+    EXPECT_EQ(r, std::nearbyint(v)) << v;
+    EXPECT_EQ(std::signbit(r), std::signbit(std::nearbyint(v))) << v;
+  }
+  EXPECT_TRUE(std::isnan(round_half_even(std::nan(""))));
+}
 
 TEST(Variant, ToInt16RoundsTiesToEvenAndChecksRange) {
   struct Row {

@@ -1,4 +1,3 @@
-#include <cfenv>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -257,13 +256,16 @@ Variant& VariantArray::at(long i, long j) {
 }
 
 double round_half_even(double v) {
-  // nearbyint honours the current rounding mode, which is to-nearest-even unless changed.
-  std::fenv_t env;
-  std::feholdexcept(&env);
-  std::fesetround(FE_TONEAREST);
-  double r = std::nearbyint(v);
-  std::feupdateenv(&env);
-  return r;
+  // By hand rather than by nearbyint, which would need the rounding mode saved and set on every
+  // call: a magnitude and its whole part differ by an exact fraction.
+  double a = std::fabs(v);
+  if (!(a < 4503599627370496.0)) return v;  // 2^52 and beyond are whole (or NaN, infinite)
+  double whole = std::floor(a), fraction = a - whole;
+  double r = fraction < 0.5               ? whole
+             : fraction > 0.5             ? whole + 1
+             : std::fmod(whole, 2.0) == 0 ? whole
+                                          : whole + 1;
+  return std::copysign(r, v);
 }
 
 int16_t double_to_int16(double v) {
