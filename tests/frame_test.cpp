@@ -6,6 +6,7 @@
 
 #include <fstream>
 
+#include "config/xml_file.h"
 #include "frame/creation.h"
 #include "frame/file_cache.h"
 #include "frame/modUtility.h"
@@ -226,6 +227,9 @@ TEST(SmallFiles, KeptOnlyWhileUnchanged) {
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(*first, "<a>1</a>");
   EXPECT_EQ(small_file_bytes(path), first);  // kept: the same bytes, not read again
+  auto doc = config::shared_document(path);
+  EXPECT_EQ(config::shared_document(path), doc);  // parsed once while unchanged
+  EXPECT_STREQ(doc->child("a").text().get(), "1");
   {
     std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
     f.seekp(3);
@@ -233,10 +237,12 @@ TEST(SmallFiles, KeptOnlyWhileUnchanged) {
   }
   age(3600);
   EXPECT_EQ(*small_file_bytes(path), "<a>2</a>");
+  EXPECT_STREQ(config::shared_document(path)->child("a").text().get(), "2");
   save_file_atomically(path, "<a>3</a>");
   EXPECT_EQ(*small_file_bytes(path), "<a>3</a>");
   std::filesystem::remove(path);
   EXPECT_EQ(small_file_bytes(path), nullptr);
+  EXPECT_FALSE(config::shared_document(path)->first_child());
   std::filesystem::create_directory(path);  // not a file
   EXPECT_EQ(small_file_bytes(path), nullptr);
 }

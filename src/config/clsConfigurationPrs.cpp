@@ -102,9 +102,8 @@ automation::StringArray clsConfigurationPrs::RetrieveBarcodeNature() {
 std::string clsConfigurationPrs::RetrieveVeltaGeneralParameter(std::string& strParameterName) {
   std::string result;
   trap(old_label("RetrieveVeltaGeneralParameter"), [&] {
-    pugi::xml_document doc;
-    config::load_document(doc, file_);
-    result = parameter(doc, "//VELTA", strParameterName, false);
+    auto doc = config::shared_document(file_);
+    result = parameter(*doc, "//VELTA", strParameterName, false);
   });
   return result;
 }
@@ -112,9 +111,8 @@ std::string clsConfigurationPrs::RetrieveVeltaGeneralParameter(std::string& strP
 std::string clsConfigurationPrs::RetrieveOrvaTopGeneralParameter(std::string& strParameterName) {
   std::string result;
   trap(old_label("RetrieveVeltaGeneralParameter"), [&] {
-    pugi::xml_document doc;
-    config::load_document(doc, file_);
-    result = parameter(doc, "//ORVATOP", strParameterName, false);
+    auto doc = config::shared_document(file_);
+    result = parameter(*doc, "//ORVATOP", strParameterName, false);
   });
   return result;
 }
@@ -122,9 +120,8 @@ std::string clsConfigurationPrs::RetrieveOrvaTopGeneralParameter(std::string& st
 std::string clsConfigurationPrs::RetrieveCommonGeneralParameter(std::string& strParameterName) {
   std::string result;
   trap(old_label("RetrieveCommonGeneralParameter"), [&] {
-    pugi::xml_document doc;
-    config::load_document(doc, file_);
-    result = parameter(doc, "//ALLDEVICES", strParameterName, true);
+    auto doc = config::shared_document(file_);
+    result = parameter(*doc, "//ALLDEVICES", strParameterName, true);
   });
   return result;
 }
@@ -295,9 +292,8 @@ void clsConfigurationPrs::DeleteApplicationIdentifier(const std::string& strAI) 
 
 namespace {
 bool all_devices_switch(const std::string& file, const char* name) {
-  pugi::xml_document doc;
-  config::load_document(doc, file);
-  auto all = select_single(doc, "//ALLDEVICES");
+  auto doc = config::shared_document(file);
+  auto all = select_single(*doc, "//ALLDEVICES");
   if (!all.node()) return true;  // no element: true; no attribute: false
   return automation::ucase(from_xml(all.node().attribute(name).value())) == "Y";
 }

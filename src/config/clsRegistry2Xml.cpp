@@ -87,9 +87,8 @@ std::string clsRegistry2Xml::GetSetting(const std::string&, const std::string&,
   std::string result;
   trap(label("GetSetting"), [&] {
     result = strDefault;
-    pugi::xml_document doc;
-    config::load_document(doc, file_);
-    auto key = config::select_single(doc, "//keys/key[@name='" + strKeyName + "']");
+    auto doc = config::shared_document(file_);
+    auto key = config::select_single(*doc, "//keys/key[@name='" + strKeyName + "']");
     if (!key.node()) return;
     std::string value = config::from_xml(key.node().attribute("value").value());
     if (!value.empty()) result = value;

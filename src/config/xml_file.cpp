@@ -1,6 +1,8 @@
 #include "config/xml_file.h"
 
+#include <mutex>
 #include <sstream>
+#include <unordered_map>
 
 #include "frame/file_cache.h"
 #include "qk/error.h"
@@ -15,6 +17,30 @@ bool load_document(pugi::xml_document& doc, const std::string& path) {
                                    : pugi::xml_parse_result();
   if (!bytes || !r) doc.reset();
   return bytes && r;
+}
+
+std::shared_ptr<const pugi::xml_document> shared_document(const std::string& path) {
+  static std::mutex mutex;
+  static std::unordered_map<std::string, std::pair<std::shared_ptr<const std::string>,
+                                                   std::shared_ptr<const pugi::xml_document>>>
+      parsed;
+  auto bytes = small_file_bytes(path);
+  {
+    std::lock_guard lock(mutex);
+    auto it = parsed.find(path);
+    // The same bytes object: the file has not changed since it was parsed.
+    if (bytes && it != parsed.end() && it->second.first == bytes) return it->second.second;
+  }
+  auto doc = std::make_shared<pugi::xml_document>();
+  if (!bytes ||
+      !doc->load_buffer(bytes->data(), bytes->size(), pugi::parse_default, pugi::encoding_auto))
+    doc->reset();
+  std::lock_guard lock(mutex);
+  if (bytes)
+    parsed[path] = {bytes, doc};
+  else
+    parsed.erase(path);
+  return doc;
 }
 
 }  // namespace qk::config

@@ -3,6 +3,7 @@
 // written, flushed to disk and renamed over it, so a crash never leaves a half-written file.
 #pragma once
 
+#include <memory>
 #include <pugixml.hpp>
 #include <string>
 
@@ -10,6 +11,10 @@ namespace qk::config {
 
 // Loads the file into doc; on a missing or malformed file doc is left empty and false returned.
 bool load_document(pugi::xml_document& doc, const std::string& path);
+
+// The file's document for reading only, parsed once for as long as the file is unchanged (see
+// small_file_bytes); an empty document when the file is missing or malformed.
+std::shared_ptr<const pugi::xml_document> shared_document(const std::string& path);
 
 // Saves doc over path atomically; raises error 75 naming the file when it cannot be written.
 void save_document_atomically(const pugi::xml_document& doc, const std::string& path);
