@@ -191,7 +191,7 @@ void SqliteArchive::bind(sqlite3_stmt* s, const std::vector<Variant>& params) {
 }
 
 void SqliteArchive::step_rows(const std::string& sql, const std::vector<Variant>& params,
-                              std::shared_ptr<const std::vector<std::string>>* names,
+                              std::shared_ptr<const automation::ColumnNames>* names,
                               const std::function<void(std::vector<Variant>&)>& each) {
   Statement& statement = prepare(sql);
   sqlite3_stmt* s = statement.stmt;
@@ -199,9 +199,9 @@ void SqliteArchive::step_rows(const std::string& sql, const std::vector<Variant>
   int n = sqlite3_column_count(s);
   // A statement recompiled after a change of schema may name other columns.
   if (!statement.columns || statement.columns->size() != static_cast<std::size_t>(n)) {
-    std::vector<std::string> names;
-    for (int c = 0; c < n; ++c) names.emplace_back(sqlite3_column_name(s, c));
-    statement.columns = std::make_shared<const std::vector<std::string>>(std::move(names));
+    std::vector<std::string> spelled;
+    for (int c = 0; c < n; ++c) spelled.emplace_back(sqlite3_column_name(s, c));
+    statement.columns = std::make_shared<const automation::ColumnNames>(std::move(spelled));
   }
   auto columns = statement.columns;
   if (names) *names = columns;
@@ -237,7 +237,7 @@ void SqliteArchive::step_rows(const std::string& sql, const std::vector<Variant>
             // Copy what the report needs before the reset frees the column's text.
             const char* table = sqlite3_column_table_name(s, c);
             std::string origin = std::string("table ") + (table ? table : "?") + ", column " +
-                                 (*columns)[static_cast<std::size_t>(c)] + ", row " +
+                                 columns->names()[static_cast<std::size_t>(c)] + ", row " +
                                  std::to_string(row);
             std::string bad(utf8);
             sqlite3_reset(s);
@@ -265,7 +265,7 @@ void SqliteArchive::each_row(const std::string& sql, const std::vector<Variant>&
 
 std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
     const std::string& sql, const std::vector<Variant>& params) {
-  std::shared_ptr<const std::vector<std::string>> names;
+  std::shared_ptr<const automation::ColumnNames> names;
   std::shared_ptr<automation::MemoryRecordset> rs;
   step_rows(sql, params, &names, [&](std::vector<Variant>& row) {
     if (!rs) rs = std::make_shared<automation::MemoryRecordset>(names);

@@ -41,14 +41,14 @@ class SqliteArchive : public Archive {
   struct Statement {
     sqlite3_stmt* stmt = nullptr;
     // Its result's column names, shared by the recordsets it fills.
-    std::shared_ptr<const std::vector<std::string>> columns;
+    std::shared_ptr<const automation::ColumnNames> columns;
   };
   Statement& prepare(const std::string& sql);
   void bind(sqlite3_stmt* s, const std::vector<Variant>& params);
   // Runs a query and hands each row to `each` (which may take its values); *names, when asked,
   // gets the result's column names before the first row.
   void step_rows(const std::string& sql, const std::vector<Variant>& params,
-                 std::shared_ptr<const std::vector<std::string>>* names,
+                 std::shared_ptr<const automation::ColumnNames>* names,
                  const std::function<void(std::vector<Variant>&)>& each);
   [[noreturn]] void fail(const std::string& what);
 

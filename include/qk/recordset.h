@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "qk/variant.h"
@@ -27,16 +28,36 @@ class Recordset : public Object {
 };
 using RecordsetPtr = std::shared_ptr<Recordset>;
 
+// A result's column names and their lookup, made once and shared by the recordsets of one
+// statement.
+class ColumnNames {
+ public:
+  explicit ColumnNames(std::vector<std::string> names);
+  const std::vector<std::string>& names() const { return names_; }
+  std::size_t size() const { return names_.size(); }
+  // The position of the first column of that name, spelled exactly or else in another letter
+  // case; -1 when there is none.
+  long find(std::string_view name) const;
+
+ private:
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  std::vector<std::string> names_;
+  std::unordered_map<std::string, std::size_t, Hash, std::equal_to<>> exact_;
+};
+
 class MemoryRecordset : public Recordset {
  public:
   explicit MemoryRecordset(std::vector<std::string> columns);
-  // Recordsets of one statement can share its column names.
-  explicit MemoryRecordset(std::shared_ptr<const std::vector<std::string>> columns);
+  // Recordsets of one statement share its column names.
+  explicit MemoryRecordset(std::shared_ptr<const ColumnNames> columns);
 
   void add_row(std::vector<Variant> row);
   // Moves the row's values in and leaves `row` empty, its storage kept for the next row.
   void take_row(std::vector<Variant>& row);
-  const std::vector<std::string>& columns() const { return *columns_; }
+  const std::vector<std::string>& columns() const { return columns_->names(); }
 
   bool Eof() const override { return position_ >= rows_; }
   void MoveNext() override;
@@ -46,7 +67,7 @@ class MemoryRecordset : public Recordset {
   Variant Fields(std::string_view name) const override;
 
  private:
-  std::shared_ptr<const std::vector<std::string>> columns_;
+  std::shared_ptr<const ColumnNames> columns_;
   std::vector<Variant> cells_;  // row after row
   std::size_t rows_ = 0;
   std::size_t position_ = 0;

@@ -17,10 +17,22 @@ bool same_name(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
-MemoryRecordset::MemoryRecordset(std::vector<std::string> columns)
-    : columns_(std::make_shared<const std::vector<std::string>>(std::move(columns))) {}
+ColumnNames::ColumnNames(std::vector<std::string> names) : names_(std::move(names)) {
+  for (std::size_t i = 0; i < names_.size(); ++i) exact_.emplace(names_[i], i);  // first wins
+}
 
-MemoryRecordset::MemoryRecordset(std::shared_ptr<const std::vector<std::string>> columns)
+long ColumnNames::find(std::string_view name) const {
+  // Callers mostly spell names as the columns do.
+  if (auto it = exact_.find(name); it != exact_.end()) return static_cast<long>(it->second);
+  for (std::size_t i = 0; i < names_.size(); ++i)
+    if (same_name(names_[i], name)) return static_cast<long>(i);
+  return -1;
+}
+
+MemoryRecordset::MemoryRecordset(std::vector<std::string> columns)
+    : columns_(std::make_shared<const ColumnNames>(std::move(columns))) {}
+
+MemoryRecordset::MemoryRecordset(std::shared_ptr<const ColumnNames> columns)
     : columns_(std::move(columns)) {}
 
 void MemoryRecordset::add_row(std::vector<Variant> row) {
@@ -47,20 +59,10 @@ void MemoryRecordset::AbsolutePosition(long n) {
 }
 
 Variant MemoryRecordset::Fields(std::string_view name) const {
-  // A few dozen columns at most: a scan beats building an index for every result. Callers
-  // mostly spell names as the columns do, so an exact match is tried first.
-  const auto& columns = *columns_;
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    if (columns[i] != name) continue;
-    if (Eof()) raise(kNoCurrentRecord);
-    return cells_[position_ * columns.size() + i];
-  }
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    if (!same_name(columns[i], name)) continue;
-    if (Eof()) raise(kNoCurrentRecord);
-    return cells_[position_ * columns.size() + i];
-  }
-  raise(kItemNotFound);
+  long i = columns_->find(name);
+  if (i < 0) raise(kItemNotFound);
+  if (Eof()) raise(kNoCurrentRecord);
+  return cells_[position_ * columns_->size() + static_cast<std::size_t>(i)];
 }
 
 }  // namespace qk::automation

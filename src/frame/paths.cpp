@@ -34,11 +34,15 @@ std::string component_folder() {
     if (!g_folder.empty()) return g_folder;
   }
   if (const char* home = std::getenv("QK_HOME"); home && *home) {
+    // An absolute folder is normalised once per value: every object the component creates asks.
+    thread_local std::string given, normal;
+    if (home[0] == '/' && given == home) return normal;
     // Absolute, so that relative settings resolve against it and not against each other.
     std::error_code ec;
     std::string h = std::filesystem::absolute(home, ec).lexically_normal().string();
     if (ec) h = home;
     while (h.size() > 1 && h.back() == '/') h.pop_back();
+    if (home[0] == '/') given = home, normal = h;
     return h;
   }
   Dl_info info{};
