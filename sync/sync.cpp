@@ -43,18 +43,20 @@ class Watch {
   long reports_, notices_;
 };
 
-// The sync of one department's line: records are built inside a read transaction (so a record
-// and the snapshot of its rows agree), delivered, and reset in batches once the transport has
-// made them durable.
+// The sync of the lines, one department's line after another: records are built inside a read
+// transaction (so a record and the snapshot of its rows agree), delivered, and reset in batches
+// once the transport has made them durable. A batch may hold records of several departments, so
+// that a sync of many small lines waits for the disk or the line once per batch, not per line.
 class LineSync {
  public:
   LineSync(ArchiveTools& a, Transport& t, const SyncOptions& o, SyncReport& r)
       : a_(a), t_(t), o_(o), r_(r) {}
 
-  // False when delivery stopped.
+  // One department's line; false when delivery stopped.
   bool run(const LineContext& line) {
     line_context_ = describe(line.where);
     line_ = line.where.line;
+    forget_states();  // they say what is pending on one line
     ContextScope context(line_context_);
     LineContext c = line;
     c.warn = [this](const std::string& text) {
@@ -65,7 +67,7 @@ class LineSync {
       Kind kind;
       bool flagged;
       std::string form;
-      std::unique_ptr<RecordSource> source;
+      std::shared_ptr<RecordSource> source;
       std::vector<int32_t> ids;
     };
     std::vector<Opened> kinds;
@@ -89,20 +91,23 @@ class LineSync {
     envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
     for (auto& k : kinds)
       for (std::size_t i = 0; i < k.ids.size(); ++i)
-        if (!deliver(k.kind, k.flagged, *k.source, std::span(k.ids).subspan(i))) return stop();
-    return flush() || stop();
+        if (!deliver(k.kind, k.flagged, k.source, std::span(k.ids).subspan(i))) return stop();
+    return true;
   }
+
+  // Makes the last batch durable and resets it; false when delivery stopped.
+  bool finish() { return flush() || stop(); }
 
  private:
   struct Waiting {
     Kind kind;
     long long bytes;
     std::size_t strings;
-    RecordSource* source;  // records pending on the line only: they are reset
+    std::shared_ptr<RecordSource> source;  // records pending on the line only: they are reset
     int32_t id;
     std::optional<GroupRef> group;
     RowSnapshot snapshot;
-    std::string label;
+    std::string context;  // "department 1, line 2 (5000, scale 2), key 7"
   };
 
   void problem(const std::string& text) {
@@ -111,7 +116,9 @@ class LineSync {
   }
 
   // Delivers the first of `ids`, the records of the kind still to go, in increasing order.
-  bool deliver(Kind kind, bool flagged, RecordSource& source, std::span<const int32_t> ids) {
+  bool deliver(Kind kind, bool flagged, const std::shared_ptr<RecordSource>& from,
+               std::span<const int32_t> ids) {
+    RecordSource& source = *from;
     int32_t id = ids.front();
     // A sync of what is pending lists only records pending on the line; a full sync sends every
     // record but resets only those pending on the line when they are built (resetting the others
@@ -121,10 +128,9 @@ class LineSync {
       a_.begin_read();
       reading_ = true;
     }
-    std::string label = source.label(id);
-    ContextScope context(line_context_ + ", " + label);
+    ContextScope context(line_context_ + ", " + source.label(id));
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, label};
+    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, current_context()};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;
@@ -152,7 +158,7 @@ class LineSync {
       strings.clear();
     }
     std::erase(strings, std::string());
-    if (pending) w.source = &source;
+    if (pending) w.source = from;
     if (strings.empty() || watch.reported()) {
       ++tally.failed;
       problem(std::string("could not be built") + (flagged ? ", left pending" : ", not sent"));
@@ -199,13 +205,17 @@ class LineSync {
     return none_;
   }
 
+  void forget_states() {
+    states_.clear();
+    states_scope_.reset();
+  }
+
   void end_reading() {
     if (reading_) {
       a_.end_read();
       reading_ = false;
     }
-    states_.clear();
-    states_scope_.reset();
+    forget_states();
   }
 
   // Makes the waiting records durable, counts them and resets the flagged ones whose rows are
@@ -236,7 +246,7 @@ class LineSync {
       a_.begin_write();
       for (const auto& w : waiting_) {
         if (!w.source) continue;
-        ContextScope context(line_context_ + ", " + w.label);
+        ContextScope context(w.context);
         Watch watch;
         a_.guard_resets(w.group ? &w.snapshot : nullptr);
         w.source->reset(w.id);
@@ -353,18 +363,18 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   }
   std::vector<std::string> problems;
   bool stopped = false;
+  LineSync lines(a, t, o, r);
   int visited = for_each_line(
       a, o.scope,
       [&](const LineContext& c) {
-        if (stopped) return;
-        LineSync line(a, t, o, r);
-        stopped = !line.run(c);
+        if (!stopped) stopped = !lines.run(c);
       },
       [&](const ScaleLine& l) {
         o.say(describe(l) + ": the family " + l.family + " is unknown; nothing sent");
         r.status = SyncReport::Failed;
       },
       &problems);
+  if (!stopped) stopped = !lines.finish();
   // The transport ends its processes now, so that how they ended is part of the report.
   if (!t.finish() && !stopped) {
     problems.push_back("the transport did not end cleanly: " + t.error());

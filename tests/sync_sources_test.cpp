@@ -223,6 +223,33 @@ TEST_F(Sync, RecordsReadTogetherOrAloneGoAndResetAlike) {
   EXPECT_EQ(first[0].second.find("11"), std::string::npos) << first[0].second;
 }
 
+// A batch may hold several departments' records: none is reset before the commit that makes it
+// durable, whichever department it belongs to.
+TEST_F(Sync, ABatchAcrossDepartmentsIsResetOnlyOnceDurable) {
+  for (int dept : {1, 2}) {
+    line(dept, 1, "5000", 1);
+    for (int k = 1; k <= 3; ++k) key(dept, 1, k, "11000000");
+  }
+  auto pending = [&] {
+    return scalar("select count(*) from TASTIERA_PLU where substr(TP_FLAGTRASM, 1, 1) = '1'");
+  };
+  std::vector<std::string> said;
+  MemoryTransport fails;
+  fails.fail_after = 5;  // department 1's date and keys, department 2's date: then the line goes
+  EXPECT_EQ(run(1, false, fails, &said).status, sync::SyncReport::Failed);
+  EXPECT_EQ(fails.committed, 0u);
+  EXPECT_EQ(pending(), "6");  // department 1 was delivered but never made durable
+  for (std::size_t batch : {256, 2}) {
+    exec("update TASTIERA_PLU set TP_FLAGTRASM = '11000000'");
+    MemoryTransport t;
+    t.batch_size = batch;
+    EXPECT_EQ(run(1, false, t, &said).status, sync::SyncReport::Done);
+    EXPECT_EQ(t.sent.size(), 8u);
+    EXPECT_EQ(t.committed, 8u);
+    EXPECT_EQ(pending(), "0") << batch;
+  }
+}
+
 TEST_F(Sync, AFamilyThatTakesNoKeysGetsNoKeys) {
   line(1, 1, "VELTA", 1);
   key(1, 1, 1, "11111111");
