@@ -88,22 +88,27 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
     return;
   }
   const auto& rows = a.reset_guard->rows;
-  std::string restriction;
-  std::vector<Variant> p = params;
+  // "<update> where (<condition>) and ((rowid = ?n and ROW_VERSION = ?m) or …)", written once
+  // per reset: built in one buffer.
+  std::string sql;
+  sql.reserve(update.size() + condition.size() + 48 * rows.size() + 16);
+  sql.append(update).append(" where (").append(condition).append(") and (");
+  std::vector<Variant> p;
+  p.reserve(params.size() + 2 * rows.size());
+  p = params;
   for (auto [id, version] : rows) {
-    restriction += (restriction.empty() ? "" : " or ") + std::string("(rowid = ?") +
-                   std::to_string(p.size() + 1) + " and ROW_VERSION = ?" +
-                   std::to_string(p.size() + 2) + ")";
+    if (p.size() > params.size()) sql += " or ";
+    sql.append("(rowid = ?").append(std::to_string(p.size() + 1));
+    sql.append(" and ROW_VERSION = ?").append(std::to_string(p.size() + 2)).append(")");
     p.emplace_back(static_cast<long long>(id));
     p.emplace_back(static_cast<long long>(version));
   }
+  sql += ")";
   // Rows of the condition the guard does not hold (added since) are counted as left alone too.
   long all = a.query("select count(*) as n from " + table + " where (" + condition + ")", params)
                  ->Fields("n")
                  .to_int32();
-  long updated =
-      rows.empty() ? 0
-                   : a.execute(update + " where (" + condition + ") and (" + restriction + ")", p);
+  long updated = rows.empty() ? 0 : a.execute(sql, p);
   a.guard_left += std::max<long>(all, static_cast<long>(rows.size())) - updated;
 }
 
