@@ -136,8 +136,8 @@ class LineSync {
     warned_ = false;
     try {
       if (w.group) {
-        const GroupState& state = group_state(*w.group, ids);
-        w.snapshot = state.rows;
+        GroupState state = group_state(*w.group, ids);
+        w.snapshot = std::move(state.rows);
         pending = pending || (flagged && state.pending);
         if (state.suspect) {
           // A row the component cannot read is named, and its record is not built at all.
@@ -184,7 +184,7 @@ class LineSync {
   // follow it are read with it while they lie close together (a sync that sends a department's
   // every key reads them in one go, one that sends a key here and there reads each alone) and
   // while they fit in the batch this read transaction builds.
-  const GroupState& group_state(const GroupRef& ref, std::span<const int32_t> ids) {
+  GroupState group_state(const GroupRef& ref, std::span<const int32_t> ids) {
     bool same_scope = states_scope_ && states_scope_->group == ref.group &&
                       states_scope_->dept == ref.dept && states_scope_->scale == ref.scale;
     if (!same_scope || ref.id < states_first_ || ref.id > states_last_) {
@@ -201,8 +201,7 @@ class LineSync {
     }
     auto it = states_.find(ref.id);
     if (it != states_.end()) return it->second;
-    none_ = GroupState{RowSnapshot{std::string(group_table(ref.group).name), {}}, false};
-    return none_;
+    return GroupState{RowSnapshot{std::string(group_table(ref.group).name), {}}};  // no rows
   }
 
   void forget_states() {
@@ -298,7 +297,6 @@ class LineSync {
   std::map<int32_t, GroupState> states_;
   std::optional<GroupRef> states_scope_;
   int32_t states_first_ = 0, states_last_ = 0, line_ = 0;
-  GroupState none_;
   bool reading_ = false, warned_ = false;
   long delivered_ = 0;
 };

@@ -41,6 +41,14 @@ std::string order_sql(const archive::Table& t) {
   return " order by " + s + "rowid";
 }
 
+// The keys of block n: n*15+1 .. n*15+15.
+int64_t first_key(int64_t block) {
+  return block * kKeysPerBlock + 1;
+}
+int64_t last_key(int64_t block) {
+  return block * kKeysPerBlock + kKeysPerBlock;
+}
+
 void remove_database_files(const std::string& path) {
   std::error_code ec;
   for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ec);
@@ -52,9 +60,9 @@ clsDbAccess::GroupSql clsDbAccess::group_sql(const GroupRef& ref) {
   const archive::Table& t = group_table(ref.group);
   GroupSql g{std::string(t.name), std::string(t.department) + " = ?", {ref.dept}};
   if (ref.group == RecordGroup::KeyBlock) {
-    int32_t first = ref.id * kKeysPerBlock + 1;
     g.condition += " and TP_SCALE = ? and TP_KEY between ? and ?";
-    g.params.insert(g.params.end(), {ref.scale, first, first + kKeysPerBlock - 1});
+    g.params.insert(g.params.end(), {ref.scale, static_cast<long long>(first_key(ref.id)),
+                                     static_cast<long long>(last_key(ref.id))});
   } else {
     g.condition += " and " + std::string(t.record_id) + " = ?";
     g.params.emplace_back(ref.id);
@@ -93,9 +101,8 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
   std::string sql;
   sql.reserve(update.size() + condition.size() + 48 * rows.size() + 16);
   sql.append(update).append(" where (").append(condition).append(") and (");
-  std::vector<Variant> p;
+  std::vector<Variant> p(params);
   p.reserve(params.size() + 2 * rows.size());
-  p = params;
   for (auto [id, version] : rows) {
     if (p.size() > params.size()) sql += " or ";
     sql.append("(rowid = ?").append(std::to_string(p.size() + 1));
@@ -188,9 +195,9 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
     sql += " and TP_SCALE = ?";
     params.emplace_back(scope.scale);
   }
-  // A block's keys are id*15+1 .. id*15+15, as group_sql selects them.
-  auto low = [&](int64_t n) { return blocks ? n * kKeysPerBlock + 1 : n; };
-  auto high = [&](int64_t n) { return blocks ? n * kKeysPerBlock + kKeysPerBlock : n; };
+  // The ids' values in the id column: a block's keys, as group_sql selects them.
+  auto low = [&](int64_t n) { return blocks ? first_key(n) : n; };
+  auto high = [&](int64_t n) { return blocks ? last_key(n) : n; };
   sql += " and " + id + " between ? and ?";
   params.emplace_back(static_cast<long long>(low(first)));
   params.emplace_back(static_cast<long long>(high(last)));

@@ -48,13 +48,6 @@ const std::string& column_spelling(const std::string& name) {
   return it == names.end() ? name : it->second;
 }
 
-// A text literal.
-std::string quoted(std::string_view text) {
-  std::string s = "'";
-  for (char c : text) s += c == '\'' ? "''" : std::string(1, c);
-  return s + "'";
-}
-
 std::string param_text(const Variant& v, bool* null) {
   *null = false;
   switch (v.type()) {
@@ -137,7 +130,7 @@ std::string PgArchive::suspect_sql(const archive::Table& t) const {
                           " ~ '[^01]'");
       if (!c.allowed.empty()) {
         std::string list;
-        for (auto a : c.allowed) list += (list.empty() ? "" : ", ") + quoted(a);
+        for (auto a : c.allowed) list += (list.empty() ? "" : ", ") + sql_text(a);
         either(value, name + " NOT IN (" + list + ")");
       }
     }

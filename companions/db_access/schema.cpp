@@ -4,6 +4,12 @@
 
 namespace qk::companions {
 
+std::string sql_text(std::string_view text) {
+  std::string s = "'";
+  for (char ch : text) s += ch == '\'' ? std::string("''") : std::string(1, ch);
+  return s + "'";
+}
+
 namespace {
 
 using archive::Column;
@@ -120,9 +126,7 @@ std::string pg_table_sql(const Table& t) {
   }
   s += "  rowid BIGSERIAL UNIQUE";
   if (!t.key.empty()) s += ",\n  PRIMARY KEY (" + joined(t.key) + ")";
-  s += "\n);\nCOMMENT ON TABLE " + std::string(t.name) + " IS '";
-  for (char ch : t.comment) s += ch == '\'' ? std::string("''") : std::string(1, ch);
-  s += "';\n";
+  s += "\n);\nCOMMENT ON TABLE " + std::string(t.name) + " IS " + sql_text(t.comment) + ";\n";
   int n = 0;
   for (auto index : t.indexes)
     s += "CREATE INDEX " + std::string(t.name) + "_BY_" + std::to_string(++n) + " ON " +

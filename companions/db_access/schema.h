@@ -3,8 +3,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace qk::companions {
+
+// A SQL text literal: the text between single quotes, a quote in it doubled.
+std::string sql_text(std::string_view text);
 
 // CREATE statements of an empty archive of the current schema version.
 const std::string& archive_schema_sql();

@@ -31,17 +31,14 @@ TrapLabel label(const char* procedure) {
 std::string text(const Recordset& rs, const std::string& column) {
   return rs.Fields(column).to_text();
 }
-// Names made once: a lot's message asks for them line after line.
-constexpr int kDescriptions = 20;
-
+// Description 1 to 20. The names are made once: a lot's message asks for them line after line.
 std::string description(const Recordset& rs, int line) {
   static const auto names = [] {
     std::vector<std::string> v;
-    for (int i = 1; i <= kDescriptions; ++i) v.push_back("TRC_DESC" + std::to_string(i));
+    for (int i = 1; i <= fmt::kDescriptionLines; ++i) v.push_back("TRC_DESC" + std::to_string(i));
     return v;
   }();
-  if (line >= 1 && line <= kDescriptions) return rs.Fields(names[line - 1]).to_text();
-  return text(rs, "TRC_DESC" + std::to_string(line));
+  return text(rs, names.at(static_cast<std::size_t>(line - 1)));
 }
 
 // "T01" … "T20" of the 5000 message.

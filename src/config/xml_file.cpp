@@ -10,13 +10,18 @@
 
 namespace qk::config {
 
+namespace {
+// A missing or malformed file leaves the document empty.
+bool parse(pugi::xml_document& doc, const std::shared_ptr<const std::string>& bytes) {
+  bool ok = bytes &&
+            doc.load_buffer(bytes->data(), bytes->size(), pugi::parse_default, pugi::encoding_auto);
+  if (!ok) doc.reset();
+  return ok;
+}
+}  // namespace
+
 bool load_document(pugi::xml_document& doc, const std::string& path) {
-  auto bytes = small_file_bytes(path);
-  pugi::xml_parse_result r = bytes ? doc.load_buffer(bytes->data(), bytes->size(),
-                                                     pugi::parse_default, pugi::encoding_auto)
-                                   : pugi::xml_parse_result();
-  if (!bytes || !r) doc.reset();
-  return bytes && r;
+  return parse(doc, small_file_bytes(path));
 }
 
 std::shared_ptr<const pugi::xml_document> shared_document(const std::string& path) {
@@ -32,9 +37,7 @@ std::shared_ptr<const pugi::xml_document> shared_document(const std::string& pat
     if (bytes && it != parsed.end() && it->second.first == bytes) return it->second.second;
   }
   auto doc = std::make_shared<pugi::xml_document>();
-  if (!bytes ||
-      !doc->load_buffer(bytes->data(), bytes->size(), pugi::parse_default, pugi::encoding_auto))
-    doc->reset();
+  parse(*doc, bytes);
   std::lock_guard lock(mutex);
   if (bytes)
     parsed[path] = {bytes, doc};
