@@ -17,6 +17,9 @@ struct Options {
 // Prints strings in the global format.
 void print(const Options& o, const std::vector<std::string>& strings);
 
+// Every command of the tool, with the global options; whole numbers are read as decimal.
+void add_commands(CLI::App& app, Options& o);
+
 void add_date_command(CLI::App& app, Options& o);
 void add_settings_command(CLI::App& app, Options& o);
 void add_init_command(CLI::App& app, Options& o);

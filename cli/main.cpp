@@ -3,65 +3,21 @@
 #include <cstdlib>
 
 #include "commands.h"
-#include "network.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "session.h"
-
-namespace qkp {
-
-void print(const Options& o, const std::vector<std::string>& strings) {
-  write_strings(stdout, o.format, strings);
-  std::fflush(stdout);
-}
-
-qk::automation::Variant network_lines() {
-  std::vector<std::string> problems;
-  auto network = qk::sync::read_network(*qk::sync::open_archive_tools(), &problems);
-  for (const auto& p : problems) fail(p);
-  return qk::sync::configured_lines(network);
-}
-
-std::string to_8bit(const std::string& utf8, const char* what) {
-  auto r = qk::utf8_to_cp1252(utf8);
-  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
-  return *r;
-}
-
-void add_dept_option(CLI::App* cmd, int32_t& dept) {
-  cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
-}
-
-}  // namespace qkp
 
 int main(int argc, char** argv) {
   qkp::Options options;
   CLI::App app{"qkp: protocol strings for weighing scales from the back-office archive"};
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string("qkp ") + QK_VERSION);
-  app.add_option("--home", options.home,
-                 "installation folder (the component's own folder; sets QK_HOME)");
-  app.add_option("--format", options.format_name, "text, hex, raw or json")
-      ->check(CLI::IsMember({"text", "hex", "raw", "json"}));
   app.parse_complete_callback([&] {
     if (!options.home.empty()) setenv("QK_HOME", options.home.c_str(), 1);
     qkp::parse_format(options.format_name, &options.format);
     qkp::start_session();
   });
-  qkp::add_date_command(app, options);
-  qkp::add_settings_command(app, options);
-  qkp::add_init_command(app, options);
-  qkp::add_table_commands(app, options);
-  qkp::add_keys_commands(app, options);
-  qkp::add_flag_commands(app, options);
-  qkp::add_image_commands(app, options);
-  qkp::add_lot_commands(app, options);
-  qkp::add_lot_flag_commands(app);
-  qkp::add_params_command(app, options);
-  qkp::add_layout_command(app, options);
-  qkp::add_sync_commands(app, options);
+  qkp::add_commands(app, options);
   // The first word that is not an option (or an option's value) names the command.
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];

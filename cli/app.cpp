@@ -1,0 +1,55 @@
+// The whole command tree, and the helpers every command group shares.
+#include "commands.h"
+#include "network.h"
+#include "numbers.h"
+#include "qk/error.h"
+#include "qk/host.h"
+#include "session.h"
+
+namespace qkp {
+
+void print(const Options& o, const std::vector<std::string>& strings) {
+  write_strings(stdout, o.format, strings);
+  std::fflush(stdout);
+}
+
+qk::automation::Variant network_lines() {
+  std::vector<std::string> problems;
+  auto network = qk::sync::read_network(*qk::sync::open_archive_tools(), &problems);
+  for (const auto& p : problems) fail(p);
+  return qk::sync::configured_lines(network);
+}
+
+std::string to_8bit(const std::string& utf8, const char* what) {
+  auto r = qk::utf8_to_cp1252(utf8);
+  if (!r) throw CLI::ValidationError(what, "holds a character with no 8-bit form");
+  return *r;
+}
+
+void add_dept_option(CLI::App* cmd, int32_t& dept) {
+  cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+}
+
+void add_commands(CLI::App& app, Options& options) {
+  app.add_option("--home", options.home,
+                 "installation folder (the component's own folder; sets QK_HOME)");
+  app.add_option("--format", options.format_name, "text, hex, raw or json")
+      ->check(CLI::IsMember({"text", "hex", "raw", "json"}));
+  add_date_command(app, options);
+  add_settings_command(app, options);
+  add_init_command(app, options);
+  add_table_commands(app, options);
+  add_keys_commands(app, options);
+  add_flag_commands(app, options);
+  add_image_commands(app, options);
+  add_lot_commands(app, options);
+  add_lot_flag_commands(app);
+  add_params_command(app, options);
+  add_layout_command(app, options);
+  add_sync_commands(app, options);
+  read_numbers_as_decimal(app);
+}
+
+}  // namespace qkp
