@@ -129,6 +129,11 @@ int end_child(Child& c, double patience) {
 }
 
 std::string describe_status(int status) {
+  // The shell's own statuses for a command it could not run.
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
+    return "was not found (the shell exited with status 127: no such command)";
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 126)
+    return "could not be run (the shell exited with status 126: not executable)";
   if (WIFEXITED(status)) return "exited with status " + std::to_string(WEXITSTATUS(status));
   if (WIFSIGNALED(status)) return "was killed by signal " + std::to_string(WTERMSIG(status));
   return "ended";

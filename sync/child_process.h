@@ -35,7 +35,7 @@ std::optional<Child> start_child(const std::string& command, const std::vector<s
 // the group at once. Returns the wait status.
 int end_child(Child& c, double patience);
 
-// "exited with status 3", "was killed by signal 9".
+// "exited with status 3", "was killed by signal 9", "was not found (…status 127…)".
 std::string describe_status(int status);
 
 // Writes everything, retrying after a signal unless a stop was asked; false with errno set.

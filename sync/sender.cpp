@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -21,6 +22,15 @@ namespace {
 constexpr std::size_t kMaxUnacknowledged = 1024;
 constexpr std::size_t kWriteBuffer = 64 * 1024;
 constexpr double kExitPatience = 5.0;
+// The longest answer line taken: an answer is "OK <n>" or "ERR <n> <text>"; anything longer is a
+// sender (or a device echoing binary) that does not speak the protocol.
+constexpr std::size_t kMaxAnswer = 4096;
+
+std::string seconds_text(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", seconds);
+  return text;
+}
 
 class SenderTransport : public Transport {
  public:
@@ -111,29 +121,32 @@ class SenderTransport : public Transport {
     return true;
   }
 
-  // Reads what the sender has answered, waiting up to `seconds` since its last answer while
-  // records wait for one (0: only what is there). False on an error, an ERR, or a timeout.
+  // Reads what the sender has answered, waiting up to `seconds` for each complete answer while
+  // records wait for one (0: only what is there). False on an error, an ERR, a timeout, an
+  // answer line longer than kMaxAnswer, or a stop request.
   bool read_answers(double seconds) {
     using clock = std::chrono::steady_clock;
     auto patience =
         std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
     auto deadline = clock::now() + patience;
     while (true) {
+      std::size_t before = waiting_.size();
       if (!take_lines()) return false;
       if (waiting_.empty()) return true;
+      // Only a complete answer gives the next record its full time: a sender trickling bytes
+      // without a line end does not hold the line for ever.
+      if (waiting_.size() != before) deadline = clock::now() + patience;
+      if (stopped()) return false;
       auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now());
       pollfd p{child_.out, POLLIN, 0};
-      int r = ::poll(&p, 1, static_cast<int>(std::max<long long>(0, left.count())));
-      if (r < 0 && errno == EINTR) {
-        if (stopped()) return false;
-        continue;
-      }
+      int r = ::poll(&p, 1, static_cast<int>(std::clamp<long long>(left.count(), 0, 1000)));
+      if (r < 0 && errno == EINTR) continue;
       if (r < 0) return fail(std::string("poll: ") + std::strerror(errno));
       if (r == 0) {
         if (seconds == 0) return true;
+        if (clock::now() < deadline) continue;
         return fail("the sender did not acknowledge record " + std::to_string(waiting_.front()) +
-                    " within " + std::to_string(static_cast<int>(seconds)) +
-                    " s (--sender-timeout)");
+                    " within " + seconds_text(seconds) + " s (--sender-timeout)");
       }
       char buf[4096];
       ssize_t n = ::read(child_.out, buf, sizeof buf);
@@ -145,18 +158,25 @@ class SenderTransport : public Transport {
                     " before acknowledging record " + std::to_string(waiting_.front()));
       }
       in_.append(buf, static_cast<std::size_t>(n));
-      deadline = clock::now() + patience;
     }
   }
 
-  // Consumes the complete answer lines read so far.
+  // Consumes the complete answer lines read so far, looking at each byte once.
   bool take_lines() {
-    for (std::size_t nl; (nl = in_.find('\n')) != std::string::npos;) {
-      std::string line = in_.substr(0, nl);
-      in_.erase(0, nl + 1);
+    std::size_t from = 0;
+    for (std::size_t nl; (nl = in_.find('\n', scanned_)) != std::string::npos; scanned_ = from) {
+      std::string line = in_.substr(from, nl - from);
+      from = nl + 1;
       if (!line.empty() && line.back() == '\r') line.pop_back();
       if (!answer(line)) return false;
     }
+    in_.erase(0, from);
+    scanned_ = in_.size();
+    if (in_.size() > kMaxAnswer)
+      return fail("the sender wrote more than " + std::to_string(kMaxAnswer) +
+                  " bytes without a line end while record " +
+                  (waiting_.empty() ? std::string("(none)") : std::to_string(waiting_.front())) +
+                  " waited for its answer (\"OK <n>\" or \"ERR <n> <text>\")");
     return true;
   }
 
@@ -213,6 +233,7 @@ class SenderTransport : public Transport {
   std::deque<long long> waiting_;
   std::size_t confirmed_ = 0;
   std::string out_, in_, error_;
+  std::size_t scanned_ = 0;  // bytes of in_ known to hold no line end
 };
 
 }  // namespace

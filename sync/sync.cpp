@@ -170,12 +170,14 @@ class LineSync {
     }
     envelope_.kind = kind_name(kind);
     envelope_.id = id;
+    in_flight_ = current_context();
     for (const auto& s : strings) {
       if (!t_.send(envelope_, s)) return false;
       w.bytes += static_cast<long long>(s.size());
       ++w.strings;
     }
     waiting_.push_back(std::move(w));
+    in_flight_.clear();
     o_.progress(++delivered_);
     return waiting_.size() < t_.batch() || flush();
   }
@@ -270,19 +272,26 @@ class LineSync {
     }
   }
 
+  // Delivery stopped: the records the far end confirmed are counted and reset, the rest stays
+  // pending. The message names the record delivery stopped at: the first one not confirmed (a
+  // sender answers late, so that may lie in an earlier department than the one being sent).
   bool stop() {
     end_reading();
     r_.stopped = t_.error();
-    // The records the far end confirmed before it stopped are delivered: count and reset them.
     std::size_t confirmed = t_.confirmed(), kept = 0;
     for (; kept < waiting_.size() && waiting_[kept].strings <= confirmed; ++kept)
       confirmed -= waiting_[kept].strings;
-    std::vector<Waiting> unconfirmed(std::make_move_iterator(waiting_.begin() + kept),
-                                     std::make_move_iterator(waiting_.end()));
+    std::size_t unconfirmed = waiting_.size() - kept;
+    std::string at = unconfirmed ? waiting_[kept].context
+                     : !in_flight_.empty() ? in_flight_
+                                           : line_context_;
     waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(kept), waiting_.end());
     settle_waiting();
-    problem("delivery stopped (" + t_.error() + "); " + std::to_string(unconfirmed.size()) +
-            " records sent but not confirmed and everything not yet sent stay pending");
+    o_.say(at + ": delivery stopped (" + t_.error() + "); " +
+           (unconfirmed ? std::to_string(unconfirmed) +
+                              " records not confirmed and everything not yet sent stay pending"
+                        : std::string("everything not yet sent stays pending")));
+    r_.status = SyncReport::Failed;
     return false;
   }
 
@@ -292,6 +301,7 @@ class LineSync {
   SyncReport& r_;
   Envelope envelope_;
   std::string line_context_;
+  std::string in_flight_;  // the record being handed to the transport
   std::vector<Waiting> waiting_;
   // The group states read in this read transaction: one scope, records first..last.
   std::map<int32_t, GroupState> states_;
