@@ -26,6 +26,10 @@ std::string to_8bit(const std::string& utf8, const char* what) {
   return *r;
 }
 
+std::string counted(long n, const std::string& noun) {
+  return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
 void add_dept_option(CLI::App* cmd, int32_t& dept) {
   cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
       ->required()

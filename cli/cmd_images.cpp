@@ -88,9 +88,19 @@ std::vector<std::string> encoded(const ImageOptions& o) {
   return out;
 }
 
-void encode(const Options& g, const ImageOptions& o) {
+// The records of a bitmap, or none when the component refused it (a notice or an error): a
+// header record without its picture is never printed.
+std::vector<std::string> accepted(const ImageOptions& o) {
+  long notices = qk::host::notices_on_this_thread(), reports = qk::host::reports_on_this_thread();
   auto out = encoded(o);
-  if (out.empty()) fail("no records were built for " + o.file);
+  if (qk::host::notices_on_this_thread() != notices || qk::host::reports_on_this_thread() != reports)
+    out.clear();
+  return out;
+}
+
+void encode(const Options& g, const ImageOptions& o) {
+  auto out = accepted(o);
+  if (out.empty()) return fail("no records were built for " + o.file);
   print(g, out);
 }
 
@@ -101,7 +111,7 @@ void preview(const ImageOptions& o) {
   std::ifstream in(o.file, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   qk::images::Picture original = qk::images::read_bitmap(bytes);
-  std::vector<std::string> records = encoded(o);
+  std::vector<std::string> records = accepted(o);
   if (records.empty()) throw std::runtime_error(o.file + ": the encoder refused it (see above)");
   qk::images::Picture shown = o.kind == "kestra" ? qk::images::decode_kestra_records(records)
                               : o.kind == "printer"
@@ -194,6 +204,10 @@ void add_image_commands(CLI::App& app, Options& g) {
   request->add_option("NAME", r->name, "which request")->required()->check(CLI::IsMember(names));
   request->add_option("--mode", r->mode, "the clear mode of reset-totals (for example ALL)");
   request->callback([&g, r] {
+    if (r->name == "reset-totals" && r->mode.empty())
+      throw CLI::ValidationError("--mode", "reset-totals needs the clear mode (for example --mode ALL)");
+    if (r->name != "reset-totals" && !r->mode.empty())
+      throw CLI::ValidationError("--mode", "only reset-totals takes a mode");
     qk::clsKplMakeRequest k;
     std::string block;
     if (r->name == "reset-totals") {

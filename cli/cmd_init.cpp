@@ -109,8 +109,12 @@ void add_init_command(CLI::App& app, Options&) {
       "upgrade", "Bring an archive made by an earlier version to this version's schema");
   upgrade->callback([] {
     reported("archive upgrade failed", [] {
-      qk::sync::new_archive_tools()->upgrade_schema(qk::kArchiveName);
-      note("the archive is up to date");
+      int found = qk::sync::new_archive_tools()->upgrade_schema(qk::kArchiveName);
+      std::string now = std::to_string(qk::archive::kSchemaVersion);
+      note(found == qk::archive::kSchemaVersion
+               ? "the archive already has schema version " + now + ": nothing to do"
+               : "the archive was upgraded from schema version " + std::to_string(found) + " to " +
+                     now + " (every row kept)");
     });
   });
 

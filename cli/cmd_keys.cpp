@@ -8,6 +8,8 @@
 #include "qk/clsTotals.h"
 #include "qk/error.h"
 #include "qk/host.h"
+#include "network.h"
+#include "qk/archive_tools.h"
 #include "session.h"
 
 namespace qkp {
@@ -39,7 +41,30 @@ std::string key_protocol(qk::clsAbbinamentoTasti& k, const std::string& family) 
   return k.p_strProtocol();
 }
 
+// Whether the archive binds what the command asks for: the key (its block of 15 on the scale, for
+// 3000) or, with --all, any key of the department. The component would build an empty block.
+bool keys_exist(const KeyOptions& o) {
+  std::vector<std::string> problems;
+  auto a = qk::sync::open_archive_tools();
+  bool blocks = o.family == "3000";
+  auto ids = a->record_ids(blocks ? qk::RecordGroup::KeyBlock : qk::RecordGroup::Key, o.dept,
+                           o.scale, 0, &problems);
+  for (const auto& p : problems) fail(p);
+  std::string scale = blocks ? ", scale " + std::to_string(o.scale) : "";
+  if (ids.empty()) {
+    fail("department " + std::to_string(o.dept) + scale + " has no key bindings");
+    return false;
+  }
+  if (!o.key) return true;
+  int32_t id = blocks ? (*o.key - 1) / qk::kKeysPerBlock : *o.key;
+  if (std::find(ids.begin(), ids.end(), id) != ids.end()) return true;
+  fail("key " + std::to_string(*o.key) + " of department " + std::to_string(o.dept) + scale +
+       (blocks ? ": no key of its block is bound" : ": not bound"));
+  return false;
+}
+
 void run_keys(const Options& g, const KeyOptions& o) {
+  if (!keys_exist(o)) return;
   auto k = keys_for(o);
   std::vector<std::string> out;
   if (!o.all) {

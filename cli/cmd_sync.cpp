@@ -331,7 +331,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
     auto result = sync::mark(*a, r);
     for (const auto& s : result.skipped) note(s + ": not marked");
     if (mo->dept >= 0 && result.rows == 0 && !result.skipped.empty()) set_exit_status(kExitFailed);
-    std::printf("%ld rows marked pending\n", result.rows);
+    std::printf("%s marked pending\n", counted(result.rows, "row").c_str());
   });
 
   auto* status = app.add_subcommand("status", "The installation: folder, settings, archive, files");

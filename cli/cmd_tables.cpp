@@ -31,7 +31,8 @@ void import_files(const std::vector<CsvFile>& files, const TableOptions& o) {
   for (const auto& t : r.tables)
     std::printf("%s: %ld inserted, %ld changed, %ld unchanged\n", t.table.c_str(), t.inserted,
                 t.changed, t.unchanged);
-  if (io.mark) std::printf("%ld rows marked pending on their configured lines\n", r.marked);
+  if (io.mark)
+    std::printf("%s marked pending on their configured lines\n", counted(r.marked, "row").c_str());
   if (io.dry_run) std::printf("dry run: nothing was written\n");
 }
 

@@ -41,6 +41,9 @@ qk::automation::Variant network_lines();
 // character with no such form.
 std::string to_8bit(const std::string& utf8, const char* what);
 
+// "1 row", "2 rows".
+std::string counted(long n, const std::string& noun);
+
 // The required department option: --dept, with --counter (the component's own word) as an alias.
 void add_dept_option(CLI::App* cmd, int32_t& dept);
 

@@ -80,7 +80,7 @@ TEST_F(Workflow, MarkSendsAgain) {
   ASSERT_EQ(qkp("sync --line 2 --dept 1 --out " + dir.file("first.bin")), 0) << err;
   std::string out;
   ASSERT_EQ(qkp("mark --line 2 --dept 1 --kind lots --id 12", &out), 0) << err;
-  EXPECT_EQ(out, "1 rows marked pending\n");
+  EXPECT_EQ(out, "1 row marked pending\n");
   ASSERT_EQ(qkp("pending --line 2 --dept 1", &out), 0);
   EXPECT_NE(out.find("lots      lot 12                   11100000"), std::string::npos) << out;
   ASSERT_EQ(qkp("sync --line 2 --dept 1 --separator lf --out " + dir.file("again.bin")), 0);

@@ -346,9 +346,11 @@ void clsDbAccess::publish_new_archive() {
   Initialize(Variant(new_archive_name_));
 }
 
-void clsDbAccess::upgrade_schema(const std::string& database_file) {
+int clsDbAccess::upgrade_schema(const std::string& database_file) {
   auto a = Archive::open(locate(database_file), true);
-  if (a->schema_version() < archive::kSchemaVersion) a->upgrade();
+  int found = a->schema_version();
+  if (found < archive::kSchemaVersion) a->upgrade();
+  return found;
 }
 
 }  // namespace qk::companions

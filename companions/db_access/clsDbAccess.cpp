@@ -6,6 +6,7 @@
 #include <map>
 
 #include "db_access/access_sql.h"
+#include "db_access/pg_archive.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/sqlite_archive.h"
@@ -354,5 +355,8 @@ void register_db_access() {
 namespace qk {
 void register_sqlite_archive() {
   companions::register_db_access();
+}
+std::string shown_location(const std::string& location) {
+  return companions::PgArchive::shown(location);
 }
 }  // namespace qk

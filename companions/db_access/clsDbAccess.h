@@ -81,7 +81,7 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
   std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override;
   void begin_new_archive(const std::string& database_file, bool replace) override;
   void publish_new_archive() override;
-  void upgrade_schema(const std::string& database_file) override;
+  int upgrade_schema(const std::string& database_file) override;
 
   // The opened archive (error 91 before Initialize).
   Archive& archive();

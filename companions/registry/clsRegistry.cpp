@@ -72,6 +72,30 @@ bool read_quoted(const std::string& s, std::size_t& i, std::string& out) {
   return false;
 }
 
+// "hex:01,ff,…" or "hex(N):…" as an export writes it, continuation lines joined.
+bool hex_bytes(const std::string& v) {
+  std::size_t i = 3;
+  if (i < v.size() && v[i] == '(') {
+    auto close = v.find(')', i);
+    if (close == std::string::npos || close == i + 1 ||
+        v.find_first_not_of("0123456789abcdefABCDEF", i + 1) != close)
+      return false;
+    i = close + 1;
+  }
+  if (i >= v.size() || v[i] != ':') return false;
+  std::string bytes;
+  for (char c : v.substr(i + 1))
+    if (c != '\\' && c != ' ' && c != '\t') bytes += c;
+  if (bytes.empty()) return true;
+  for (std::size_t at = 0;; at += 3) {
+    if (at + 2 > bytes.size() || !std::isxdigit(static_cast<unsigned char>(bytes[at])) ||
+        !std::isxdigit(static_cast<unsigned char>(bytes[at + 1])))
+      return false;
+    if (at + 2 == bytes.size()) return true;
+    if (bytes[at + 2] != ',') return false;
+  }
+}
+
 std::string strip_hive(const std::string& key, bool* current_user) {
   auto slash = key.find('\\');
   std::string hive = lower(key.substr(0, slash));
@@ -152,9 +176,26 @@ void RegExport::parse(const std::string& bytes, const std::string& origin) {
         automation::raise(automation::kTypeMismatch,
                           origin + " line " + std::to_string(number) + ": unclosed string");
     } else if (t.compare(i, 6, "dword:") == 0) {
-      value = std::to_string(std::stoul(t.substr(i + 6), nullptr, 16));
+      std::string digits = t.substr(i + 6);
+      if (digits.empty() || digits.size() > 8 ||
+          digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        automation::raise(automation::kTypeMismatch,
+                          origin + " line " + std::to_string(number) + ": the dword value \"" +
+                              digits + "\" is not a number of 1 to 8 hexadecimal digits");
+      value = std::to_string(std::stoul(digits, nullptr, 16));
+    } else if (t.compare(i, 3, "hex") == 0) {
+      if (!hex_bytes(t.substr(i)))
+        automation::raise(automation::kTypeMismatch,
+                          origin + " line " + std::to_string(number) +
+                              ": the hex value is not a list of two-digit bytes separated by "
+                              "commas (\"hex:01,ff\" or \"hex(2):41,00\")");
+      continue;  // binary data is not a setting
+    } else if (t.compare(i, 1, "-") == 0) {
+      continue;  // a deleted value is not a setting
     } else {
-      continue;  // deletions ("=-") and binary data are not settings
+      automation::raise(automation::kTypeMismatch,
+                        origin + " line " + std::to_string(number) +
+                            ": a value must be a quoted text, dword:, hex: or - (deleted)");
     }
     Key& k = keys_[lower(current)];
     if (!k.values.count(name)) k.value_order.push_back(name);
@@ -181,16 +222,26 @@ std::vector<RegistryHelper::KeyValue> RegExport::values(const std::string& path)
   return out;
 }
 
-clsRegistry::clsRegistry() {
-  std::vector<std::filesystem::path> files;
+namespace {
+std::vector<std::string> g_exports;  // named by the host; empty: the folder's
+}  // namespace
+
+std::vector<std::string> exports_to_read() {
+  if (!g_exports.empty()) return g_exports;
+  std::vector<std::string> files;
   std::error_code ec;
   for (const auto& e : std::filesystem::directory_iterator(component_folder(), ec))
-    if (e.path().extension() == ".reg") files.push_back(e.path());
+    if (e.path().extension() == ".reg") files.push_back(e.path().string());
   std::sort(files.begin(), files.end());
-  for (const auto& f : files) {
+  return files;
+}
+
+clsRegistry::clsRegistry() {
+  for (const auto& f : exports_to_read()) {
     std::ifstream in(f, std::ios::binary);
+    if (!in) automation::raise(automation::kFileNotFound, "cannot read the registry export " + f);
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    export_.parse(bytes, f.string());
+    export_.parse(bytes, f);
   }
 }
 
@@ -215,5 +266,14 @@ void register_registry_helper() {
 namespace qk {
 void register_registry_helper() {
   companions::register_registry_helper();
+}
+void use_registry_exports(std::vector<std::string> files) {
+  companions::g_exports = std::move(files);
+}
+std::vector<std::string> registry_exports() {
+  return companions::exports_to_read();
+}
+void check_registry_exports() {
+  companions::clsRegistry check;
 }
 }  // namespace qk

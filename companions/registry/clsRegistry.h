@@ -40,5 +40,7 @@ class clsRegistry : public RegistryHelper {
 };
 
 void register_registry_helper();
+// The exports clsRegistry reads (qk::use_registry_exports).
+std::vector<std::string> exports_to_read();
 
 }  // namespace qk::companions

@@ -145,8 +145,9 @@ class ArchiveTools : public virtual automation::Object {
   // archive raises error 58 (file already exists) unless `replace`.
   virtual void begin_new_archive(const std::string& database_file, bool replace) = 0;
   virtual void publish_new_archive() = 0;
-  // Brings an archive of an older schema to the current one, keeping every row.
-  virtual void upgrade_schema(const std::string& database_file) = 0;
+  // Brings an archive of an older schema to the current one, keeping every row. Returns the
+  // schema version it found (archive::kSchemaVersion: there was nothing to do).
+  virtual int upgrade_schema(const std::string& database_file) = 0;
 };
 
 }  // namespace qk

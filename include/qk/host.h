@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "qk/companions.h"
 #include "qk/error.h"
@@ -92,6 +93,12 @@ inline constexpr unsigned kStillActive = 259;
 // their section, as the component does), or `fallback` when absent or empty.
 std::string setting(const std::string& section, const std::string& key,
                     const std::string& fallback = "");
+// Every setting of the store in file order: its section ("Appl"; the last part of the key's
+// path), name and value. Empty when the store is missing or unreadable.
+struct Setting {
+  std::string section, name, value;
+};
+std::vector<Setting> settings();
 // Writes a setting, saving the store atomically; false when it could not (the component reported
 // why, and the store is as it was).
 bool save_setting(const std::string& section, const std::string& key, const std::string& value);

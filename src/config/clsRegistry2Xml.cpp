@@ -96,6 +96,16 @@ std::string clsRegistry2Xml::GetSetting(const std::string&, const std::string&,
   return result;
 }
 
+std::vector<clsRegistry2Xml::Entry> clsRegistry2Xml::Entries() const {
+  std::vector<Entry> out;
+  auto doc = config::shared_document(file_);
+  for (pugi::xml_node k : doc->child("root").child("keys").children("key"))
+    out.push_back({config::from_xml(k.attribute("path").value()),
+                   config::from_xml(k.attribute("name").value()),
+                   config::from_xml(k.attribute("value").value())});
+  return out;
+}
+
 void clsRegistry2Xml::SaveSetting(const std::string& strAppName, const std::string& strSection,
                                   const std::string& strKeyName, const std::string& strValue,
                                   bool booShowError) {

@@ -5,6 +5,7 @@
 
 #include <pugixml.hpp>
 #include <string>
+#include <vector>
 
 namespace qk {
 
@@ -30,6 +31,12 @@ class clsRegistry2Xml {
   void RetrieveValuesFromRegistry();
   // The same with an explicit version (major, minor, revision), for checking the arithmetic.
   void RetrieveValuesFromRegistry(int major, int minor, int revision);
+
+  // Every key of the file in document order: its path, name and value (the tool's listing).
+  struct Entry {
+    std::string path, name, value;
+  };
+  std::vector<Entry> Entries() const;
 
   const std::string& file_name() const { return file_; }
   const std::string& folder() const { return folder_; }

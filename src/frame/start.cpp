@@ -40,6 +40,13 @@ std::string setting(const std::string& section, const std::string& key,
   return clsRegistry2Xml().GetSetting(kApplicationName, section, key, fallback);
 }
 
+std::vector<Setting> settings() {
+  std::vector<Setting> out;
+  for (auto& e : clsRegistry2Xml().Entries())
+    out.push_back({e.path.substr(e.path.rfind('\\') + 1), std::move(e.name), std::move(e.value)});
+  return out;
+}
+
 bool save_setting(const std::string& section, const std::string& key, const std::string& value) {
   long before = reports_on_this_thread();
   clsRegistry2Xml().SaveSetting(kApplicationName, section, key, value, true);
