@@ -1,4 +1,6 @@
 // The whole command tree, and the helpers every command group shares.
+#include <set>
+
 #include "commands.h"
 #include "network.h"
 #include "numbers.h"
@@ -34,6 +36,26 @@ void add_dept_option(CLI::App* cmd, int32_t& dept) {
   cmd->add_option("--dept,--counter", dept, "department (--counter is the same)")
       ->required()
       ->check(CLI::NonNegativeNumber);
+}
+
+std::string command_path(const CLI::App& app) {
+  std::string path;
+  for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+    at = at->get_subcommands().front();
+    path += (path.empty() ? "" : " ") + at->get_name();
+  }
+  return path;
+}
+
+bool only_reads(const std::string& command) {
+  // Commands that change nothing in the archive: they open it read-only, so a person who may only
+  // read the installation can use them.
+  static const std::set<std::string> kReaders = {
+      "status", "lines", "pending", "export-csv", "lot", "lots", "keys", "barcodes", "vat",
+      "totals", "ads", "etexts", "layout", "layout preview", "layout request", "image",
+      "image preview", "date", "request", "flags keys", "flags barcodes", "flags lots",
+      "flags ads", "layouts", "images"};
+  return kReaders.count(command) > 0;
 }
 
 void add_commands(CLI::App& app, Options& options) {

@@ -14,6 +14,8 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
+#include "qk/archive_schema.h"
+#include "row_checks.h"
 #include "session.h"
 
 namespace qkp {
@@ -150,8 +152,17 @@ void add_image_commands(CLI::App& app, Options& g) {
   image->add_option("--kind", o->kind, "scale, kestra or printer")
       ->check(CLI::IsMember({"scale", "kestra", "printer"}));
   image->add_option("--description", o->description, "description (at most 16 characters)");
-  image->add_option("--from", o->from, "validity start, as the scale expects it");
-  image->add_option("--to", o->to, "validity end");
+  auto date = [](const char* column) {
+    return CLI::Validator(
+        [column](std::string& v) {
+          const auto& images = *qk::archive::find_table("IMMAGINI");
+          return qk::sync::value_problem(*qk::archive::find_column(images, column),
+                                         qk::automation::Variant(v));
+        },
+        "DDMMYYYY");
+  };
+  image->add_option("--from", o->from, "validity start, DDMMYYYY")->check(date("IM_FROM"));
+  image->add_option("--to", o->to, "validity end, DDMMYYYY")->check(date("IM_TO"));
   image->add_option("--decode", o->decode,
                     "a file of records, one per line in hex (qkp --format hex output)");
   image->add_option("--out", o->out, "decoded picture (PBM), default FILE.pbm");

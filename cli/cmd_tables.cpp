@@ -28,6 +28,7 @@ void import_files(const std::vector<CsvFile>& files, const TableOptions& o) {
   auto a = qk::sync::open_archive_tools();
   ImportResult r = import_tables(*a, files, io);
   for (const auto& n : r.notes) note(n);
+  for (const auto& d : r.diffs) std::printf("%s\n", d.c_str());
   for (const auto& t : r.tables)
     std::printf("%s: %ld inserted, %ld changed, %ld unchanged\n", t.table.c_str(), t.inserted,
                 t.changed, t.unchanged);
@@ -73,7 +74,9 @@ void add_import_options(CLI::App* cmd, TableOptions& o) {
   cmd->add_flag("--replace", o.import.replace,
                 "update rows of the same key (the keyboard: the file's rows of a key replace "
                 "that key's rows)");
-  cmd->add_flag("--dry-run", o.import.dry_run, "check and count, write nothing");
+  auto* dry = cmd->add_flag("--dry-run", o.import.dry_run, "check and count, write nothing");
+  cmd->add_flag("--diff", o.import.diff, "list every new and changed row and its changed columns")
+      ->needs(dry);
   cmd->add_flag("--no-pending", o.no_pending,
                 "do not mark new and changed records pending on their lines");
 }

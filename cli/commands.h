@@ -17,6 +17,11 @@ struct Options {
 // Prints strings in the global format.
 void print(const Options& o, const std::vector<std::string>& strings);
 
+// The parsed command's words ("layout receive"), and whether that command only reads the
+// archive.
+std::string command_path(const CLI::App& app);
+bool only_reads(const std::string& command);
+
 // Every command of the tool, with the global options; whole numbers are read as decimal.
 void add_commands(CLI::App& app, Options& o);
 

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "qk/error.h"
 #include "qk/host.h"
+#include "qk/sqlite_archive.h"
 #include "session.h"
 
 int main(int argc, char** argv) {
@@ -15,6 +16,7 @@ int main(int argc, char** argv) {
   app.parse_complete_callback([&] {
     if (!options.home.empty()) setenv("QK_HOME", options.home.c_str(), 1);
     qkp::parse_format(options.format_name, &options.format);
+    if (qkp::only_reads(qkp::command_path(app))) qk::open_archives_read_only(true);
     qkp::start_session();
   });
   qkp::add_commands(app, options);
@@ -51,7 +53,7 @@ int main(int argc, char** argv) {
     app.exit(e);
     return 2;
   } catch (const qk::automation::Error& e) {
-    qkp::fail("error " + std::to_string(e.number()) + ": " + qk::cp1252_to_utf8(e.description()));
+    qkp::fail(qk::automation::error_label(e.number()) + ": " + qk::cp1252_to_utf8(e.description()));
   } catch (const std::exception& e) {
     qkp::fail(e.what());
   }

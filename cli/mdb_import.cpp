@@ -52,12 +52,6 @@ std::string run(const std::vector<std::string>& args) {
   return text;
 }
 
-const qk::archive::Table* known_table(const std::string& name) {
-  for (const auto& t : qk::archive::tables())
-    if (strcasecmp(std::string(t.name).c_str(), name.c_str()) == 0) return &t;
-  return nullptr;
-}
-
 }  // namespace
 
 MdbTables read_mdb(const std::string& path, const std::vector<std::string>& only) {
@@ -69,7 +63,7 @@ MdbTables read_mdb(const std::string& path, const std::vector<std::string>& only
   for (std::string name; std::getline(list, name);) {
     if (!name.empty() && name.back() == '\r') name.pop_back();
     if (name.empty()) continue;
-    const qk::archive::Table* t = known_table(name);
+    const qk::archive::Table* t = qk::archive::find_table_any_case(name);
     bool asked = only.empty();
     for (auto it = wanted.begin(); it != wanted.end(); ++it)
       if (strcasecmp(it->c_str(), name.c_str()) == 0) {

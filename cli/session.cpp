@@ -48,7 +48,7 @@ class StderrLogger : public qk::Logger {
                 int32_t number) override {
     g_status = kExitFailed;
     std::fprintf(stderr, "%s\n",
-                 prefixed("error " + std::to_string(number) + " in " + qk::cp1252_to_utf8(project) +
+                 prefixed(qk::automation::error_label(number) + " in " + qk::cp1252_to_utf8(project) +
                           "." + qk::cp1252_to_utf8(module) + "." + qk::cp1252_to_utf8(procedure) +
                           ": " + qk::cp1252_to_utf8(description))
                      .c_str());

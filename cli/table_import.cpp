@@ -97,12 +97,17 @@ Variant default_of(const archive::Column& c) {
   return Variant(static_cast<int32_t>(std::stol(d)));
 }
 
+// A text column whose default is the empty text: a CSV writes that text and Null alike (an empty
+// field), so the two are one value here.
+bool empty_text_default(const archive::Column& c) {
+  return c.type == archive::ColumnType::Text && c.default_sql == "''";
+}
+
 // A field as the column's value. Problems are left to value_problem, which names them.
 Variant parse_field(const archive::Column& c, const std::optional<std::string>& field,
                     const std::string& where) {
-  if (!field || (c.type != archive::ColumnType::Text && field->empty())) {
-    return c.not_null ? default_of(c) : Variant::null();
-  }
+  if (!field || (c.type != archive::ColumnType::Text && field->empty()))
+    return c.not_null || empty_text_default(c) ? default_of(c) : Variant::null();
   if (c.type == archive::ColumnType::Text) {
     std::size_t bad = 0;
     auto text = qk::utf8_to_cp1252(*field, &bad);
@@ -133,7 +138,16 @@ Variant parse_field(const archive::Column& c, const std::optional<std::string>& 
   return Variant(d);
 }
 
-bool same(const Variant& a, const Variant& b) {
+// A value in a --diff line: text quoted, Null as Null.
+std::string shown(const Variant& v) {
+  if (v.is_null()) return "Null";
+  if (v.is_numeric_type()) return v.to_text();
+  return "\"" + qk::cp1252_to_utf8(v.to_text()) + "\"";
+}
+
+bool same(const archive::Column& c, const Variant& a, const Variant& b) {
+  if (empty_text_default(c) && (a.is_null() || b.is_null()))
+    return (a.is_null() || a.to_text().empty()) && (b.is_null() || b.to_text().empty());
   if (a.is_null() || b.is_null()) return a.is_null() == b.is_null();
   if (a.is_numeric_type() && b.is_numeric_type()) return a.to_double() == b.to_double();
   return a.to_text() == b.to_text();
@@ -172,7 +186,7 @@ struct TableRows {
 
 TableRows check_file(const CsvFile& f) {
   std::string name = std::filesystem::path(f.path).stem().string();
-  const archive::Table* t = archive::find_table(name);
+  const archive::Table* t = archive::find_table_any_case(name);
   if (!t) {
     std::string known;
     for (const auto& table : archive::tables())
@@ -187,12 +201,14 @@ TableRows check_file(const CsvFile& f) {
   std::vector<std::string> extra;
   for (std::size_t i = 0; i < f.records[0].size(); ++i) {
     std::string col = f.records[0][i].value_or("");
-    if (col == archive::kRowVersionColumn || !archive::find_column(*t, col)) {
+    const archive::Column* known = archive::find_column_any_case(*t, col);
+    if (known) col = std::string(known->name);
+    if (archive::same_name(col, archive::kRowVersionColumn) || !known) {
       if (f.ignore_extra) {
         extra.push_back(col);
         continue;
       }
-      if (col == archive::kRowVersionColumn)
+      if (archive::same_name(col, archive::kRowVersionColumn))
         refuse(f.path + " line 1: " + col +
                " is kept by the archive itself; leave the column out (or --ignore-extra)");
       refuse(f.path + " line 1: " + name + " has no column \"" + col +
@@ -265,6 +281,7 @@ class Importer {
   }
 
   long marked() const { return marked_; }
+  std::vector<std::string>& diffs() { return diffs_; }
 
  private:
   void load_row(const TableRows& t, const Row& r, TableCount& count) {
@@ -278,13 +295,17 @@ class Importer {
         if (!o_.replace)
           refuse(at + ": " + std::string(table.name) + " already has the row " +
                  t.key_text(r, table.key) + "; add --replace to update it");
-        bool equal = true;
+        std::string changes;
         for (std::size_t c = 0; c < t.columns.size(); ++c)
-          equal = equal && same(existing->Fields(t.columns[c]), r.values[c]);
-        if (equal) {
+          if (!same(*archive::find_column(table, t.columns[c]), existing->Fields(t.columns[c]),
+                    r.values[c]))
+            changes += (changes.empty() ? "" : ", ") + t.columns[c] + " " +
+                       shown(existing->Fields(t.columns[c])) + " -> " + shown(r.values[c]);
+        if (changes.empty()) {
           ++count.unchanged;
           return;
         }
+        say(t, r, changes);
         write(at, [&] { a_.update_rows(table, key, t.columns, r.values); });
         ++count.changed;
         changed(t, r);
@@ -293,7 +314,15 @@ class Importer {
     }
     write(at, [&] { a_.insert_row(table, t.columns, r.values); });
     ++count.inserted;
+    if (keyed) say(t, r, "new row");
     changed(t, r);
+  }
+
+  // One line of --diff: the row and what changes in it.
+  void say(const TableRows& t, const Row& r, const std::string& what) {
+    if (o_.diff)
+      diffs_.push_back(std::string(t.table->name) + " line " + std::to_string(r.line) + " (" +
+                       t.key_text(r, t.table->key) + "): " + what);
   }
 
   // Tables without a key (the keyboard): the file's rows of a group replace the group's rows.
@@ -311,7 +340,9 @@ class Importer {
       std::vector<std::string> v;
       for (std::size_t c = 0; c < t.columns.size(); ++c) {
         Variant x = value_of(c);
-        v.push_back(x.is_null()           ? "\x01"
+        bool blank = x.is_null() && empty_text_default(*archive::find_column(table, t.columns[c]));
+        v.push_back(blank               ? ""
+                    : x.is_null()       ? "\x01"
                     : x.is_numeric_type() ? std::to_string(x.to_double())
                                           : x.to_text());
       }
@@ -330,6 +361,11 @@ class Importer {
         continue;
       }
       (before.empty() ? count.inserted : count.changed) += static_cast<long>(rows.size());
+      if (o_.diff)
+        diffs_.push_back(std::string(table.name) + " line " + std::to_string(rows.front()->line) +
+                         " (" + t.key_text(*rows.front(), table.replace_group) + "): " +
+                         std::to_string(rows.size()) + " rows replace " +
+                         std::to_string(before.size()));
       a_.delete_rows(table, where);
       for (const Row* r : rows)
         write(t.path + " line " + std::to_string(r->line),
@@ -389,6 +425,7 @@ class Importer {
   qk::ArchiveTools& a_;
   const ImportOptions& o_;
   long marked_ = 0;
+  std::vector<std::string> diffs_;
   std::optional<std::map<int32_t, std::vector<int32_t>>> lines_;
 };
 
@@ -492,6 +529,7 @@ ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& file
     result.tables.push_back(count);
   }
   result.marked = importer.marked();
+  result.diffs = std::move(importer.diffs());
   if (!o.dry_run) write.commit();
   return result;
 }

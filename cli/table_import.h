@@ -40,6 +40,7 @@ struct ImportOptions {
   bool replace = false;  // update rows of the same key instead of refusing them
   bool dry_run = false;  // check and count, then roll back
   bool mark = true;      // new and changed records become pending on their configured lines
+  bool diff = false;     // describe every new and changed row in ImportResult::diffs
 };
 
 struct TableCount {
@@ -50,6 +51,8 @@ struct ImportResult {
   std::vector<TableCount> tables;
   std::vector<std::string> notes;  // encodings and separators detected, columns skipped
   long marked = 0;                 // rows marked pending
+  // With ImportOptions::diff: "BARCODE line 3 (BC_BNC 1, BC_FORM 2): BC_DESCR "a" -> "b"".
+  std::vector<std::string> diffs;
 };
 
 // Imports the files, each named after its table ("BARCODE.csv"), in the archive's table order.

@@ -316,6 +316,15 @@ class ImageSource : public RecordSource {
       k.p_strFullPath(path);
       return k.p_strProtocol().items();
     }
+    // The component writes the dates as given: one the scale cannot read is not sent.
+    const archive::Table& images = *archive::find_table("IMMAGINI");
+    for (auto [column, value] : {std::pair{"IM_FROM", &r[2]}, std::pair{"IM_TO", &r[3]}}) {
+      std::string problem = value_problem(*archive::find_column(images, column), Variant(*value));
+      if (!problem.empty()) {
+        c_.warn(std::string(column) + " " + problem);
+        return {};
+      }
+    }
     clsImage i;
     i.p_varKey(Variant(id));
     i.p_strFullPath(path);

@@ -13,6 +13,17 @@ std::string shown(const Variant& v) {
   return v.is_string() ? "\"" + v.to_string() + "\"" : v.to_text();
 }
 
+// DDMMYYYY of a calendar date.
+bool is_date(const std::string& t) {
+  if (t.size() != 8 || t.find_first_not_of("0123456789") != std::string::npos) return false;
+  int day = std::stoi(t.substr(0, 2)), month = std::stoi(t.substr(2, 2)),
+      year = std::stoi(t.substr(4));
+  static const int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return month >= 1 && month <= 12 && day >= 1 &&
+         day <= (month == 2 && !leap ? 28 : kDays[month - 1]);
+}
+
 }  // namespace
 
 std::string value_problem(const archive::Column& c, const Variant& v) {
@@ -40,6 +51,8 @@ std::string value_problem(const archive::Column& c, const Variant& v) {
       return "holds " + shown(v) + ", not " + std::to_string(c.flag_width) +
              " characters \"0\" or \"1\" (one per line)";
   }
+  if (c.form == archive::TextForm::Date && !text.empty() && !is_date(text))
+    return "holds " + shown(v) + ", not a date DDMMYYYY (eight digits, such as 31122026)";
   if (!c.allowed.empty()) {
     for (auto a : c.allowed)
       if (text == a) return "";

@@ -20,7 +20,7 @@ std::string describe(const ScaleLine& l) {
 
 std::string error_text(const std::exception& e) {
   if (auto* a = dynamic_cast<const automation::Error*>(&e))
-    return "error " + std::to_string(a->number()) + ": " + cp1252_to_utf8(a->description());
+    return automation::error_label(a->number()) + ": " + cp1252_to_utf8(a->description());
   return e.what();
 }
 

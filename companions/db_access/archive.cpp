@@ -1,9 +1,23 @@
 #include "db_access/archive.h"
 
+#include <atomic>
+
 #include "db_access/pg_archive.h"
 #include "db_access/sqlite_archive.h"
 
 namespace qk::companions {
+
+namespace {
+std::atomic<bool> g_read_only{false};
+}  // namespace
+
+bool read_only_requested() {
+  return g_read_only;
+}
+
+void request_read_only(bool read_only) {
+  g_read_only = read_only;
+}
 
 bool Archive::is_server(const std::string& location) {
   return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;

@@ -18,6 +18,10 @@ namespace qk::companions {
 
 using automation::Variant;
 
+// Whether the host asked for archives opened only to read (qk::open_archives_read_only).
+bool read_only_requested();
+void request_read_only(bool read_only);
+
 class Archive {
  public:
   // Opens the archive at a location: a PostgreSQL connection URI ("postgresql://…") or the path

@@ -356,6 +356,9 @@ namespace qk {
 void register_sqlite_archive() {
   companions::register_db_access();
 }
+void open_archives_read_only(bool read_only) {
+  companions::request_read_only(read_only);
+}
 std::string shown_location(const std::string& location) {
   return companions::PgArchive::shown(location);
 }

@@ -168,6 +168,8 @@ pg_conn* connect(const std::string& uri) {
 
 std::shared_ptr<Archive> PgArchive::open(const std::string& uri, bool any_version) {
   std::shared_ptr<PgArchive> a(new PgArchive(connect(uri), uri));
+  // A command that only looks cannot write, whatever the role may do.
+  if (read_only_requested()) a->execute_script("SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY");
   if (!a->has_table("qk_schema")) {
     if (any_version) return a;
     raise(automation::kDatabaseError, "the database " + a->path() +

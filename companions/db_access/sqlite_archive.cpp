@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <cstring>
 #include <ctime>
 
@@ -19,6 +21,21 @@ namespace qk::companions {
 namespace {
 constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
 constexpr std::size_t kMaxCachedStatements = 512;
+
+// A file path inside a "file:" name: the characters a name of that form gives a meaning escaped.
+std::string uri_path(const std::string& path) {
+  std::string out;
+  for (char c : path) {
+    if (c == '%' || c == '?' || c == '#') {
+      char hex[4];
+      std::snprintf(hex, sizeof hex, "%%%02X", static_cast<unsigned char>(c));
+      out += hex;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
 
 // Whether a stored value may break its column's description. SQLite keeps any value it cannot
 // convert to the column's type, so the type is part of it; text is judged as query() reads it.
@@ -90,8 +107,22 @@ std::shared_ptr<Archive> SqliteArchive::open(const std::string& path, bool any_v
     automation::raise(
         automation::kFileNotFound,
         "File not found: the archive " + path + " does not exist (create it with \"qkp init\")");
+  // SQLite writes its journal files beside the archive: a user who may not write the folder
+  // reads the archive read-only.
+  std::string folder = std::filesystem::path(path).parent_path().string();
+  bool folder_writable = ::access(folder.empty() ? "." : folder.c_str(), W_OK) == 0;
+  bool writable = !read_only_requested() && folder_writable && ::access(path.c_str(), W_OK) == 0;
+  std::string name = path;
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+  if (!writable) {
+    // A WAL archive is read through its shared-memory file. Where that file is missing and
+    // cannot be created, no connection has the archive open: it is read as it stands.
+    bool shm = ::access((path + "-shm").c_str(), F_OK) == 0;
+    name = "file:" + uri_path(path) + "?mode=ro" + (!folder_writable && !shm ? "&immutable=1" : "");
+    flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
+  }
   sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  int rc = sqlite3_open_v2(name.c_str(), &db, flags, nullptr);
   if (rc != SQLITE_OK) {
     std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     sqlite3_close_v2(db);
@@ -139,6 +170,13 @@ int SqliteArchive::schema_version() {
 }
 
 void SqliteArchive::fail(const std::string& what) {
+  int code = sqlite3_errcode(db_);
+  if (code == SQLITE_READONLY || code == SQLITE_PERM || code == SQLITE_AUTH)
+    automation::raise(automation::kDatabaseError,
+                      what + ": the archive " + path_ +
+                          (read_only_requested() ? " was opened only to read"
+                                                 : " may only be read by this user") +
+                          " (permission denied: " + sqlite3_errmsg(db_) + ")");
   automation::raise(automation::kDatabaseError,
                     what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
 }

@@ -23,6 +23,10 @@ inline constexpr std::string_view kRowVersionColumn = "ROW_VERSION";
 
 enum class ColumnType { Integer, Real, Text };
 
+// TEXT columns whose text has a form of its own: Date is a validity date as the scales read it,
+// DDMMYYYY (eight digits of a calendar date; "01010101" is the component's "no bound"), or empty.
+enum class TextForm { Any, Date };
+
 // Range of the component's integers: every INTEGER column is read as a 32-bit number.
 inline constexpr std::int64_t kIntegerMin = INT32_MIN;
 inline constexpr std::int64_t kIntegerMax = INT32_MAX;
@@ -41,6 +45,7 @@ struct Column {
   std::int64_t min = kIntegerMin;     // INTEGER columns: the values allowed
   std::int64_t max = kIntegerMax;
   std::span<const std::string_view> allowed = {};  // TEXT columns: the only values allowed
+  TextForm form = TextForm::Any;
 };
 
 struct Table {
@@ -167,8 +172,10 @@ inline constexpr Column kImages[] = {
     {"IM_ID", T::Integer, true},
     {"IM_FILE_NAME", T::Text, true, "''"},
     {"IM_DESCRIPTION", T::Text, true, "''"},
-    {"IM_FROM", T::Text, true, "'01010101'"},
-    {"IM_TO", T::Text, true, "''"},
+    {.name = "IM_FROM", .type = T::Text, .not_null = true, .default_sql = "'01010101'",
+     .form = TextForm::Date},
+    {.name = "IM_TO", .type = T::Text, .not_null = true, .default_sql = "''",
+     .form = TextForm::Date},
     {"IM_TYPE", T::Integer, true, "0"},
 };
 inline constexpr Names kImagesKey[] = {"IM_BNC", "IM_ID"};
@@ -330,6 +337,29 @@ inline constexpr const Table* find_table(std::string_view name) {
 inline constexpr const Column* find_column(const Table& t, std::string_view name) {
   for (const Column& c : t.columns)
     if (c.name == name) return &c;
+  return nullptr;
+}
+
+// Names as files and desktop databases spell them: ASCII letters in any case.
+inline constexpr bool same_name(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 'a' + 'A') : a[i];
+    char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 'a' + 'A') : b[i];
+    if (x != y) return false;
+  }
+  return true;
+}
+
+// The table, or the column, whose name is `name` in any letter case; nullptr when none.
+inline constexpr const Table* find_table_any_case(std::string_view name) {
+  for (const Table& t : detail::kTables)
+    if (same_name(t.name, name)) return &t;
+  return nullptr;
+}
+inline constexpr const Column* find_column_any_case(const Table& t, std::string_view name) {
+  for (const Column& c : t.columns)
+    if (same_name(c.name, name)) return &c;
   return nullptr;
 }
 

@@ -35,6 +35,10 @@ enum ErrorNumber : long {
 // The host's own description of a standard error number ("" for numbers it does not know).
 std::string standard_description(long number);
 
+// How messages for people name an error number: "error 13", and "database error" for the number
+// data access errors carry (a bare negative number tells a person nothing).
+std::string error_label(long number);
+
 class Error : public std::runtime_error {
  public:
   // An error with the host's standard description.

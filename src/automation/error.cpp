@@ -53,6 +53,10 @@ std::string standard_description(long number) {
   }
 }
 
+std::string error_label(long number) {
+  return number == kDatabaseError ? "database error" : "error " + std::to_string(number);
+}
+
 Error::Error(long number) : Error(number, standard_description(number)) {}
 
 Error::Error(long number, const std::string& description, const std::string& source)
