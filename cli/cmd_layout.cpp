@@ -40,7 +40,11 @@ std::string read_received(const std::string& file, Format format) {
     if (!in) throw std::runtime_error(file + ": cannot be read");
     bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
-  if (format == Format::Raw) return bytes;
+  std::string why;
+  auto records = qk::sync::one_per_line(bytes, &why);
+  if (!records) throw std::runtime_error(file + ": " + why);
+  if (format == Format::Raw) return *records;
+  bytes = *records;
   std::string joined;
   std::istringstream lines(bytes);
   long n = 0;
@@ -77,8 +81,9 @@ void receive(const Options& g, const ReceiveOptions& o) {
     fail("nothing was stored");
     return;
   }
-  std::printf("%s: a ticket, %d texts, %d barcodes, %d logos%s\n",
-              o.dry_run ? "would store" : "stored", r.texts, r.barcodes, r.logos,
+  std::printf("%s: a ticket, %s, %s, %s%s\n", o.dry_run ? "would store" : "stored",
+              counted(r.texts, "text").c_str(), counted(r.barcodes, "barcode").c_str(),
+              counted(r.logos, "logo").c_str(),
               r.notes.empty() ? ""
                               : (", " + std::to_string(r.notes.size()) +
                                  " values snapped or "

@@ -193,6 +193,29 @@ std::string framed(Separator s, const std::string& bytes) {
   return bytes;
 }
 
+std::optional<std::string> one_per_line(const std::string& capture, std::string* error) {
+  if (capture.empty() || capture[0] != kStx) return capture;
+  std::string out;
+  for (std::size_t at = 0; at < capture.size();) {
+    if (capture[at] == '\r' || capture[at] == '\n') {  // a line end after a frame
+      ++at;
+      continue;
+    }
+    if (capture[at] != kStx) {
+      *error = "byte " + std::to_string(at + 1) + " stands outside an STX…ETX frame";
+      return std::nullopt;
+    }
+    auto end = capture.find(kEtx, at + 1);
+    if (end == std::string::npos) {
+      *error = "the frame at byte " + std::to_string(at + 1) + " has no ETX";
+      return std::nullopt;
+    }
+    out += capture.substr(at + 1, end - at - 1) + "\n";
+    at = end + 1;
+  }
+  return out;
+}
+
 std::optional<SerialSettings> parse_serial_settings(const std::string& text, std::string* error) {
   std::vector<std::string> parts;
   std::stringstream in(text);

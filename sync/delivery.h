@@ -41,6 +41,10 @@ enum class Separator { CrLf, Lf, None, StxEtx };
 std::optional<Separator> parse_separator(const std::string& name);
 // The bytes of one record with its separator.
 std::string framed(Separator s, const std::string& bytes);
+// The records of a capture written with any separator, one per line (LF after each): STX…ETX
+// frames are taken out of their frame, CR LF and LF lines are kept as lines. Nullopt with the
+// reason in *error when a frame is not closed or bytes stand between frames.
+std::optional<std::string> one_per_line(const std::string& capture, std::string* error);
 
 // Serial line settings "9600,8,N,1": speed, data bits (5 to 8), parity (N, E or O), stop bits
 // (1 or 2).

@@ -22,7 +22,7 @@ TEST_F(LayoutTool, WhatAScaleSendsBackIsStoredAndSendsTheSame) {
               &summary),
           0)
           << err;
-      EXPECT_EQ(summary, "stored: a ticket, 1 texts, 1 barcodes, 1 logos\n");
+      EXPECT_EQ(summary, "stored: a ticket, 1 text, 1 barcode, 1 logo\n");
       ASSERT_EQ(qkp("layout --dept 1 --layout 9" + f, &again), 0);
       std::string original;
       qkp("layout --dept 1 --layout 1" + f, &original);

@@ -1,5 +1,6 @@
 #include "layout/layout_receive.h"
 
+#include <climits>
 #include <map>
 
 #include "automation/conversions.h"
@@ -23,11 +24,16 @@ namespace {
 int32_t whole(const std::string& where, const std::string& what, const std::string& text) {
   if (text.empty() || text.find_first_not_of("-0123456789") != std::string::npos)
     refuse(where, what + " \"" + text + "\" is not a whole number");
+  double d = 0;
   try {
-    return automation::checked_int32(static_cast<int64_t>(automation::parse_number(text)));
+    d = automation::parse_number(text);
   } catch (const automation::Error&) {
-    refuse(where, what + " \"" + text + "\" does not fit 32 bits");
+    refuse(where, what + " \"" + text + "\" is not a whole number");
   }
+  // Compared as a double first: a number of twenty digits has no 64-bit form either.
+  if (!(d >= INT32_MIN && d <= INT32_MAX))
+    refuse(where, what + " \"" + text + "\" does not fit 32 bits");
+  return static_cast<int32_t>(d);
 }
 
 // Dots back to millimetres (the received layout's origin is 0: the scale counts from its edge).
