@@ -53,7 +53,12 @@ void draw_lines(const std::string& path) {
   say_all(problems);
   std::map<int32_t, std::vector<const sync::PendingLine*>> by_dept;
   for (const auto& l : lines) by_dept[l.where.dept].push_back(&l);
-  const int box_w = 150, box_h = 46, left = 110, top = 40;
+  // The department column fits the longest name ("department 123") at 14 px.
+  std::size_t longest = 0;
+  for (const auto& [dept, list] : by_dept)
+    longest = std::max(longest, ("department " + std::to_string(dept)).size());
+  const int box_w = 150, box_h = 46, top = 40;
+  const int left = 20 + 8 * static_cast<int>(longest);
   int width = left + 8 * (box_w + 10) + 10;
   int height = top + static_cast<int>(by_dept.size()) * (box_h + 14) + 10;
   std::string s = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(width) +

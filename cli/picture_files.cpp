@@ -4,6 +4,7 @@
 #include <librsvg/rsvg.h>
 #include <png.h>
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "qk/host.h"
@@ -83,10 +84,14 @@ void write_svg_as_png(const std::string& path, const std::string& svg) {
 }
 
 void write_drawing(const std::string& path, const std::string& svg) {
-  if (path.size() > 4 && path.compare(path.size() - 4, 4, ".png") == 0)
+  std::string ext = std::filesystem::path(path).extension().string();
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == ".png")
     write_svg_as_png(path, svg);
-  else
+  else if (ext == ".svg")
     qk::save_file_atomically(path, svg);
+  else
+    throw std::runtime_error(path + ": a drawing is written as FILE.svg or FILE.png");
 }
 
 }  // namespace qkp

@@ -151,11 +151,6 @@ std::string magnifications_and_direction(const ObjectValues& v, int width, int h
          attr(a::kDirection, v.t(direction));
 }
 
-// The 3000 series leaves out objects whose field number is over 50.
-bool beyond_3000(const std::string& field) {
-  return modUtility::p_lngNumericValue(field) > fmt::kMaxFieldNumber3000;
-}
-
 // The builders' growing result: a 16-bit element counter.
 void append(StringArray& a, std::string s) {
   if (a.allocated() && a.size() >= 32767) automation::raise(automation::kOverflow);
@@ -271,7 +266,7 @@ StringArray clsLayout::m_strText() {
   trap(label("m_strText"), [&] {
     ObjectValues v;
     walk(*layout_, fmt::kText, fmt::kText3000Reads, v, [&](const ObjectValues& v) {
-      if (beyond_3000(v.t(p::kField))) return;
+      if (layout::left_out_of_3000(v.t(p::kField))) return;
       append(result,
              record_3000(
                  v.t(p::kField), v.i(p::kFlags),
@@ -290,7 +285,7 @@ StringArray clsLayout::m_strBarcode() {
   trap(label("m_strBarcode"), [&] {
     ObjectValues v;
     walk(*layout_, fmt::kBarcode, fmt::kBarcode3000Reads, v, [&](const ObjectValues& v) {
-      if (beyond_3000(v.t(p::kField))) return;
+      if (layout::left_out_of_3000(v.t(p::kField))) return;
       std::string element = v.i(p::kType) == fmt::kBarcodeType26
                                 ? std::string(fmt::kBarcodeType26Element)
                                 : digits(v.n(p::kFieldValue) + fmt::kBarcodeElementBase, 3);
@@ -311,7 +306,7 @@ StringArray clsLayout::m_strLogo() {
   trap(label("m_strLogo"), [&] {
     ObjectValues v;
     walk(*layout_, fmt::kLogo, fmt::kLogo3000Reads, v, [&](const ObjectValues& v) {
-      if (beyond_3000(v.t(p::kField))) return;
+      if (layout::left_out_of_3000(v.t(p::kField))) return;
       append(result,
              record_3000(v.t(p::kField), v.i(p::kFlags),
                          digits(v.n(p::kImage) + fmt::kLogoElementBase, 3), v.i(p::kX), v.i(p::kY),

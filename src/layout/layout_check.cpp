@@ -4,6 +4,8 @@
 #include "frame/modUtility.h"
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
+#include "layout/layout_values.h"
+#include "qk/previews.h"
 #include "qk/host.h"
 #include "qk/recordset.h"
 
@@ -33,7 +35,7 @@ LayoutCheck check_layout(int32_t dept, int32_t layout) {
     }
     std::string where = "object " + objects->Fields("TD_OBJ").to_string() + " (" +
                         kinds[type >= 1 && type <= 4 ? type : 0] + ", field " + field + ")";
-    if (type != fmt::kTicket && modUtility::p_lngNumericValue(field) > fmt::kMaxFieldNumber3000)
+    if (type != fmt::kTicket && layout::left_out_of_3000(field))
       say(where + ": field number over 50, left out of the 3000 series");
     if (type != fmt::kText) continue;
     double stored = automation::leading_number(data_type);
@@ -51,6 +53,11 @@ LayoutCheck check_layout(int32_t dept, int32_t layout) {
     else if (automation::leading_number(*mapped) < 0)
       say(where + ": unknown data type " + data_type + " (sent as 27 with field value 999)");
   }
+  // What the picture of the layout shows as wrong (outside the ticket, a missing picture, two
+  // objects at one place) is a finding too: the check and the picture never disagree.
+  LayoutPreview drawn =
+      preview_layout(dept, layout, "5000", path_in(installation_folder(), "images"));
+  check.findings.insert(check.findings.end(), drawn.problems.begin(), drawn.problems.end());
   return check;
 }
 

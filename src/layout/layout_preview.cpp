@@ -28,6 +28,9 @@ constexpr double kMargin = 8;          // mm around the ticket, for the ruler
 constexpr double kCharWidth = 1.5;     // mm per character at magnification 1
 constexpr double kCharHeight = 3.0;    // mm
 constexpr double kBarcodeHeight = 12;  // mm at magnification 1
+constexpr double kPixelsPerMm = 10;    // a PNG a person can read: labels of 2 mm are 20 px
+constexpr double kLabelHeight = 2.2;   // mm between the labels of objects at one place
+constexpr double kLegendHeight = 16;   // mm below the ticket: four lines
 
 double num(const Props& p, int id) {
   auto it = p.find(id);
@@ -120,9 +123,10 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
   double tw = num(ticket, fmt::ticket::kWidth), th = num(ticket, fmt::ticket::kHeight);
   if (tw <= 0 || th <= 0) out.problems.push_back("the ticket has no width or height");
   std::string s;
-  double vw = std::max(tw, 10.0) + 2 * kMargin, vh = std::max(th, 10.0) + 2 * kMargin;
-  s += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + mm(vw * 4) + "\" height=\"" +
-       mm(vh * 4) + "\" viewBox=\"" + mm(-kMargin) + " " + mm(-kMargin) + " " + mm(vw) + " " +
+  double vw = std::max(tw, 60.0) + 2 * kMargin,
+         vh = std::max(th, 10.0) + 2 * kMargin + kLegendHeight;
+  s += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + mm(vw * kPixelsPerMm) +
+       "\" height=\"" + mm(vh * kPixelsPerMm) + "\" viewBox=\"" + mm(-kMargin) + " " + mm(-kMargin) + " " + mm(vw) + " " +
        mm(vh) + "\" font-family=\"sans-serif\">\n";
   s += "<title>layout " + std::to_string(layout_id) + " of department " + std::to_string(dept) +
        " (" + escaped(family) + " series), millimetres</title>\n";
@@ -146,6 +150,9 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
        "\" fill=\"none\" stroke=\"black\" stroke-width=\"0.3\" data-width-mm=\"" + mm(tw) +
        "\" data-height-mm=\"" + mm(th) + "\"/>\n";
 
+  // Objects at one place: their labels are stacked and the picture says so.
+  std::map<std::pair<std::string, std::string>, std::string> placed;  // (x, y) -> first label
+  std::map<std::pair<std::string, std::string>, int> stacked;
   for (std::size_t i = 1; i < got.objects.size(); ++i) {
     const auto& o = got.objects[i];
     Props p(o.properties.begin(), o.properties.end());
@@ -212,7 +219,14 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
                 "\" y2=\"" + mm(b.h) + "\" stroke=\"#999\" stroke-width=\"0.2\"/>";
       }
     }
-    bool not_sent = family == "3000" && num(p, 0) > fmt::kMaxFieldNumber3000;
+    bool not_sent = family == "3000" && layout::left_out_of_3000(field);
+    auto at = std::make_pair(mm(b.x), mm(b.y));
+    int above = stacked[at]++;
+    if (above == 0)
+      placed[at] = kind + " " + field;
+    else
+      out.problems.push_back(kind + " " + field + " stands at the same place as " + placed[at] +
+                             " (" + at.first + ", " + at.second + " mm): one prints over the other");
     bool outside = b.x < 0 || b.y < 0 || b.x + (b.direction % 2 ? b.h : b.w) > tw + 1e-9 ||
                    b.y + (b.direction % 2 ? b.w : b.h) > th + 1e-9;
     if (outside)
@@ -229,11 +243,25 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
       s += "<rect width=\"" + mm(b.w) + "\" height=\"" + mm(b.h) + "\" fill=\"none\" stroke=\"" +
            std::string(outside ? "red" : "#999") +
            "\" stroke-width=\"0.4\" stroke-dasharray=\"1 1\"/>";
-    s += "<text x=\"0.5\" y=\"-0.5\" font-size=\"2\" fill=\"#036\">" +
+    // The first label stands above its box, the labels of the objects under it below.
+    double label_y = above == 0 ? -0.5 : b.h + 2 + (above - 1) * kLabelHeight;
+    s += "<text x=\"0.5\" y=\"" + mm(label_y) +
+         "\" font-size=\"2\" fill=\"#036\">" +
          escaped(cp1252_to_utf8(label)) + (not_sent ? " (not sent to the 3000 series)" : "") +
          "</text></g>\n";
   }
-  s += "</svg>\n";
+  // What the labels mean.
+  double ly = std::max(th, 10.0) + 5;
+  std::vector<std::string> legend = {"F7: field 7, T1: data type 1, B5: barcode type 5",
+                                     "image X.BMP: the logo's picture file",
+                                     "dashed red: reaches outside the ticket"};
+  if (family == "3000") legend.push_back("faded, dashed grey: not sent to the 3000 series");
+  s += "<g class=\"legend\" font-size=\"2\" fill=\"#333\">\n";
+  for (const auto& line : legend) {
+    s += "<text x=\"0\" y=\"" + mm(ly) + "\">" + escaped(line) + "</text>\n";
+    ly += 3;
+  }
+  s += "</g>\n</svg>\n";
   out.svg = std::move(s);
   return out;
 }

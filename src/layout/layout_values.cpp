@@ -2,7 +2,9 @@
 
 #include "automation/conversions.h"
 #include "config/xml_file.h"
+#include "frame/modUtility.h"
 #include "frame/report_error.h"
+#include "layout/layout_format.h"
 
 namespace qk::layout {
 
@@ -91,6 +93,10 @@ int32_t m_lngRetrieveNearestFieldValue(pugi::xml_node& node, int32_t& value) {
     result = automation::double_to_int32(found);
   });
   return result;
+}
+
+bool left_out_of_3000(const std::string& field) {
+  return modUtility::p_lngNumericValue(field) > layout_format::kMaxFieldNumber3000;
 }
 
 }  // namespace qk::layout

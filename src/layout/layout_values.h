@@ -25,4 +25,8 @@ int32_t m_lngConvertFontId(pugi::xml_node& node, int32_t font);
 int32_t m_lngConvertZoomId(pugi::xml_node& node, int32_t zoom);
 int32_t m_lngRetrieveNearestFieldValue(pugi::xml_node& node, int32_t& value);
 
+// The 3000 series leaves out objects whose field number is over 50: the encoder, the checker
+// and the preview all ask this.
+bool left_out_of_3000(const std::string& field);
+
 }  // namespace qk::layout
