@@ -2,6 +2,7 @@
 #include <set>
 
 #include "commands.h"
+#include "listing.h"
 #include "network.h"
 #include "numbers.h"
 #include "qk/error.h"
@@ -75,6 +76,8 @@ void add_commands(CLI::App& app, Options& options) {
   add_params_command(app, options);
   add_layout_command(app, options);
   add_sync_commands(app, options);
+  add_listing_command(app, options, "layouts", "TICKET", "ticket layouts");
+  add_listing_command(app, options, "images", "IMMAGINI", "images");
   read_numbers_as_decimal(app);
 }
 

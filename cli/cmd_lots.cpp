@@ -1,5 +1,8 @@
 // lot, lots, ads, etexts, params, and the flags/reset commands of lots and advertising messages.
+#include <nlohmann/json.hpp>
+
 #include "commands.h"
+#include "listing.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
@@ -30,7 +33,7 @@ std::vector<std::string> lot_records(qk::clsTraceability& t, const std::string& 
 
 struct AdOptions {
   int32_t counter = 1, id = 0, line = 0;
-  bool all = false;
+  bool all = false, list = false;
 };
 
 }  // namespace
@@ -57,13 +60,19 @@ void add_lot_commands(CLI::App& app, Options& g) {
   auto* lots = app.add_subcommand("lots", "The lot numbers of a department");
   lots->add_option("--dept", lo->dept, "department")->required();
   lots->add_flag("--variated", lo->variated, "only lots still pending on some line");
-  lots->callback([lo] {
+  lots->callback([&g, lo] {
     qk::clsTraceability t;
     t.p_lngBnc(lo->dept);
     t.p_RetrieveTraceabilityId(lo->variated);
     auto list = t.p_objNumberOfRecord();
-    for (long i = 1; list && i <= list->Count(); ++i)
-      std::printf("%s\n", list->Item(i).to_string().c_str());
+    nlohmann::json numbers = nlohmann::json::array();
+    for (long i = 1; list && i <= list->Count(); ++i) {
+      if (g.format == Format::Json)
+        numbers.push_back(list->Item(i).to_int32());
+      else
+        std::printf("%s\n", list->Item(i).to_string().c_str());
+    }
+    if (g.format == Format::Json) std::printf("%s\n", numbers.dump().c_str());
   });
 
   auto ao = std::make_shared<AdOptions>();
@@ -71,10 +80,11 @@ void add_lot_commands(CLI::App& app, Options& g) {
   add_dept_option(ads, ao->counter);
   auto* id = ads->add_option("--id", ao->id, "message number");
   auto* all = ads->add_flag("--all", ao->all, "every message of the counter");
-  id->excludes(all);
-  all->excludes(id);
+  auto* list = ads->add_flag("--list", ao->list, "the department's messages as rows (the default)");
+  id->excludes(all, list);
+  all->excludes(id, list);
   ads->callback([&g, ao] {
-    if (!ao->all && ao->id == 0) throw CLI::ValidationError("ads", "give --id N or --all");
+    if (!ao->all && ao->id == 0) return list_rows(g, "ADVERTISING", ao->counter);
     qk::sync::ContextScope context((ao->all ? std::string("advertising messages")
                                             : "advertising message " + std::to_string(ao->id)) +
                                    " of department " + std::to_string(ao->counter));
@@ -97,9 +107,12 @@ void add_lot_commands(CLI::App& app, Options& g) {
   });
 
   auto ec = std::make_shared<int32_t>(1);
+  auto el = std::make_shared<bool>(false);
   auto* etexts = app.add_subcommand("etexts", "Electronic texts (5000 series)");
   add_dept_option(etexts, *ec);
-  etexts->callback([&g, ec] {
+  etexts->add_flag("--list", *el, "the department's texts as rows, not their messages");
+  etexts->callback([&g, ec, el] {
+    if (*el) return list_rows(g, "ETEXT", *ec);
     qk::sync::ContextScope context("electronic texts of department " + std::to_string(*ec));
     qk::clsAdvertisingMessage opener;  // creates this thread's database object
     qk::clsEText e;

@@ -27,21 +27,29 @@ void say_all(const std::vector<std::string>& problems) {
   for (const auto& p : problems) fail(p);
 }
 
+// The network with the records pending on each line (a line of a family the sync does not know
+// shows "unknown": nothing is sent to it).
 void list_lines(const Options& g) {
   auto a = sync::open_archive_tools();
   std::vector<std::string> problems;
-  auto network = sync::read_network(*a, &problems);
+  auto lines = sync::list_pending(*a, {}, &problems);
   say_all(problems);
   if (g.format == Format::Json) {
     nlohmann::json out = nlohmann::json::array();
-    for (const auto& l : network)
-      out.push_back({{"dept", l.dept}, {"line", l.line}, {"family", l.family}, {"scale", l.scale}});
+    for (const auto& l : lines)
+      out.push_back({{"dept", l.where.dept},
+                     {"line", l.where.line},
+                     {"family", l.where.family},
+                     {"scale", l.where.scale},
+                     {"pending", l.known_family ? nlohmann::json(l.records.size()) : nullptr}});
     std::printf("%s\n", out.dump(1).c_str());
     return;
   }
-  std::printf("%-6s %-5s %-8s %s\n", "dept", "line", "family", "scale");
-  for (const auto& l : network)
-    std::printf("%-6d %-5d %-8s %d\n", l.dept, l.line, l.family.c_str(), l.scale);
+  std::printf("%-6s %-5s %-8s %-6s %s\n", "dept", "line", "family", "scale", "pending");
+  for (const auto& l : lines)
+    std::printf("%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
+                l.where.scale,
+                l.known_family ? std::to_string(l.records.size()).c_str() : "unknown");
 }
 
 // The network as a drawing: a row per department, a box per line with its family, scale and
