@@ -21,6 +21,11 @@
 #include "qk/translations.h"
 #include "registry/clsRegistry.h"
 #include "table_import.h"
+#include "demo.h"
+#include "layout/layout_receive.h"
+#include "network.h"
+#include "qk/clsLayout.h"
+#include "qk/sqlite_archive.h"
 
 namespace qk::fuzz {
 
@@ -64,6 +69,17 @@ void require(bool property) {
   if (!property) std::abort();
 }
 
+// The installation folder the caller set (the replay's temporary folder), or one of our own.
+std::string scratch_home() {
+  const char* home = std::getenv("QK_HOME");
+  if (home && std::filesystem::is_directory(home)) return home;
+  std::string d = (std::filesystem::temp_directory_path() / "qk-fuzz-XXXXXX").string();
+  require(mkdtemp(d.data()) != nullptr);
+  setenv("QK_HOME", d.c_str(), 1);
+  setenv("XDG_CONFIG_HOME", (d + "/cfg").c_str(), 1);
+  return d;
+}
+
 }  // namespace
 
 int bitmap(const uint8_t* data, std::size_t size) {
@@ -105,6 +121,68 @@ int sql(const uint8_t* data, std::size_t size) {
   return 0;
 }
 
+int registry(const uint8_t* data, std::size_t size) {
+  try {
+    companions::RegExport().parse(text_of(data, size), "fuzz.reg");
+  } catch (const automation::Error& e) {
+    require(e.number() == automation::kTypeMismatch &&
+            e.description().find("fuzz.reg") != std::string::npos);
+  }
+  return 0;
+}
+
+int layout(const uint8_t* data, std::size_t size) {
+  std::string folder = scratch_home();
+  static bool registered = [] {
+    register_sqlite_archive();
+    register_translations();
+    register_registry_helper();
+    return true;
+  }();
+  (void)registered;
+  quiet_host();
+  // A demo archive in the folder, made once per folder.
+  if (!std::filesystem::exists(folder + "/Archivi.sqlite")) {
+    qkp::write_default_files(folder, true);
+    auto tools = sync::new_archive_tools();
+    tools->begin_new_archive(kArchiveName, true);
+    tools->begin_write();
+    qkp::fill_demo_archive(*tools);
+    tools->commit();
+    tools->publish_new_archive();
+  }
+  std::string text = text_of(data, size);
+  pugi::xml_document configuration;
+  configuration.load_file((folder + "/Configurazione.xml").c_str());
+  clsConvertion mapping;
+  layout::Lookups lookups{configuration, mapping, [](const std::string&) { return int32_t{0}; }};
+  for (bool series5000 : {false, true}) {
+    try {
+      series5000 ? layout::read_5000(text, 1, lookups) : layout::read_3000(text, 1, lookups);
+    } catch (const automation::Error& e) {
+      require(e.number() == automation::kInvalidProcedureCall && !e.description().empty());
+    }
+    // Stored as layout 90 of department 1, then taken out again for the next input.
+    long reports = host::reports_on_this_thread();
+    {
+      clsLayout l;
+      l.p_lngBnc(1);
+      l.p_lngTicketId(1);
+      l.p_lngLayoutToImport(90);
+      series5000 ? l.p_ParseReceivedMessageO50(text) : l.p_ParseReceivedMessage(text);
+    }
+    bool refused = host::reports_on_this_thread() != reports;
+    auto tools = sync::open_archive_tools();
+    for (const char* name : {"TICKET_PROPERTY", "TICKET_DETAIL", "TICKET"}) {
+      const archive::Table& t = *archive::find_table(name);
+      Where layout90{{std::string(t.department), 1}, {std::string(t.key[1]), 90}};
+      require(!refused || tools->select_rows(t, layout90)->Eof());
+      tools->delete_rows(t, layout90);
+    }
+  }
+  return 0;
+}
+
 int csv(const uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   auto all = archive::tables();
@@ -123,16 +201,7 @@ int csv(const uint8_t* data, std::size_t size) {
 }
 
 int xml(const uint8_t* data, std::size_t size) {
-  // The installation folder the caller set (the replay's temporary folder), or one of our own.
-  static std::string folder = [] {
-    const char* home = std::getenv("QK_HOME");
-    if (home && std::filesystem::is_directory(home)) return std::string(home);
-    std::string d = (std::filesystem::temp_directory_path() / "qk-fuzz-xml-XXXXXX").string();
-    require(mkdtemp(d.data()) != nullptr);
-    setenv("QK_HOME", d.c_str(), 1);
-    setenv("XDG_CONFIG_HOME", (d + "/cfg").c_str(), 1);
-    return d;
-  }();
+  std::string folder = scratch_home();
   static bool registered = [] {
     register_translations();
     register_registry_helper();
@@ -204,7 +273,8 @@ int number(const uint8_t* data, std::size_t size) {
 
 const std::vector<NamedTarget>& targets() {
   static const std::vector<NamedTarget> all = {
-      {"bitmap", bitmap}, {"sql", sql}, {"csv", csv}, {"xml", xml}, {"number", number}};
+      {"bitmap", bitmap}, {"sql", sql},       {"csv", csv},       {"xml", xml},
+      {"number", number}, {"registry", registry}, {"layout", layout}};
   return all;
 }
 

@@ -22,6 +22,13 @@ struct NamedTarget {
 int bitmap(const uint8_t* data, std::size_t size);
 // The SQL dialect translator and parameterizer, and the registry export reader.
 int sql(const uint8_t* data, std::size_t size);
+// A registry export file as it is (8-bit, UTF-8 or UTF-16 with their marks): read whole or
+// refused with error 13 naming the file and line, never another failure.
+int registry(const uint8_t* data, std::size_t size);
+// Layouts sent back by scales: read as 3000 records and as 5000 messages (refused with error 5
+// naming a position), then stored through the component as layout receive stores them, in a demo
+// archive; a refused input leaves no row of the layout behind.
+int layout(const uint8_t* data, std::size_t size);
 // CSV import: parsing with either separator and the checks of every value against the table the
 // first byte chooses.
 int csv(const uint8_t* data, std::size_t size);
