@@ -134,6 +134,10 @@ std::string describe_status(int status) {
     return "was not found (the shell exited with status 127: no such command)";
   if (WIFEXITED(status) && WEXITSTATUS(status) == 126)
     return "could not be run (the shell exited with status 126: not executable)";
+  // The shell's status for a command a signal ended.
+  if (WIFEXITED(status) && WEXITSTATUS(status) > 128 && WEXITSTATUS(status) < 128 + 65)
+    return "was killed by signal " + std::to_string(WEXITSTATUS(status) - 128) +
+           " (the shell exited with status " + std::to_string(WEXITSTATUS(status)) + ")";
   if (WIFEXITED(status)) return "exited with status " + std::to_string(WEXITSTATUS(status));
   if (WIFSIGNALED(status)) return "was killed by signal " + std::to_string(WTERMSIG(status));
   return "ended";
