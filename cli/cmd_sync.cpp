@@ -179,7 +179,9 @@ void run_sync(const SyncCommand& c) {
     o.progress = [](long n) {
       if (n % 200 == 0) std::fprintf(stderr, "\rqkp: %ld records sent", n);
     };
+  lost_connection_said_by_command(true);
   sync::SyncReport r = sync::run_sync(*a, *transport, o);
+  lost_connection_said_by_command(false);
   if (terminal) std::fprintf(stderr, "\r");
   if (r.status == sync::SyncReport::Busy) {
     note("line " + std::to_string(o.scope.line) + " of " + a->location() +

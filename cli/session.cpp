@@ -16,6 +16,7 @@ namespace qkp {
 namespace {
 
 int g_status = kExitOk;
+bool g_lost_said = false;
 
 std::string prefixed(const std::string& text) {
   const std::string& context = qk::sync::current_context();
@@ -47,6 +48,7 @@ class StderrLogger : public qk::Logger {
                 const std::string& procedure, const std::string& description, int16_t,
                 int32_t number) override {
     g_status = kExitFailed;
+    if (g_lost_said && number == qk::automation::kRemoteServerUnavailable) return;
     std::fprintf(stderr, "%s\n",
                  prefixed(qk::automation::error_label(number) + " in " + qk::cp1252_to_utf8(project) +
                           "." + qk::cp1252_to_utf8(module) + "." + qk::cp1252_to_utf8(procedure) +
@@ -88,6 +90,10 @@ void start_session() {
     return int(qk::host::kAnswerOk);
   };
   qk::host::start(o);
+}
+
+void lost_connection_said_by_command(bool said) {
+  g_lost_said = said;
 }
 
 int exit_status() {

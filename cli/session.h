@@ -24,6 +24,9 @@ void start_session();
 int exit_status();
 // Asks for a status; a failure (1) is never replaced by a milder one.
 void set_exit_status(int status);
+// While a command says itself that the archive's connection was lost (the sync does, once, with
+// its cause), the component's own reports of that loss are counted but not printed again.
+void lost_connection_said_by_command(bool said);
 // Counts a failure found by the tool itself and prints it ("qkp: <context>: <text>").
 void fail(const std::string& text);
 // Prints a note on stderr without counting a failure.

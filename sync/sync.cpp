@@ -72,6 +72,7 @@ class LineSync {
     };
     std::vector<Opened> kinds;
     std::size_t pending = 0;
+    if (lost_) return false;
     for (const SourceEntry& e : sources()) {
       const char* form = form_of(*c.forms, e.kind);
       if (!form || (!e.flagged && !o_.scope.full && e.kind != Kind::Date)) continue;
@@ -83,6 +84,7 @@ class LineSync {
         if (e.flagged) pending += ids.size();
         kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
       } catch (const std::exception& ex) {
+        if (lost()) return false;
         problem(std::string(kind_name(e.kind)) + " could not be listed: " + error_text(ex));
         ++r_.tally[e.kind].failed;
       }
@@ -91,12 +93,35 @@ class LineSync {
     envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
     for (auto& k : kinds)
       for (std::size_t i = 0; i < k.ids.size(); ++i)
-        if (!deliver(k.kind, k.flagged, k.source, std::span(k.ids).subspan(i))) return stop();
+        if (!deliver(k.kind, k.flagged, k.source, std::span(k.ids).subspan(i)))
+          return lost_ ? false : stop();
     return true;
   }
 
   // Makes the last batch durable and resets it; false when delivery stopped.
-  bool finish() { return flush() || stop(); }
+  bool finish() { return (flush() && !lost_) || (!lost_ && stop()); }
+
+  // Whether the archive's connection was lost: then the sync stops at once, says so once, and
+  // tries nothing more on the archive. What was delivered but not yet reset will be sent again.
+  bool lost() {
+    if (lost_) return true;
+    std::string why = a_.connection_lost();
+    if (why.empty()) return false;
+    lost_ = true;
+    reading_ = false;
+    forget_states();
+    std::size_t unreset = 0;
+    for (const auto& w : waiting_) unreset += w.source ? 1 : 0;
+    o_.say(a_.location() + ": the connection to the archive was lost (" + why +
+           "); the sync stops here: what was reset stays reset, everything else stays pending" +
+           (unreset ? " (" + std::to_string(unreset) +
+                          " records delivered but not reset will be sent again)"
+                    : ""));
+    r_.status = SyncReport::Failed;
+    r_.stopped = why;
+    waiting_.clear();
+    return true;
+  }
 
  private:
   struct Waiting {
@@ -124,8 +149,14 @@ class LineSync {
     // record but resets only those pending on the line when they are built (resetting the others
     // would write back the flags they already have).
     bool pending = flagged && !o_.scope.full;
+    if (lost_) return false;
     if (!reading_) {
-      a_.begin_read();
+      try {
+        a_.begin_read();
+      } catch (const std::exception& ex) {
+        if (lost()) return false;
+        throw;
+      }
       reading_ = true;
     }
     ContextScope context(line_context_ + ", " + source.label(id));
@@ -154,11 +185,13 @@ class LineSync {
       }
       strings = source.build(id);
     } catch (const std::exception& ex) {
+      if (lost()) return false;
       problem("error while building: " + error_text(ex));
       strings.clear();
     }
     std::erase(strings, std::string());
     if (pending) w.source = from;
+    if ((strings.empty() || watch.reported()) && lost()) return false;
     if (strings.empty() || watch.reported()) {
       ++tally.failed;
       problem(std::string("could not be built") + (flagged ? ", left pending" : ", not sent"));
@@ -213,8 +246,12 @@ class LineSync {
 
   void end_reading() {
     if (reading_) {
-      a_.end_read();
       reading_ = false;
+      try {
+        a_.end_read();
+      } catch (const std::exception&) {
+        if (!lost()) throw;
+      }
     }
     forget_states();
   }
@@ -223,7 +260,7 @@ class LineSync {
   // unchanged since they were built.
   bool flush() {
     end_reading();
-    if (waiting_.empty()) return true;
+    if (waiting_.empty() || lost_) return !lost_;
     if (!t_.commit()) return false;
     settle_waiting();
     return true;
@@ -266,6 +303,7 @@ class LineSync {
     } catch (const std::exception& ex) {
       a_.guard_resets(nullptr);
       a_.rollback();
+      if (lost()) return;
       problem("the flags of " + std::to_string(waiting_.size()) +
               " delivered records could not be written (" + error_text(ex) +
               "); they will be sent again");
@@ -307,7 +345,7 @@ class LineSync {
   std::map<int32_t, GroupState> states_;
   std::optional<GroupRef> states_scope_;
   int32_t states_first_ = 0, states_last_ = 0, line_ = 0;
-  bool reading_ = false, warned_ = false;
+  bool reading_ = false, warned_ = false, lost_ = false;
   long delivered_ = 0;
 };
 
@@ -372,17 +410,26 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   std::vector<std::string> problems;
   bool stopped = false;
   LineSync lines(a, t, o, r);
-  int visited = for_each_line(
-      a, o.scope,
-      [&](const LineContext& c) {
-        if (!stopped) stopped = !lines.run(c);
-      },
-      [&](const ScaleLine& l) {
-        o.say(describe(l) + ": the family " + l.family + " is unknown; nothing sent");
-        r.status = SyncReport::Failed;
-      },
-      &problems);
-  if (!stopped) stopped = !lines.finish();
+  int visited = 0;
+  try {
+    visited = for_each_line(
+        a, o.scope,
+        [&](const LineContext& c) {
+          if (!stopped) stopped = !lines.run(c);
+        },
+        [&](const ScaleLine& l) {
+          o.say(describe(l) + ": the family " + l.family + " is unknown; nothing sent");
+          r.status = SyncReport::Failed;
+        },
+        &problems);
+    if (!stopped) stopped = !lines.finish();
+  } catch (const std::exception& e) {
+    // What the archive raised outside a record (reading the network, a transaction): the run
+    // still ends with its report.
+    if (!lines.lost()) problems.push_back(error_text(e));
+    stopped = true;
+    visited = std::max(visited, 1);
+  }
   // The transport ends its processes now, so that how they ended is part of the report.
   if (!t.finish() && !stopped) {
     problems.push_back("the transport did not end cleanly: " + t.error());

@@ -11,6 +11,8 @@
 #include <set>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "tool_fixture.h"
 
 using namespace qk::testing;
@@ -181,6 +183,64 @@ TEST_P(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
   EXPECT_GT(cleared, 0);
   RecordProperty("cleared", cleared);
   RecordProperty("pending", pending);
+}
+
+// The server goes away in the middle of a sync (the test's database ends its connections and
+// takes no new ones): one message names the archive and the cause, the run's summary follows,
+// nothing more is tried, and every record that was reset had been delivered.
+TEST_P(SyncSafety, ALostServerEndsTheSyncWithOneMessageAndResetsOnlyWhatWent) {
+  if (server.empty()) GTEST_SKIP() << "a file archive has no server to lose";
+  std::string before, log = dir.file("log"), errors = dir.file("errors");
+  ASSERT_EQ(qkp("--format json pending --line 1", &before), 0) << err;
+  pid_t pid = fork();
+  if (pid == 0) {
+    std::string cmd = std::string(QKP_BINARY) + " --home " + home +
+                      " sync --line 1 --exec 'printf \"%s %s %s\\n\" $QK_DEPT $QK_KIND $QK_ID >> " +
+                      log + "; sleep 0.1' 2>" + errors;
+    execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+    _exit(127);
+  }
+  for (int i = 0; i < 500 && lines_of(file_bytes(log)).size() < 4; ++i) usleep(10000);
+  std::string database = server.substr(server.find("///") + 3);
+  database = database.substr(0, database.find('?'));
+  std::string admin = PgServer::get().uri("postgres");
+  ASSERT_EQ(PgServer::exec(admin, "ALTER DATABASE " + database + " WITH ALLOW_CONNECTIONS false"),
+            "");
+  PgServer::rows(admin, "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '" +
+                            database + "'");
+  EXPECT_EQ(exit_status_of(pid), 1);
+  ASSERT_EQ(PgServer::exec(admin, "ALTER DATABASE " + database + " WITH ALLOW_CONNECTIONS true"),
+            "");
+  std::string said = file_bytes(errors);
+  std::size_t lost = 0, other = 0;
+  for (const auto& line : lines_of(said)) {
+    if (line.find("the connection to the archive was lost (") != std::string::npos)
+      ++lost;
+    else if (line.find("records delivered") == std::string::npos &&
+             line.rfind("qkp: sync of line 1:", 0) != 0)
+      ++other;
+  }
+  EXPECT_EQ(lost, 1u) << said;
+  EXPECT_EQ(other, 0u) << said;
+  EXPECT_NE(said.find("qkp: sync of line 1: "), std::string::npos) << "the summary: " << said;
+  // A record no longer pending was delivered.
+  std::string after;
+  qkp("--format json pending --line 1", &after);
+  std::set<std::string> delivered, still;
+  for (const auto& l : lines_of(file_bytes(log))) delivered.insert(l);
+  auto records = [](const std::string& json, std::set<std::string>* into) {
+    for (const auto& line : nlohmann::json::parse(json))
+      for (const auto& r : line["records"])
+        into->insert(std::to_string(line["dept"].get<int>()) + " " +
+                     r["kind"].get<std::string>() + " " + std::to_string(r["id"].get<int>()));
+  };
+  std::set<std::string> pending_before, pending_after;
+  records(before, &pending_before);
+  records(after, &pending_after);
+  EXPECT_LT(pending_after.size(), pending_before.size()) << "some records went";
+  EXPECT_FALSE(pending_after.empty()) << "the sync was stopped half-way";
+  for (const auto& r : pending_before)
+    EXPECT_TRUE(pending_after.count(r) || delivered.count(r)) << r << " reset, never delivered";
 }
 
 TEST_P(SyncSafety, OneSyncOfALineAtATime) {

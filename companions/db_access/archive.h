@@ -49,6 +49,9 @@ class Archive {
   virtual void begin(bool write) = 0;
   virtual void end(bool commit) = 0;
   virtual bool in_transaction() = 0;
+  // Why the connection to the database was lost, or "" while it works. Once lost, every call
+  // raises error 462 at once: nothing more is tried on that connection.
+  virtual std::string lost() const { return ""; }
 
   // A transaction that rolls back unless committed. Inside an open transaction it joins it:
   // the outer one decides.

@@ -119,6 +119,10 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
   a.guard_left += std::max<long>(all, static_cast<long>(rows.size())) - updated;
 }
 
+std::string clsDbAccess::connection_lost() const {
+  return archive_ ? archive_->lost() : "";
+}
+
 std::string clsDbAccess::location() const {
   if (!archive_) raise(automation::kObjectNotSet);
   return archive_->path();

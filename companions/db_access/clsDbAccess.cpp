@@ -32,7 +32,9 @@ std::shared_ptr<Archive> shared_archive(const std::string& path) {
   struct stat st {};
   bool exists = Archive::is_server(path) || ::stat(path.c_str(), &st) == 0;
   auto it = cache.find(path);
-  if (it != cache.end() && exists && it->second.dev == st.st_dev && it->second.ino == st.st_ino)
+  // A server connection that was lost is opened anew by the next object that asks.
+  if (it != cache.end() && exists && it->second.dev == st.st_dev && it->second.ino == st.st_ino &&
+      it->second.archive->lost().empty())
     return it->second.archive;
   auto a = Archive::open(path);
   cache[path] = {a, st.st_dev, st.st_ino};

@@ -59,6 +59,7 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
 
   // The tools' members (qk/archive_tools.h).
   std::string location() const override;
+  std::string connection_lost() const override;
   void begin_read() override;
   void end_read() override;
   void begin_write() override;

@@ -232,10 +232,27 @@ bool PgArchive::has_table(const std::string& name) {
 }
 
 void PgArchive::fail(const std::string& what, const char* detail) {
-  std::string why = detail ? detail : "";
+  std::string why = detail && *detail ? detail : PQerrorMessage(conn_);
   while (!why.empty() && (why.back() == '\n' || why.back() == ' ')) why.pop_back();
+  // The server's messages come on several lines, indented: one line here.
+  std::string one_line;
+  for (char c : why)
+    if (!std::isspace(static_cast<unsigned char>(c)) || (!one_line.empty() && one_line.back() != ' '))
+      one_line += std::isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+  why = one_line;
   if (depth_ > 0) aborted_ = true;
+  if (PQstatus(conn_) == CONNECTION_BAD) {
+    // The server is gone, or ended this connection: the first cause is the one to tell.
+    lost_ = why.empty() ? "the server closed the connection" : why;
+    usable();
+  }
   raise(automation::kDatabaseError, what + ": " + why + " (archive " + path_ + ")");
+}
+
+void PgArchive::usable() const {
+  if (!lost_.empty())
+    raise(automation::kRemoteServerUnavailable,
+          "the connection to the archive " + path_ + " was lost: " + lost_);
 }
 
 PGresult* PgArchive::checked(PGresult* r, const std::string& what) {
@@ -247,6 +264,7 @@ PGresult* PgArchive::checked(PGresult* r, const std::string& what) {
 }
 
 const PgArchive::Prepared& PgArchive::prepare(const std::string& sql) {
+  usable();
   auto it = statements_.find(sql);
   if (it != statements_.end()) return it->second;
   Prepared p{"qk" + std::to_string(statements_.size() + 1), 0};
@@ -342,6 +360,7 @@ int PgArchive::execute(const std::string& sql, const std::vector<Variant>& param
 }
 
 void PgArchive::execute_script(const std::string& sql) {
+  usable();
   PQclear(checked(PQexec(conn_, sql.c_str()), "cannot run the script"));
 }
 
@@ -350,6 +369,7 @@ void PgArchive::begin(bool write) {
     ++depth_;
     return;
   }
+  usable();
   aborted_ = false;
   // A read sees one snapshot for the whole transaction, as a SQLite read transaction does; a
   // write works row by row, and an update finds a row another writer changed meanwhile in its
@@ -365,6 +385,10 @@ void PgArchive::end(bool commit) {
   if (--depth_ > 0) return;
   bool rollback = aborted_;
   aborted_ = false;
+  // The server rolled back what a lost connection held: a rollback has nothing left to do, and
+  // one asked for in a destructor must not raise.
+  if (!lost_.empty() && !commit) return;
+  usable();
   PQclear(checked(PQexec(conn_, rollback ? "ROLLBACK" : "COMMIT"), "cannot end a transaction"));
   if (rollback && commit)
     raise(automation::kDatabaseError,

@@ -30,6 +30,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   void begin(bool write) override;
   void end(bool commit) override;
   bool in_transaction() override { return depth_ > 0; }
+  std::string lost() const override { return lost_; }
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
@@ -46,6 +47,8 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
     std::string name;
     int parameters;
   };
+  // Raises the lost connection's error when the connection was lost.
+  void usable() const;
   const Prepared& prepare(const std::string& sql);
   // Runs a prepared statement; the caller clears the result.
   pg_result* run(const std::string& sql, const std::vector<Variant>& params);
@@ -53,6 +56,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   pg_result* checked(pg_result* r, const std::string& what);
   [[noreturn]] void fail(const std::string& what, const char* detail);
   bool has_table(const std::string& name);
+  std::string lost_;  // why the connection was lost
   // A result column's table, by the identifier the server gives it ("?" for none).
   std::string table_name(unsigned oid);
 

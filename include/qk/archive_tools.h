@@ -84,6 +84,9 @@ class ArchiveTools : public virtual automation::Object {
 
   // Where the archive is (a file path or a connection without its password), for messages.
   virtual std::string location() const = 0;
+  // Why the connection to the archive's server was lost, or "" while it works (a file is never
+  // lost). Once lost, every member raises error 462 at once without trying the server again.
+  virtual std::string connection_lost() const { return ""; }
 
   // Transactions on this thread's connection; the component's own calls made in between belong
   // to them. begin_read gives one consistent view until end_read. begin_write waits briefly for
