@@ -22,7 +22,7 @@ struct TableOptions {
   bool no_pending = false, ignore_extra = false;
 };
 
-void import_files(const std::vector<CsvFile>& files, const TableOptions& o) {
+void import_files(const std::vector<CsvInput>& files, const TableOptions& o) {
   ImportOptions io = o.import;
   io.mark = !o.no_pending;
   auto a = qk::sync::open_archive_tools();
@@ -49,8 +49,8 @@ void run_import(const TableOptions& o) {
                     : o.encoding == "utf-8" ? CsvEncoding::Utf8
                                             : CsvEncoding::Detect;
   format.ignore_extra = o.ignore_extra;
-  std::vector<CsvFile> files;
-  for (const auto& p : paths) files.push_back(read_csv(p.string(), format));
+  std::vector<CsvInput> files;
+  for (const auto& p : paths) files.push_back(csv_file(p.string(), format));
   import_files(files, o);
 }
 

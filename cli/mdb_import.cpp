@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -15,40 +16,78 @@ namespace qkp {
 
 namespace {
 
-// Runs a program (found on PATH) with arguments, no shell in between; its standard output.
-std::string run(const std::vector<std::string>& args) {
-  int out[2];
-  if (::pipe(out) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
-  pid_t pid = ::fork();
-  if (pid < 0) throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-  if (pid == 0) {
-    ::dup2(out[1], 1);
-    ::close(out[0]);
+// A program (found on PATH) started with arguments, no shell in between; its standard output
+// read as it writes. At the end of its output it is waited for: one that could not read its file
+// raises an error naming the program and the file.
+class Program {
+ public:
+  explicit Program(std::vector<std::string> args) : args_(std::move(args)) {
+    int out[2];
+    if (::pipe(out) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+    pid_ = ::fork();
+    if (pid_ < 0) throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+    if (pid_ == 0) {
+      ::dup2(out[1], 1);
+      ::close(out[0]);
+      ::close(out[1]);
+      std::vector<char*> argv;
+      for (const auto& a : args_) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      ::execvp(argv[0], argv.data());
+      ::_exit(127);
+    }
     ::close(out[1]);
-    std::vector<char*> argv;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    ::execvp(argv[0], argv.data());
-    ::_exit(127);
+    fd_ = out[0];
   }
-  ::close(out[1]);
+  ~Program() {
+    if (fd_ >= 0) ::close(fd_);
+    if (pid_ > 0) {
+      ::kill(pid_, SIGTERM);
+      wait();
+    }
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  std::size_t read(char* buffer, std::size_t capacity) {
+    while (fd_ >= 0) {
+      ssize_t n = ::read(fd_, buffer, capacity);
+      if (n < 0 && errno == EINTR) continue;
+      if (n > 0) return static_cast<std::size_t>(n);
+      ::close(fd_);
+      fd_ = -1;
+    }
+    if (pid_ > 0) {
+      int status = wait();
+      if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
+        throw std::runtime_error(
+            args_[0] + " was not found: install Debian's mdbtools (apt-get install mdbtools)");
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        throw std::runtime_error(args_[0] + " could not read " +
+                                 args_[args_.size() > 2 ? 2 : 1] + " (exit status " +
+                                 std::to_string(WEXITSTATUS(status)) + ")");
+    }
+    return 0;
+  }
+
+ private:
+  int wait() {
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return status;
+  }
+  std::vector<std::string> args_;
+  pid_t pid_ = -1;
+  int fd_ = -1;
+};
+
+std::string run(const std::vector<std::string>& args) {
+  Program p(args);
   std::string text;
   char buf[65536];
-  for (ssize_t n; (n = ::read(out[0], buf, sizeof buf)) != 0;) {
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) break;
-    text.append(buf, static_cast<std::size_t>(n));
-  }
-  ::close(out[0]);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
-    throw std::runtime_error(
-        args[0] + " was not found: install Debian's mdbtools (apt-get install mdbtools)");
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw std::runtime_error(args[0] + " could not read " + args[args.size() > 2 ? 2 : 1] +
-                             " (exit status " + std::to_string(WEXITSTATUS(status)) + ")");
+  for (std::size_t n; (n = p.read(buf, sizeof buf)) > 0;) text.append(buf, n);
   return text;
 }
 
@@ -76,12 +115,17 @@ MdbTables read_mdb(const std::string& path, const std::vector<std::string>& only
       continue;
     }
     // Dates as the archive writes them; text in UTF-8, fields quoted as import-csv reads them.
-    std::string csv = run({"mdb-export", "-D", "%Y-%m-%d %H:%M:%S", path, name});
     CsvFormat format;
     format.delimiter = ',';
     format.encoding = CsvEncoding::Utf8;
     format.ignore_extra = true;  // desktop columns the archive does not keep
-    result.files.push_back(parse_csv(std::move(csv), std::string(t->name) + ".csv", format));
+    std::vector<std::string> args = {"mdb-export", "-D", "%Y-%m-%d %H:%M:%S", path, name};
+    result.files.push_back({std::string(t->name) + ".csv", format, [args]() -> ChunkReader {
+                              auto program = std::make_shared<Program>(args);
+                              return [program](char* buffer, std::size_t capacity) {
+                                return program->read(buffer, capacity);
+                              };
+                            }});
   }
   for (const auto& w : wanted)
     throw std::runtime_error(path + " has no table " + w + " that the archive knows");

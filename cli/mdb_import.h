@@ -1,6 +1,7 @@
 // A desktop back office's database (".mdb") read through Debian's mdbtools: `mdb-tables` lists
-// its tables, `mdb-export` writes each as CSV. The tables the archive knows become CSV files for
-// import_tables; the others are named as skipped.
+// its tables, `mdb-export` writes each as CSV. The tables the archive knows become CSV inputs for
+// import_tables, each read from mdb-export as it writes (nothing is held whole); the others are
+// named as skipped.
 #pragma once
 
 #include <string>
@@ -11,7 +12,7 @@
 namespace qkp {
 
 struct MdbTables {
-  std::vector<CsvFile> files;        // one per table the archive knows, named "<TABLE>.csv"
+  std::vector<CsvInput> files;       // one per table the archive knows, named "<TABLE>.csv"
   std::vector<std::string> skipped;  // the database's other tables
 };
 

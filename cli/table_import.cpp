@@ -25,13 +25,19 @@ namespace archive = qk::archive;
 
 namespace {
 
+// What libcsv's callbacks fill: the record being read, and where the visitor stopped or what it
+// raised (nothing is thrown through the C parser).
 struct Reader {
-  CsvFile* file;
+  const RecordVisitor* each;
   std::vector<std::optional<std::string>> current;
+  long records = 0;
+  bool stopped = false;
+  std::exception_ptr failure;
 };
 
 void on_field(void* s, size_t n, void* data) {
   auto* r = static_cast<Reader*>(data);
+  if (r->stopped) return;
   if (s)
     r->current.emplace_back(std::string(static_cast<const char*>(s), n));
   else
@@ -40,7 +46,14 @@ void on_field(void* s, size_t n, void* data) {
 
 void on_record(int, void* data) {
   auto* r = static_cast<Reader*>(data);
-  r->file->records.push_back(std::move(r->current));
+  if (r->stopped) return;
+  ++r->records;
+  try {
+    r->stopped = !(*r->each)(r->current, r->records);
+  } catch (...) {
+    r->failure = std::current_exception();
+    r->stopped = true;
+  }
   r->current.clear();
 }
 
@@ -65,9 +78,48 @@ bool valid_utf8(const std::string& s, std::size_t* bad) {
   return true;
 }
 
-long line_at(const std::string& s, std::size_t offset) {
-  return 1 + static_cast<long>(std::count(s.begin(), s.begin() + static_cast<long>(offset), '\n'));
+// The length of the incomplete UTF-8 sequence that ends `s` (0 when it ends on a whole
+// character): a chunk boundary may cut a character in two.
+std::size_t cut_character(const std::string& s) {
+  for (std::size_t back = 1; back <= 3 && back <= s.size(); ++back) {
+    auto c = static_cast<unsigned char>(s[s.size() - back]);
+    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: look further back
+    std::size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 1;
+    return n > back ? back : 0;
+  }
+  return 0;
 }
+
+constexpr std::size_t kChunk = 1 << 16;
+
+// UTF-8 checked chunk by chunk: a character cut by a chunk's end is checked with the next one.
+class Utf8Check {
+ public:
+  // False at the first byte that is not UTF-8 (line() and byte() then say where).
+  bool feed(const std::string& chunk) {
+    std::string part = carry_ + chunk;
+    std::size_t cut = cut_character(part), bad = 0;
+    std::string whole = part.substr(0, part.size() - cut);
+    if (!valid_utf8(whole, &bad)) {
+      line_ += std::count(whole.begin(), whole.begin() + static_cast<long>(bad), '\n');
+      offset_ += bad;
+      return false;
+    }
+    line_ += std::count(whole.begin(), whole.end(), '\n');
+    offset_ += whole.size();
+    carry_ = part.substr(part.size() - cut);
+    return true;
+  }
+  // False when the input ends inside a character.
+  bool finish() const { return carry_.empty(); }
+  long line() const { return line_; }
+  std::size_t byte() const { return offset_ + 1; }
+
+ private:
+  std::string carry_;
+  long line_ = 1;
+  std::size_t offset_ = 0;
+};
 
 // The separator the header line uses: ";" when it has more of them than commas (the usual
 // separator where the decimal mark is a comma), else ",".
@@ -158,13 +210,16 @@ struct Row {
   std::vector<Variant> values;
 };
 
-// One table's file, checked: the columns named by the header and every row's values.
+// One table's file as its header describes it: the table, the columns the rows give (the
+// fields they come from) and those left to their default.
 struct TableRows {
   const archive::Table* table;
   std::string path;
   std::vector<std::string> columns;
-  std::vector<Row> rows;
   std::vector<std::string> notes;
+  std::vector<std::size_t> kept;         // the field of each column the file gives
+  std::vector<std::string> defaulted;    // identity columns the file leaves out
+  std::size_t given = 0;                 // fields per record
 
   std::size_t index(std::string_view column) const {
     for (std::size_t i = 0; i < columns.size(); ++i)
@@ -184,40 +239,39 @@ struct TableRows {
   }
 };
 
-TableRows check_file(const CsvFile& f) {
-  std::string name = std::filesystem::path(f.path).stem().string();
+TableRows check_header(const std::string& path, const std::vector<std::optional<std::string>>* header,
+                       bool ignore_extra) {
+  std::string name = std::filesystem::path(path).stem().string();
   const archive::Table* t = archive::find_table_any_case(name);
   if (!t) {
     std::string known;
     for (const auto& table : archive::tables())
       known += (known.empty() ? "" : ", ") + std::string(table.name);
-    refuse(f.path + ": the archive has no table " + name +
+    refuse(path + ": the archive has no table " + name +
            " (files are named after a table: " + known + ")");
   }
-  if (f.records.empty())
-    refuse(f.path + ": the file is empty; the first line must name the columns");
-  TableRows out{t, f.path, {}, {}, {}};
-  std::vector<std::size_t> kept;  // the fields each record gives, by position
+  if (!header) refuse(path + ": the file is empty; the first line must name the columns");
+  TableRows out{t, path, {}, {}, {}, {}, header->size()};
   std::vector<std::string> extra;
-  for (std::size_t i = 0; i < f.records[0].size(); ++i) {
-    std::string col = f.records[0][i].value_or("");
+  for (std::size_t i = 0; i < header->size(); ++i) {
+    std::string col = (*header)[i].value_or("");
     const archive::Column* known = archive::find_column_any_case(*t, col);
     if (known) col = std::string(known->name);
     if (archive::same_name(col, archive::kRowVersionColumn) || !known) {
-      if (f.ignore_extra) {
+      if (ignore_extra) {
         extra.push_back(col);
         continue;
       }
       if (archive::same_name(col, archive::kRowVersionColumn))
-        refuse(f.path + " line 1: " + col +
+        refuse(path + " line 1: " + col +
                " is kept by the archive itself; leave the column out (or --ignore-extra)");
-      refuse(f.path + " line 1: " + name + " has no column \"" + col +
+      refuse(path + " line 1: " + name + " has no column \"" + col +
              "\" (--ignore-extra skips the columns the archive does not have)");
     }
     if (std::count(out.columns.begin(), out.columns.end(), col))
-      refuse(f.path + " line 1: the column \"" + col + "\" is named twice");
+      refuse(path + " line 1: the column \"" + col + "\" is named twice");
     out.columns.push_back(col);
-    kept.push_back(i);
+    out.kept.push_back(i);
   }
   if (!extra.empty()) {
     std::string list;
@@ -225,25 +279,29 @@ TableRows check_file(const CsvFile& f) {
     out.notes.push_back("columns " + name + " does not have, skipped: " + list);
   }
   // Identity columns with a default may be left out (a lot's TRC_ROW is 1): they take it.
-  std::vector<std::string> defaulted;
   for (auto needed : archive::identity(*t)) {
     if (out.index(needed) != std::string::npos) continue;
     const archive::Column& c = *archive::find_column(*t, needed);
     if (!c.default_sql.empty()) {
-      defaulted.emplace_back(needed);
+      out.defaulted.emplace_back(needed);
       continue;
     }
     std::string all;
     for (auto id : archive::identity(*t)) all += (all.empty() ? "" : ", ") + std::string(id);
-    refuse(f.path + " line 1: the column " + std::string(needed) + " is missing (" + name +
+    refuse(path + " line 1: the column " + std::string(needed) + " is missing (" + name +
            "'s rows are identified by " + all + ")");
   }
-  std::size_t given = f.records[0].size();
-  out.columns.insert(out.columns.end(), defaulted.begin(), defaulted.end());
-  for (std::size_t r = 1; r < f.records.size(); ++r) {
-    const auto& rec = f.records[r];
-    long line = static_cast<long>(r + 1);
-    std::string at = f.path + " line " + std::to_string(line);
+  out.columns.insert(out.columns.end(), out.defaulted.begin(), out.defaulted.end());
+  return out;
+}
+
+// One record of the file, every value checked against its column.
+Row check_record(const TableRows& h, const std::vector<std::optional<std::string>>& rec,
+                 long line) {
+  const archive::Table* t = h.table;
+  std::string at = h.path + " line " + std::to_string(line);
+  {
+    std::size_t given = h.given;
     if (rec.size() != given) {
       std::string hint;
       for (const auto& field : rec)
@@ -255,29 +313,36 @@ TableRows check_file(const CsvFile& f) {
       refuse(at + ": " + std::to_string(rec.size()) + " fields, the header names " +
              std::to_string(given) + " columns" + hint);
     }
-    Row row{line, {}};
-    for (std::size_t c = 0; c < kept.size(); ++c) {
-      const archive::Column& col = *archive::find_column(*t, out.columns[c]);
-      std::string here = at + ", column " + out.columns[c];
-      row.values.push_back(parse_field(col, rec[kept[c]], here));
-      std::string p = qk::sync::value_problem(col, row.values.back());
-      if (!p.empty()) refuse(here + ": " + p);
-    }
-    for (const auto& d : defaulted) row.values.push_back(default_of(*archive::find_column(*t, d)));
-    out.rows.push_back(std::move(row));
   }
-  return out;
+  Row row{line, {}};
+  for (std::size_t c = 0; c < h.kept.size(); ++c) {
+    const archive::Column& col = *archive::find_column(*t, h.columns[c]);
+    std::string here = at + ", column " + h.columns[c];
+    row.values.push_back(parse_field(col, rec[h.kept[c]], here));
+    std::string p = qk::sync::value_problem(col, row.values.back());
+    if (!p.empty()) refuse(here + ": " + p);
+  }
+  for (const auto& d : h.defaulted) row.values.push_back(default_of(*archive::find_column(*t, d)));
+  return row;
 }
 
 class Importer {
  public:
   Importer(qk::ArchiveTools& a, const ImportOptions& o) : a_(a), o_(o) {}
 
-  void load(const TableRows& t, TableCount& count) {
-    if (!t.table->key.empty() || !o_.replace)
-      for (const Row& r : t.rows) load_row(t, r, count);
-    else
-      load_groups(t, count);
+  // One row as it is read. The keyboard's rows (no key) with replace are gathered one key at a
+  // time: a key's rows replace its rows as a group.
+  void add(const TableRows& t, Row r, TableCount& count) {
+    if (!t.table->key.empty() || !o_.replace) return load_row(t, r, count);
+    std::vector<std::string> k = group_key(t, r);
+    if (!group_.empty() && k != group_key(t, group_.front())) finish(t, count);
+    group_.push_back(std::move(r));
+  }
+  // The end of a file: the last key's rows.
+  void finish(const TableRows& t, TableCount& count) {
+    if (group_.empty()) return;
+    load_group(t, group_, count);
+    group_.clear();
   }
 
   long marked() const { return marked_; }
@@ -325,17 +390,17 @@ class Importer {
                        t.key_text(r, t.table->key) + "): " + what);
   }
 
-  // Tables without a key (the keyboard): the file's rows of a group replace the group's rows.
-  void load_groups(const TableRows& t, TableCount& count) {
+  std::vector<std::string> group_key(const TableRows& t, const Row& r) const {
+    std::vector<std::string> k;
+    for (auto n : t.table->replace_group) k.push_back(r.values[t.index(n)].to_text());
+    return k;
+  }
+
+  // Tables without a key (the keyboard): the file's rows of a key replace the key's rows. The
+  // rows of a key are expected together; rows of a key met again later (an unsorted file) are
+  // added to what this import already gave it.
+  void load_group(const TableRows& t, const std::vector<Row>& rows, TableCount& count) {
     const archive::Table& table = *t.table;
-    std::map<std::vector<std::string>, std::vector<const Row*>> groups;
-    std::vector<std::vector<std::string>> order;
-    for (const Row& r : t.rows) {
-      std::vector<std::string> k;
-      for (auto n : table.replace_group) k.push_back(r.values[t.index(n)].to_text());
-      if (!groups.count(k)) order.push_back(k);
-      groups[k].push_back(&r);
-    }
     auto render = [&](auto&& value_of) {
       std::vector<std::string> v;
       for (std::size_t c = 0; c < t.columns.size(); ++c) {
@@ -348,30 +413,32 @@ class Importer {
       }
       return v;
     };
-    for (const auto& k : order) {
-      const auto& rows = groups[k];
-      qk::Where where = t.where(*rows.front(), table.replace_group);
+    std::string key = t.key_text(rows.front(), table.replace_group);
+    bool again = !replaced_.insert(key).second;
+    qk::Where where = t.where(rows.front(), table.replace_group);
+    if (!again) {
       auto existing = a_.select_rows(table, where);
       std::multiset<std::vector<std::string>> before, after;
       for (; !existing->Eof(); existing->MoveNext())
         before.insert(render([&](std::size_t c) { return existing->Fields(t.columns[c]); }));
-      for (const Row* r : rows) after.insert(render([&](std::size_t c) { return r->values[c]; }));
+      for (const Row& r : rows) after.insert(render([&](std::size_t c) { return r.values[c]; }));
       if (before == after) {
         count.unchanged += static_cast<long>(rows.size());
-        continue;
+        return;
       }
       (before.empty() ? count.inserted : count.changed) += static_cast<long>(rows.size());
       if (o_.diff)
-        diffs_.push_back(std::string(table.name) + " line " + std::to_string(rows.front()->line) +
-                         " (" + t.key_text(*rows.front(), table.replace_group) + "): " +
-                         std::to_string(rows.size()) + " rows replace " +
+        diffs_.push_back(std::string(table.name) + " line " + std::to_string(rows.front().line) +
+                         " (" + key + "): " + std::to_string(rows.size()) + " rows replace " +
                          std::to_string(before.size()));
       a_.delete_rows(table, where);
-      for (const Row* r : rows)
-        write(t.path + " line " + std::to_string(r->line),
-              [&] { a_.insert_row(table, t.columns, r->values); });
-      changed(t, *rows.front());
+    } else {
+      count.changed += static_cast<long>(rows.size());
     }
+    for (const Row& r : rows)
+      write(t.path + " line " + std::to_string(r.line),
+            [&] { a_.insert_row(table, t.columns, r.values); });
+    changed(t, rows.front());
   }
 
   template <class F>
@@ -426,6 +493,8 @@ class Importer {
   const ImportOptions& o_;
   long marked_ = 0;
   std::vector<std::string> diffs_;
+  std::vector<Row> group_;              // the rows of the key being read (the keyboard)
+  std::set<std::string> replaced_;      // the keys this import replaced
   std::optional<std::map<int32_t, std::vector<int32_t>>> lines_;
 };
 
@@ -446,86 +515,187 @@ std::string csv_field(const Variant& v, bool text) {
 
 }  // namespace
 
-CsvFile read_csv(const std::string& path, const CsvFormat& format) {
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(path, ec))
-    throw std::runtime_error(path + ": cannot be read (not a regular file)");
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
-  return parse_csv(std::move(bytes), path, format);
+CsvInput csv_file(const std::string& path, const CsvFormat& format) {
+  return {path, format, [path]() -> ChunkReader {
+            std::error_code ec;
+            if (!std::filesystem::is_regular_file(path, ec))
+              throw std::runtime_error(path + ": cannot be read (not a regular file)");
+            auto in = std::make_shared<std::ifstream>(path, std::ios::binary);
+            if (!*in)
+              throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
+            return [in, path](char* buffer, std::size_t capacity) {
+              in->read(buffer, static_cast<std::streamsize>(capacity));
+              if (in->bad())
+                throw std::runtime_error(path + ": cannot be read (" + std::strerror(errno) + ")");
+              return static_cast<std::size_t>(in->gcount());
+            };
+          }};
+}
+
+CsvInput csv_bytes(std::string bytes, const std::string& name, const CsvFormat& format) {
+  auto shared = std::make_shared<const std::string>(std::move(bytes));
+  return {name, format, [shared]() -> ChunkReader {
+            auto at = std::make_shared<std::size_t>(0);
+            return [shared, at](char* buffer, std::size_t capacity) {
+              std::size_t n = std::min(capacity, shared->size() - *at);
+              std::memcpy(buffer, shared->data() + *at, n);
+              *at += n;
+              return n;
+            };
+          }};
+}
+
+void read_records(const CsvInput& in, const RecordVisitor& each, std::vector<std::string>* notes) {
+  const std::string& path = in.path;
+  const CsvFormat& format = in.format;
+  std::string chunk(kChunk, '\0');
+  // Which encoding: UTF-8 when every byte is (or a byte-order mark says so), else code page 1252.
+  // Detecting reads the input once before parsing it.
+  bool bom = false, utf8 = format.encoding == CsvEncoding::Utf8;
+  auto not_utf8 = [&](const Utf8Check& check) {
+    refuse(path + " line " + std::to_string(check.line()) + ": not UTF-8 (byte " +
+           std::to_string(check.byte()) +
+           "); a file saved by a Windows program is usually --encoding cp1252");
+  };
+  if (format.encoding == CsvEncoding::Detect) {
+    ChunkReader read = in.open();
+    Utf8Check check;
+    bool first = true, valid = true;
+    for (std::size_t n; valid && (n = read(chunk.data(), chunk.size())) > 0; first = false) {
+      if (first) bom = chunk.compare(0, std::min<std::size_t>(3, n), "\xEF\xBB\xBF") == 0 && n >= 3;
+      valid = check.feed(chunk.substr(0, n));
+    }
+    utf8 = (valid && check.finish()) || bom;
+  }
+  if (!utf8 && format.encoding == CsvEncoding::Detect && notes)
+    notes->push_back("read as Windows code page 1252 (the file is not UTF-8)");
+
+  csv_parser p;
+  csv_init(&p, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL | CSV_EMPTY_IS_NULL);
+  Reader r{&each, {}, 0, false, nullptr};
+  auto fail_parse = [&](const std::string& err) {
+    csv_free(&p);
+    throw std::runtime_error(path + ": malformed CSV after record " + std::to_string(r.records) +
+                             " (line " + std::to_string(r.records + 1) + "): " + err +
+                             " (a field holding a double quote must be quoted, with the quote "
+                             "doubled)");
+  };
+  ChunkReader read = in.open();
+  bool first = true;
+  std::string pending;
+  auto feed = [&](const std::string& bytes) {
+    if (csv_parse(&p, bytes.data(), bytes.size(), on_field, on_record, &r) != bytes.size())
+      fail_parse(csv_strerror(csv_error(&p)));
+    if (r.failure) {
+      csv_free(&p);
+      std::rethrow_exception(r.failure);
+    }
+  };
+  Utf8Check check;  // an input said to be UTF-8 is checked as it is read
+  for (std::size_t n; !r.stopped && (n = read(chunk.data(), chunk.size())) > 0;) {
+    std::string bytes = chunk.substr(0, n);
+    if (format.encoding == CsvEncoding::Utf8 && !check.feed(bytes)) not_utf8(check);
+    if (!utf8) bytes = qk::cp1252_to_utf8(bytes);
+    if (first) {
+      // The header line decides the separator: gather it whole first.
+      pending += bytes;
+      bool has_line = pending.find('\n') != std::string::npos;
+      if (!has_line && pending.size() < (1u << 20)) continue;
+      if (bom && pending.compare(0, 3, "\xEF\xBB\xBF") == 0) pending.erase(0, 3);
+      char delimiter = format.delimiter ? format.delimiter : header_delimiter(pending, path);
+      if (!format.delimiter && delimiter != ',' && notes)
+        notes->push_back(std::string("fields separated by '") + delimiter + "'");
+      csv_set_delim(&p, static_cast<unsigned char>(delimiter));
+      first = false;
+      feed(pending);
+      pending.clear();
+      continue;
+    }
+    feed(bytes);
+  }
+  if (first) {  // a file shorter than its header line's first chunk
+    if (bom && pending.compare(0, 3, "\xEF\xBB\xBF") == 0) pending.erase(0, 3);
+    char delimiter = format.delimiter ? format.delimiter : header_delimiter(pending, path);
+    if (!format.delimiter && delimiter != ',' && notes)
+      notes->push_back(std::string("fields separated by '") + delimiter + "'");
+    csv_set_delim(&p, static_cast<unsigned char>(delimiter));
+    feed(pending);
+  }
+  if (format.encoding == CsvEncoding::Utf8 && !r.stopped && !check.finish()) not_utf8(check);
+  if (!r.stopped && csv_fini(&p, on_field, on_record, &r) != 0)
+    fail_parse(csv_strerror(csv_error(&p)));
+  csv_free(&p);
+  if (r.failure) std::rethrow_exception(r.failure);
 }
 
 CsvFile parse_csv(std::string bytes, const std::string& path, const CsvFormat& format) {
   CsvFile f{path, {}, format.ignore_extra, {}};
-  bool bom = bytes.compare(0, 3, "\xEF\xBB\xBF") == 0;
-  if (bom) bytes.erase(0, 3);
-  std::size_t bad = 0;
-  if (format.encoding == CsvEncoding::Utf8 && !valid_utf8(bytes, &bad))
-    refuse(path + " line " + std::to_string(line_at(bytes, bad)) + ": not UTF-8 (byte " +
-           std::to_string(bad + 1) +
-           "); a file saved by a Windows program is usually --encoding cp1252");
-  if (format.encoding == CsvEncoding::Cp1252 ||
-      (format.encoding == CsvEncoding::Detect && !bom && !valid_utf8(bytes, nullptr))) {
-    bytes = qk::cp1252_to_utf8(bytes);
-    if (format.encoding == CsvEncoding::Detect)
-      f.notes.push_back("read as Windows code page 1252 (the file is not UTF-8)");
-  }
-  char delimiter = format.delimiter ? format.delimiter : header_delimiter(bytes, path);
-  if (!format.delimiter && delimiter != ',')
-    f.notes.push_back(std::string("fields separated by '") + delimiter + "'");
-  csv_parser p;
-  csv_init(&p, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL | CSV_EMPTY_IS_NULL);
-  csv_set_delim(&p, static_cast<unsigned char>(delimiter));
-  Reader r{&f, {}};
-  if (csv_parse(&p, bytes.data(), bytes.size(), on_field, on_record, &r) != bytes.size() ||
-      csv_fini(&p, on_field, on_record, &r) != 0) {
-    std::string err = csv_strerror(csv_error(&p));
-    csv_free(&p);
-    throw std::runtime_error(path + ": malformed CSV after record " +
-                             std::to_string(f.records.size()) + " (line " +
-                             std::to_string(f.records.size() + 1) + "): " + err +
-                             " (a field holding a double quote must be quoted, with the quote "
-                             "doubled)");
-  }
-  csv_free(&p);
+  read_records(
+      csv_bytes(std::move(bytes), path, format),
+      [&](std::vector<std::optional<std::string>>& record, long) {
+        f.records.push_back(std::move(record));
+        return true;
+      },
+      &f.notes);
   return f;
 }
 
 std::size_t check_csv(const CsvFile& f) {
-  return check_file(f).rows.size();
+  TableRows h = check_header(f.path, f.records.empty() ? nullptr : &f.records[0], f.ignore_extra);
+  for (std::size_t r = 1; r < f.records.size(); ++r)
+    check_record(h, f.records[r], static_cast<long>(r + 1));
+  return f.records.empty() ? 0 : f.records.size() - 1;
 }
 
-ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,
+ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvInput>& inputs,
                            const ImportOptions& o) {
-  std::vector<TableRows> checked;
+  // The headers first: which table each input fills, so that the tables load in the archive's
+  // order (the network before the records it configures) and a bad header stops nothing half-way.
+  struct Planned {
+    const CsvInput* input;
+    TableRows header;
+  };
+  std::vector<Planned> planned;
   std::vector<std::string> notes;
-  for (const auto& f : files) {
-    checked.push_back(check_file(f));
-    for (const auto& n : f.notes) notes.push_back(f.path + ": " + n);
-    for (const auto& n : checked.back().notes) notes.push_back(f.path + ": " + n);
+  for (const auto& in : inputs) {
+    std::optional<std::vector<std::optional<std::string>>> header;
+    std::vector<std::string> read_notes;
+    read_records(
+        in,
+        [&](std::vector<std::optional<std::string>>& record, long) {
+          header = std::move(record);
+          return false;
+        },
+        &read_notes);
+    planned.push_back({&in, check_header(in.path, header ? &*header : nullptr,
+                                         in.format.ignore_extra)});
+    for (const auto& n : read_notes) notes.push_back(in.path + ": " + n);
+    for (const auto& n : planned.back().header.notes) notes.push_back(in.path + ": " + n);
   }
-  // In the archive's order, so that the network is loaded before the records it configures.
   auto rank = [](const TableRows& t) {
     auto all = archive::tables();
     return std::find_if(all.begin(), all.end(),
                         [&](const archive::Table& x) { return &x == t.table; }) -
            all.begin();
   };
-  std::stable_sort(checked.begin(), checked.end(),
-                   [&](const TableRows& x, const TableRows& y) { return rank(x) < rank(y); });
-  for (std::size_t i = 1; i < checked.size(); ++i)
-    if (checked[i].table == checked[i - 1].table)
-      refuse(checked[i].path + ": a second file for the table " +
-             std::string(checked[i].table->name));
+  std::stable_sort(planned.begin(), planned.end(), [&](const Planned& x, const Planned& y) {
+    return rank(x.header) < rank(y.header);
+  });
+  for (std::size_t i = 1; i < planned.size(); ++i)
+    if (planned[i].header.table == planned[i - 1].header.table)
+      refuse(planned[i].input->path + ": a second file for the table " +
+             std::string(planned[i].header.table->name));
   ImportResult result;
   result.notes = notes;
   qk::sync::ArchiveWrite write(a);
   Importer importer(a, o);
-  for (const auto& t : checked) {
-    TableCount count{std::string(t.table->name)};
-    importer.load(t, count);
+  for (const auto& p : planned) {
+    TableCount count{std::string(p.header.table->name)};
+    read_records(*p.input, [&](std::vector<std::optional<std::string>>& record, long line) {
+      if (line > 1) importer.add(p.header, check_record(p.header, record, line), count);
+      return true;
+    });
+    importer.finish(p.header, count);
     result.tables.push_back(count);
   }
   result.marked = importer.marked();

@@ -1,9 +1,11 @@
-// Loading rows into the archive: CSV files (header row = column names) are read, every value is
-// checked against the table's description, and the rows are inserted or, with replace, update
-// the rows of the same key. Everything happens in one transaction: an error leaves the archive as
-// it was. Records that change become pending on their department's configured lines.
+// Loading rows into the archive: CSV files (header row = column names) are read as a stream,
+// every value is checked against the table's description, and each row is inserted or, with
+// replace, updates the row of the same key as soon as it is read, so memory does not grow with
+// the file. Everything happens in one transaction: an error leaves the archive as it was. Records
+// that change become pending on their department's configured lines.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,13 +29,30 @@ struct CsvFormat {
   CsvEncoding encoding = CsvEncoding::Detect;
   bool ignore_extra = false;
 };
-// Reads a whole CSV file (a UTF-8 byte-order mark is skipped); a malformed file raises an error
-// naming the file, the line and the likely cause.
-CsvFile read_csv(const std::string& path, const CsvFormat& format = {});
-// The same from bytes already read; `name` stands for the file in messages.
+// Where a CSV's bytes come from, read chunk by chunk: `open` starts reading from the beginning
+// (a file is read twice when its encoding must be detected first) and gives a function that
+// fills a buffer and returns how many bytes it put there, 0 at the end.
+using ChunkReader = std::function<std::size_t(char* buffer, std::size_t capacity)>;
+struct CsvInput {
+  std::string path;  // for messages; its name without extension names the table
+  CsvFormat format;
+  std::function<ChunkReader()> open;
+};
+CsvInput csv_file(const std::string& path, const CsvFormat& format = {});
+CsvInput csv_bytes(std::string bytes, const std::string& name, const CsvFormat& format = {});
+
+// Calls `each` for every record (the header first) with its line number, as it is read; `each`
+// returns false to stop. A UTF-8 byte-order mark is skipped; what was detected goes to *notes; a
+// malformed file raises an error naming the file, the line and the likely cause.
+using RecordVisitor =
+    std::function<bool(std::vector<std::optional<std::string>>& record, long line)>;
+void read_records(const CsvInput& in, const RecordVisitor& each,
+                  std::vector<std::string>* notes = nullptr);
+
+// A whole CSV in memory (small files, the fuzzers): the same reading, every record kept.
 CsvFile parse_csv(std::string bytes, const std::string& name, const CsvFormat& format = {});
-// Checks a file's header and every value against its table's description, as import_tables does
-// before touching the archive; raises an error naming the file, line and column. Returns the rows.
+// Checks a file's header and every value against its table's description, as import_tables does;
+// raises an error naming the file, line and column. Returns the rows.
 std::size_t check_csv(const CsvFile& f);
 
 struct ImportOptions {
@@ -55,8 +74,10 @@ struct ImportResult {
   std::vector<std::string> diffs;
 };
 
-// Imports the files, each named after its table ("BARCODE.csv"), in the archive's table order.
-ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvFile>& files,
+// Imports the inputs, each named after its table ("BARCODE.csv"), in the archive's table order.
+// Memory stays bounded: rows are written as they are read (for TASTIERA_PLU with replace, the rows
+// of one key at a time, and the keys already replaced).
+ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvInput>& inputs,
                            const ImportOptions& o);
 
 // Writes one "<TABLE>.csv" per table (or only `only`) into the folder, as import_tables reads

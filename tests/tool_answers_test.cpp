@@ -246,6 +246,15 @@ TEST_F(Answers, ImportsMatchNamesInAnyCaseAndShowTheirChanges) {
             std::string::npos)
       << out;
   EXPECT_EQ(qkp("import-csv " + csv + " --diff"), 2) << "--diff goes with --dry-run";
+  // Read as a stream, the keyboard's rows of a key replace that key's rows even when the file
+  // gives them apart.
+  std::filesystem::create_directories(dir.file("keys"));
+  dir.write("keys/TASTIERA_PLU.csv",
+            "TP_BNC,TP_SCALE,TP_KEY,TP_VALUE\n1,1,3,100\n1,1,4,200\n1,1,3,101\n");
+  EXPECT_EQ(qkp("import-csv " + dir.file("keys") + " --replace", &out), 0) << err;
+  EXPECT_EQ(sql("select TP_VALUE from TASTIERA_PLU where TP_BNC = 1 and TP_SCALE = 1 and "
+                "TP_KEY in (3, 4) order by TP_KEY, TP_VALUE"),
+            "100\n101\n200\n");
   // Validity dates in the form the scale reads, or refused where they stand.
   struct Date {
     const char* from;
