@@ -1,8 +1,11 @@
 // What the tool reads and what it answers: numbers as typed, stop messages that name the record,
 // exit statuses, read-only installations, imports, captures, pictures, settings and listings.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <pugixml.hpp>
 
@@ -14,6 +17,31 @@ namespace qk::testing {
 namespace {
 
 struct Answers : Tool {};
+
+// A sender for the tests: acknowledges every record until record AT, then MODE: refuse it, crash,
+// stay silent, flood its output without a line end, or trickle bytes without one.
+const char* kSender = R"(import os, sys, time
+mode, at = sys.argv[1], int(sys.argv[2])
+inp = sys.stdin.buffer
+while True:
+    head = inp.readline()
+    if not head:
+        break
+    seq, length = int(head.split()[1]), int(head.split()[8])
+    inp.read(length + 1)
+    if seq == at:
+        if mode == "refuse": print(f"ERR {seq} paper out", flush=True)
+        if mode == "crash": os.kill(os.getpid(), 9)
+        if mode == "silent": inp.read()
+        if mode == "trickle":
+            while True:
+                sys.stdout.write("x"); sys.stdout.flush(); time.sleep(0.01)
+        if mode == "flood":
+            sys.stdout.buffer.write(b"x" * 5000000); sys.stdout.flush(); inp.read()
+        sys.exit(0)
+    print(f"OK {seq}", flush=True)
+)";
+
 
 // Every whole-number option of every command, through the option parser's own validation and
 // conversion: the value the command's variable receives, or the usage error.
@@ -72,24 +100,7 @@ TEST_F(Answers, LeadingZerosReachTheComponentAsDecimal) {
 // records before it are delivered.
 TEST_F(Answers, StopMessagesNameTheRecordTheSenderStoppedAt) {
   if (std::string(QK_PYTHON).empty()) GTEST_SKIP() << "no Python 3 interpreter for the senders";
-  dir.write("sender.py", R"(import os, sys
-mode, at = sys.argv[1], int(sys.argv[2])
-inp = sys.stdin.buffer
-while True:
-    head = inp.readline()
-    if not head:
-        break
-    seq, length = int(head.split()[1]), int(head.split()[8])
-    inp.read(length + 1)
-    if seq == at:
-        if mode == "refuse": print(f"ERR {seq} paper out", flush=True)
-        if mode == "crash": os.kill(os.getpid(), 9)
-        if mode == "silent": inp.read()
-        if mode == "flood":
-            sys.stdout.buffer.write(b"x" * 5000000); sys.stdout.flush(); inp.read()
-        sys.exit(0)
-    print(f"OK {seq}", flush=True)
-)");
+  dir.write("sender.py", kSender);
   const std::string where = "qkp: department 1, line 1 (3000, scale 1), barcode form 2: ";
   struct Case {
     const char* mode;
@@ -121,6 +132,44 @@ while True:
                      "(the sender \"no-such-sender\" was not found"),
             std::string::npos)
       << err;
+}
+
+// A sender that trickles bytes and never ends its answer: the timeout counts from the last whole
+// answer, so the sync stops after it (here 1 s; asserted generously), and a TERM signal ends the
+// sync at once with qkp ending by that signal. What was acknowledged is reset, nothing else.
+TEST_F(Answers, ATricklingSenderIsStoppedByItsTimeoutOrBySigterm) {
+  if (std::string(QK_PYTHON).empty()) GTEST_SKIP() << "no Python 3 interpreter for the senders";
+  dir.write("sender.py", kSender);
+  auto sender = [&](const std::string& timeout) {
+    return "sync --line 1 --dept 1 --sender-timeout " + timeout + " --sender '" +
+           std::string(QK_PYTHON) + " " + dir.file("sender.py") + " trickle 3'";
+  };
+  auto started = std::chrono::steady_clock::now();
+  EXPECT_EQ(qkp(sender("1")), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
+  EXPECT_NE(err.find("did not acknowledge record 3 within 1 s"), std::string::npos) << err;
+  ASSERT_EQ(qkp("mark --line 1"), 0) << err;
+  std::string before;
+  qkp("pending --line 1 --dept 1", &before);
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    std::string cmd = "exec " + std::string(QKP_BINARY) + " --home " + home + " " +
+                      sender("600") + " 2>" + dir.file("term.txt");
+    ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::usleep(1500 * 1000);  // the sender is trickling by now
+  started = std::chrono::steady_clock::now();
+  ::kill(pid, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_NE(dir.read("term.txt").find("interrupted by signal 15"), std::string::npos)
+      << dir.read("term.txt");
+  std::string after;
+  qkp("pending --line 1 --dept 1", &after);
+  EXPECT_EQ(lines_of(after).size() + 1, lines_of(before).size()) << "barcode form 1 went";
 }
 
 // Each exit status a script may rely on, with what is printed.
