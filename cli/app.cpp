@@ -51,11 +51,31 @@ std::string command_path(const CLI::App& app) {
 bool only_reads(const std::string& command) {
   // Commands that change nothing in the archive: they open it read-only, so a person who may only
   // read the installation can use them.
-  static const std::set<std::string> kReaders = {
-      "status", "lines", "pending", "export-csv", "lot", "lots", "keys", "barcodes", "vat",
-      "totals", "ads", "etexts", "layout", "layout preview", "layout request", "image",
-      "image preview", "date", "request", "flags keys", "flags barcodes", "flags lots",
-      "flags ads", "layouts", "images"};
+  static const std::set<std::string> kReaders = {"status",
+                                                 "lines",
+                                                 "pending",
+                                                 "export-csv",
+                                                 "lot",
+                                                 "lots",
+                                                 "keys",
+                                                 "barcodes",
+                                                 "vat",
+                                                 "totals",
+                                                 "ads",
+                                                 "etexts",
+                                                 "layout",
+                                                 "layout preview",
+                                                 "layout request",
+                                                 "image",
+                                                 "image preview",
+                                                 "date",
+                                                 "request",
+                                                 "flags keys",
+                                                 "flags barcodes",
+                                                 "flags lots",
+                                                 "flags ads",
+                                                 "layouts",
+                                                 "images"};
   return kReaders.count(command) > 0;
 }
 

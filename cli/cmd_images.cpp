@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "output.h"
 #include "picture_files.h"
+#include "qk/archive_schema.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
@@ -14,7 +15,6 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
-#include "qk/archive_schema.h"
 #include "row_checks.h"
 #include "session.h"
 
@@ -95,7 +95,8 @@ std::vector<std::string> encoded(const ImageOptions& o) {
 std::vector<std::string> accepted(const ImageOptions& o) {
   long notices = qk::host::notices_on_this_thread(), reports = qk::host::reports_on_this_thread();
   auto out = encoded(o);
-  if (qk::host::notices_on_this_thread() != notices || qk::host::reports_on_this_thread() != reports)
+  if (qk::host::notices_on_this_thread() != notices ||
+      qk::host::reports_on_this_thread() != reports)
     out.clear();
   return out;
 }
@@ -216,7 +217,8 @@ void add_image_commands(CLI::App& app, Options& g) {
   request->add_option("--mode", r->mode, "the clear mode of reset-totals (for example ALL)");
   request->callback([&g, r] {
     if (r->name == "reset-totals" && r->mode.empty())
-      throw CLI::ValidationError("--mode", "reset-totals needs the clear mode (for example --mode ALL)");
+      throw CLI::ValidationError("--mode",
+                                 "reset-totals needs the clear mode (for example --mode ALL)");
     if (r->name != "reset-totals" && !r->mode.empty())
       throw CLI::ValidationError("--mode", "only reset-totals takes a mode");
     qk::clsKplMakeRequest k;

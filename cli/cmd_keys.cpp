@@ -2,14 +2,14 @@
 #include <set>
 
 #include "commands.h"
+#include "network.h"
+#include "qk/archive_tools.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
 #include "qk/clsTotals.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "network.h"
-#include "qk/archive_tools.h"
 #include "session.h"
 
 namespace qkp {

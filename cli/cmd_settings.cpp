@@ -74,8 +74,9 @@ void init_store(bool force, const std::vector<std::string>& exports) {
   qk::host::create_settings_store(true);
   if (qk::host::reports_on_this_thread() != reports) {
     if (existed) qk::save_file_atomically(file, before);
-    return fail("the import failed (see above); " + file +
-                (existed ? " was put back as it was" : " holds what was imported before the failure"));
+    return fail(
+        "the import failed (see above); " + file +
+        (existed ? " was put back as it was" : " holds what was imported before the failure"));
   }
   replace_windows_paths();
 }

@@ -37,8 +37,7 @@ void list_rows(const Options& g, const std::string& table, int32_t dept) {
     rows.push_back(std::move(row));
     out.push_back(std::move(object));
   }
-  if (rows.empty())
-    return fail("department " + std::to_string(dept) + " has no rows in " + table);
+  if (rows.empty()) return fail("department " + std::to_string(dept) + " has no rows in " + table);
   if (g.format == Format::Json) {
     std::printf("%s\n", out.dump(1).c_str());
     return;

@@ -63,9 +63,8 @@ class Program {
         throw std::runtime_error(
             args_[0] + " was not found: install Debian's mdbtools (apt-get install mdbtools)");
       if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        throw std::runtime_error(args_[0] + " could not read " +
-                                 args_[args_.size() > 2 ? 2 : 1] + " (exit status " +
-                                 std::to_string(WEXITSTATUS(status)) + ")");
+        throw std::runtime_error(args_[0] + " could not read " + args_[args_.size() > 2 ? 2 : 1] +
+                                 " (exit status " + std::to_string(WEXITSTATUS(status)) + ")");
     }
     return 0;
   }

@@ -29,7 +29,8 @@ bool takes_whole_number(const CLI::Option& o) {
 }  // namespace
 
 void read_numbers_as_decimal(CLI::App& app) {
-  for (CLI::Option* o : app.get_options([](const CLI::Option* o) { return takes_whole_number(*o); }))
+  for (CLI::Option* o :
+       app.get_options([](const CLI::Option* o) { return takes_whole_number(*o); }))
     o->transform(CLI::Validator(
         [](std::string& value) -> std::string {
           auto decimal = decimal_number(value);

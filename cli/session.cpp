@@ -50,9 +50,9 @@ class StderrLogger : public qk::Logger {
     g_status = kExitFailed;
     if (g_lost_said && number == qk::automation::kRemoteServerUnavailable) return;
     std::fprintf(stderr, "%s\n",
-                 prefixed(qk::automation::error_label(number) + " in " + qk::cp1252_to_utf8(project) +
-                          "." + qk::cp1252_to_utf8(module) + "." + qk::cp1252_to_utf8(procedure) +
-                          ": " + qk::cp1252_to_utf8(description))
+                 prefixed(qk::automation::error_label(number) + " in " +
+                          qk::cp1252_to_utf8(project) + "." + qk::cp1252_to_utf8(module) + "." +
+                          qk::cp1252_to_utf8(procedure) + ": " + qk::cp1252_to_utf8(description))
                      .c_str());
   }
 };

@@ -217,9 +217,9 @@ struct TableRows {
   std::string path;
   std::vector<std::string> columns;
   std::vector<std::string> notes;
-  std::vector<std::size_t> kept;         // the field of each column the file gives
-  std::vector<std::string> defaulted;    // identity columns the file leaves out
-  std::size_t given = 0;                 // fields per record
+  std::vector<std::size_t> kept;       // the field of each column the file gives
+  std::vector<std::string> defaulted;  // identity columns the file leaves out
+  std::size_t given = 0;               // fields per record
 
   std::size_t index(std::string_view column) const {
     for (std::size_t i = 0; i < columns.size(); ++i)
@@ -239,8 +239,8 @@ struct TableRows {
   }
 };
 
-TableRows check_header(const std::string& path, const std::vector<std::optional<std::string>>* header,
-                       bool ignore_extra) {
+TableRows check_header(const std::string& path,
+                       const std::vector<std::optional<std::string>>* header, bool ignore_extra) {
   std::string name = std::filesystem::path(path).stem().string();
   const archive::Table* t = archive::find_table_any_case(name);
   if (!t) {
@@ -406,8 +406,8 @@ class Importer {
       for (std::size_t c = 0; c < t.columns.size(); ++c) {
         Variant x = value_of(c);
         bool blank = x.is_null() && empty_text_default(*archive::find_column(table, t.columns[c]));
-        v.push_back(blank               ? ""
-                    : x.is_null()       ? "\x01"
+        v.push_back(blank                 ? ""
+                    : x.is_null()         ? "\x01"
                     : x.is_numeric_type() ? std::to_string(x.to_double())
                                           : x.to_text());
       }
@@ -493,8 +493,8 @@ class Importer {
   const ImportOptions& o_;
   long marked_ = 0;
   std::vector<std::string> diffs_;
-  std::vector<Row> group_;              // the rows of the key being read (the keyboard)
-  std::set<std::string> replaced_;      // the keys this import replaced
+  std::vector<Row> group_;          // the rows of the key being read (the keyboard)
+  std::set<std::string> replaced_;  // the keys this import replaced
   std::optional<std::map<int32_t, std::vector<int32_t>>> lines_;
 };
 
@@ -667,8 +667,8 @@ ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvInput>& inp
           return false;
         },
         &read_notes);
-    planned.push_back({&in, check_header(in.path, header ? &*header : nullptr,
-                                         in.format.ignore_extra)});
+    planned.push_back(
+        {&in, check_header(in.path, header ? &*header : nullptr, in.format.ignore_extra)});
     for (const auto& n : read_notes) notes.push_back(in.path + ": " + n);
     for (const auto& n : planned.back().header.notes) notes.push_back(in.path + ": " + n);
   }

@@ -320,7 +320,7 @@ class LineSync {
     for (; kept < waiting_.size() && waiting_[kept].strings <= confirmed; ++kept)
       confirmed -= waiting_[kept].strings;
     std::size_t unconfirmed = waiting_.size() - kept;
-    std::string at = unconfirmed ? waiting_[kept].context
+    std::string at = unconfirmed           ? waiting_[kept].context
                      : !in_flight_.empty() ? in_flight_
                                            : line_context_;
     waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(kept), waiting_.end());

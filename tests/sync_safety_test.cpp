@@ -7,11 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <set>
 #include <thread>
-
-#include <nlohmann/json.hpp>
 
 #include "tool_fixture.h"
 
@@ -231,8 +230,8 @@ TEST_P(SyncSafety, ALostServerEndsTheSyncWithOneMessageAndResetsOnlyWhatWent) {
   auto records = [](const std::string& json, std::set<std::string>* into) {
     for (const auto& line : nlohmann::json::parse(json))
       for (const auto& r : line["records"])
-        into->insert(std::to_string(line["dept"].get<int>()) + " " +
-                     r["kind"].get<std::string>() + " " + std::to_string(r["id"].get<int>()));
+        into->insert(std::to_string(line["dept"].get<int>()) + " " + r["kind"].get<std::string>() +
+                     " " + std::to_string(r["id"].get<int>()));
   };
   std::set<std::string> pending_before, pending_after;
   records(before, &pending_before);

@@ -169,7 +169,8 @@ pg_conn* connect(const std::string& uri) {
 std::shared_ptr<Archive> PgArchive::open(const std::string& uri, bool any_version) {
   std::shared_ptr<PgArchive> a(new PgArchive(connect(uri), uri));
   // A command that only looks cannot write, whatever the role may do.
-  if (read_only_requested()) a->execute_script("SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY");
+  if (read_only_requested())
+    a->execute_script("SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY");
   if (!a->has_table("qk_schema")) {
     if (any_version) return a;
     raise(automation::kDatabaseError, "the database " + a->path() +
@@ -237,7 +238,8 @@ void PgArchive::fail(const std::string& what, const char* detail) {
   // The server's messages come on several lines, indented: one line here.
   std::string one_line;
   for (char c : why)
-    if (!std::isspace(static_cast<unsigned char>(c)) || (!one_line.empty() && one_line.back() != ' '))
+    if (!std::isspace(static_cast<unsigned char>(c)) ||
+        (!one_line.empty() && one_line.back() != ' '))
       one_line += std::isspace(static_cast<unsigned char>(c)) ? ' ' : c;
   why = one_line;
   if (depth_ > 0) aborted_ = true;

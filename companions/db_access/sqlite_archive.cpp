@@ -7,9 +7,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 #include "db_access/access_sql.h"
 #include "db_access/schema.h"

@@ -5,8 +5,8 @@
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
 #include "layout/layout_values.h"
-#include "qk/previews.h"
 #include "qk/host.h"
+#include "qk/previews.h"
 #include "qk/recordset.h"
 
 namespace qk {

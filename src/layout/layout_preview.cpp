@@ -126,8 +126,8 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
   double vw = std::max(tw, 60.0) + 2 * kMargin,
          vh = std::max(th, 10.0) + 2 * kMargin + kLegendHeight;
   s += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + mm(vw * kPixelsPerMm) +
-       "\" height=\"" + mm(vh * kPixelsPerMm) + "\" viewBox=\"" + mm(-kMargin) + " " + mm(-kMargin) + " " + mm(vw) + " " +
-       mm(vh) + "\" font-family=\"sans-serif\">\n";
+       "\" height=\"" + mm(vh * kPixelsPerMm) + "\" viewBox=\"" + mm(-kMargin) + " " +
+       mm(-kMargin) + " " + mm(vw) + " " + mm(vh) + "\" font-family=\"sans-serif\">\n";
   s += "<title>layout " + std::to_string(layout_id) + " of department " + std::to_string(dept) +
        " (" + escaped(family) + " series), millimetres</title>\n";
   s += "<rect x=\"" + mm(-kMargin) + "\" y=\"" + mm(-kMargin) + "\" width=\"" + mm(vw) +
@@ -226,7 +226,8 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
       placed[at] = kind + " " + field;
     else
       out.problems.push_back(kind + " " + field + " stands at the same place as " + placed[at] +
-                             " (" + at.first + ", " + at.second + " mm): one prints over the other");
+                             " (" + at.first + ", " + at.second +
+                             " mm): one prints over the other");
     bool outside = b.x < 0 || b.y < 0 || b.x + (b.direction % 2 ? b.h : b.w) > tw + 1e-9 ||
                    b.y + (b.direction % 2 ? b.w : b.h) > th + 1e-9;
     if (outside)
@@ -245,8 +246,7 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
            "\" stroke-width=\"0.4\" stroke-dasharray=\"1 1\"/>";
     // The first label stands above its box, the labels of the objects under it below.
     double label_y = above == 0 ? -0.5 : b.h + 2 + (above - 1) * kLabelHeight;
-    s += "<text x=\"0.5\" y=\"" + mm(label_y) +
-         "\" font-size=\"2\" fill=\"#036\">" +
+    s += "<text x=\"0.5\" y=\"" + mm(label_y) + "\" font-size=\"2\" fill=\"#036\">" +
          escaped(cp1252_to_utf8(label)) + (not_sent ? " (not sent to the 3000 series)" : "") +
          "</text></g>\n";
   }

@@ -10,22 +10,22 @@
 #include "config/clsConfigurationPrs.h"
 #include "config/clsRegistry2Xml.h"
 #include "db_access/access_sql.h"
+#include "demo.h"
 #include "frame/globals.h"
 #include "images/bitmap_reader.h"
 #include "layout/clsConvertion.h"
+#include "layout/layout_receive.h"
+#include "network.h"
 #include "qk/archive_schema.h"
+#include "qk/clsLayout.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/registry_helper.h"
+#include "qk/sqlite_archive.h"
 #include "qk/translations.h"
 #include "registry/clsRegistry.h"
 #include "table_import.h"
-#include "demo.h"
-#include "layout/layout_receive.h"
-#include "network.h"
-#include "qk/clsLayout.h"
-#include "qk/sqlite_archive.h"
 
 namespace qk::fuzz {
 
@@ -273,7 +273,7 @@ int number(const uint8_t* data, std::size_t size) {
 
 const std::vector<NamedTarget>& targets() {
   static const std::vector<NamedTarget> all = {
-      {"bitmap", bitmap}, {"sql", sql},       {"csv", csv},       {"xml", xml},
+      {"bitmap", bitmap}, {"sql", sql},           {"csv", csv},      {"xml", xml},
       {"number", number}, {"registry", registry}, {"layout", layout}};
   return all;
 }
