@@ -92,7 +92,6 @@ void add_commands(CLI::App& app, Options& options) {
   add_flag_commands(app, options);
   add_image_commands(app, options);
   add_lot_commands(app, options);
-  add_lot_flag_commands(app);
   add_params_command(app, options);
   add_layout_command(app, options);
   add_sync_commands(app, options);

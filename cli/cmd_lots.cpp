@@ -3,12 +3,14 @@
 
 #include "commands.h"
 #include "listing.h"
+#include "network.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/parameters.h"
+#include "record_sources.h"
 #include "session.h"
 #include "sync.h"
 
@@ -23,14 +25,6 @@ struct LotOptions {
   int32_t line = 0;
 };
 
-std::vector<std::string> lot_records(qk::clsTraceability& t, const std::string& family) {
-  if (family == "VELTA") return {t.p_strProtocol()};
-  if (family == "3000TOP") return t.p_3000TOP_strProtocol().items();
-  if (family == "2000") return t.p_2000_strProtocol().items();
-  if (family == "3000") return t.p_3000_strProtocol().items();
-  return {t.p_5000_strProtocol()};
-}
-
 struct AdOptions {
   int32_t counter = 1, id = 0, line = 0;
   bool all = false, list = false;
@@ -43,15 +37,18 @@ void add_lot_commands(CLI::App& app, Options& g) {
   auto* lot = app.add_subcommand("lot", "A traceability lot in one family's protocol");
   lot->add_option("--dept", lo->dept, "department")->required()->check(CLI::NonNegativeNumber);
   lot->add_option("--lot", lo->lot, "lot number")->required();
-  lot->add_option("--family", lo->family, "VELTA, 3000TOP, 2000, 3000 or 5000 (any case)")
-      ->transform(CLI::IsMember({"VELTA", "3000TOP", "2000", "3000", "5000"}, CLI::ignore_case));
+  lot->add_option("--family", lo->family, "3000, 3000TOP, 2000, 5000 or VELTA (any case)")
+      ->transform(CLI::IsMember(form_choices<qk::Kind::Lots>(), CLI::ignore_case));
   lot->callback([&g, lo] {
     qk::sync::ContextScope context("lot " + std::to_string(lo->lot) + " of department " +
                                    std::to_string(lo->dept) + " (" + lo->family + ")");
-    qk::clsTraceability t;
-    t.p_lngBnc(lo->dept);
-    t.p_strTraceabilityId(std::to_string(lo->lot));
-    auto out = lot_records(t, lo->family);
+    std::vector<std::string> problems;
+    auto a = qk::sync::open_archive_tools();
+    auto line = qk::sync::single_line(*a, lo->dept, 0, 0, &problems);
+    for (const auto& p : problems) fail(p);
+    auto out = qk::sync::source_of(qk::Kind::Lots)
+                   .open(line, qk::parse_form<qk::Kind::Lots>(lo->family))
+                   ->build(lo->lot);
     std::erase(out, std::string());
     if (out.empty()) fail("gave no records");
     print(g, out);
@@ -127,44 +124,6 @@ void add_lot_commands(CLI::App& app, Options& g) {
     std::erase(out, std::string());
     print(g, out);
   });
-}
-
-void add_lot_flag_commands(CLI::App& app) {
-  CLI::App* flags = app.get_subcommand("flags");
-  CLI::App* reset = app.get_subcommand("reset");
-  for (bool is_reset : {false, true}) {
-    CLI::App* parent = is_reset ? reset : flags;
-    auto lo = std::make_shared<LotOptions>();
-    auto* l = parent->add_subcommand("lots", "a traceability lot");
-    l->add_option("--dept", lo->dept, "department")->required();
-    l->add_option("--lot", lo->lot, "lot number")->required();
-    if (is_reset) l->add_option("--line", lo->line, "served line, 1 to 8")->required();
-    l->callback([lo, is_reset] {
-      qk::clsTraceability t;
-      t.p_lngBnc(lo->dept);
-      t.p_strTraceabilityId(std::to_string(lo->lot));
-      t.p_varConfiguredLines(network_lines());
-      if (is_reset)
-        t.p_ResetFlagTrasm(lo->line);
-      else
-        std::printf("%s\n", t.p_strFlagTrasm().c_str());
-    });
-    auto ao = std::make_shared<AdOptions>();
-    auto* a = parent->add_subcommand("ads", "an advertising message");
-    add_dept_option(a, ao->counter);
-    a->add_option("--id", ao->id, "message number")->required();
-    if (is_reset) a->add_option("--line", ao->line, "served line, 1 to 8")->required();
-    a->callback([ao, is_reset] {
-      qk::clsAdvertisingMessage m;
-      m.Counter(ao->counter);
-      m.Id(ao->id);
-      m.configuredLines(network_lines());
-      if (is_reset)
-        m.p_ResetFlagTrasm(ao->line);
-      else
-        std::printf("%s\n", m.p_strFlagTrasm().c_str());
-    });
-  }
 }
 
 void add_params_command(CLI::App& app, Options&) {

@@ -138,7 +138,7 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
       if (!l.known_family) std::printf("  unknown family: nothing is sent\n");
       if (l.records.empty()) std::printf("  nothing pending\n");
       for (const auto& r : l.records)
-        std::printf("  %-9s %-24s %s\n", sync::kind_name(r.kind),
+        std::printf("  %-9s %-24s %s\n", sync::kind_name(r.kind).data(),
                     qk::cp1252_to_utf8(r.label).c_str(), r.flags.c_str());
     }
   }
@@ -201,7 +201,8 @@ void run_sync(const SyncCommand& c) {
     if (t.changed) extra += ", " + std::to_string(t.changed) + " changed meanwhile";
     if (t.reset_failed) extra += ", " + std::to_string(t.reset_failed) + " not reset";
     if (t.warned) extra += ", " + std::to_string(t.warned) + " with warnings";
-    std::fprintf(stderr, "qkp: %-9s %6ld records delivered %9lld bytes%s\n", sync::kind_name(kind),
+    std::fprintf(stderr, "qkp: %-9s %6ld records delivered %9lld bytes%s\n",
+                 sync::kind_name(kind).data(),
                  t.records, t.bytes, extra.c_str());
   }
   std::fprintf(stderr, "qkp: sync of line %d: %ld records, %lld bytes delivered in %.3f s\n",
@@ -217,7 +218,7 @@ void run_sync(const SyncCommand& c) {
 std::vector<std::string> flagged_kind_names() {
   std::vector<std::string> names;
   for (const auto& e : sync::sources())
-    if (e.flagged) names.push_back(sync::kind_name(e.kind));
+    if (e.flagged) names.emplace_back(sync::kind_name(e.kind));
   return names;
 }
 
@@ -233,8 +234,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
   auto* set = lines->add_subcommand("set", "Add or change a line of a department");
   set->add_option("--dept", lo->dept)->required()->check(CLI::NonNegativeNumber);
   set->add_option("--line", lo->line, "1 to 8")->required()->check(CLI::Range(1, 8));
-  std::vector<std::string> families;
-  for (const auto& f : sync::kFamilies) families.push_back(f.family);
+  std::vector<std::string> families(qk::kFamilyNames.begin(), qk::kFamilyNames.end());
   set->add_option("--family", lo->family)
       ->required()
       ->transform(CLI::IsMember(families, CLI::ignore_case));

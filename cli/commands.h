@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "output.h"
+#include "qk/families.h"
 #include "qk/variant.h"
 
 namespace qkp {
@@ -33,8 +34,6 @@ void add_keys_commands(CLI::App& app, Options& o);
 void add_flag_commands(CLI::App& app, Options& o);
 void add_image_commands(CLI::App& app, Options& o);
 void add_lot_commands(CLI::App& app, Options& o);
-// Adds lots and ads to the flags and reset commands (after add_flag_commands).
-void add_lot_flag_commands(CLI::App& app);
 void add_params_command(CLI::App& app, Options& o);
 void add_layout_command(CLI::App& app, Options& o);
 void add_sync_commands(CLI::App& app, Options& o);
@@ -45,6 +44,16 @@ qk::automation::Variant network_lines();
 // A command-line text in the component's 8-bit form; a usage error naming `what` when it holds a
 // character with no such form.
 std::string to_8bit(const std::string& utf8, const char* what);
+
+// The forms a command building one record of kind K offers as its --family choices, from the
+// families' catalogue ("3000", "3000TOP", …).
+template <qk::Kind K>
+std::vector<std::string> form_choices() {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < qk::kFormsOf<K>.second; ++i)
+    names.emplace_back(qk::form_name(qk::kFormsOf<K>.first[i]));
+  return names;
+}
 
 // "1 row", "2 rows".
 std::string counted(long n, const std::string& noun);

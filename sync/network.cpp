@@ -42,7 +42,7 @@ std::vector<ScaleLine> read_network(ArchiveTools& a, std::vector<std::string>* p
     if (!ok) continue;
     // A family is written one way wherever it is shown, whatever case the archive holds.
     std::string family = rs->Fields("SL_FAMILY").to_string();
-    if (const FamilyForms* f = forms_of(family)) family = f->family;
+    if (const Family* f = forms_of(family)) family = std::string(f->name);
     lines.push_back({rs->Fields("SL_BNC").to_int32(), rs->Fields("SL_LINE").to_int32(), family,
                      rs->Fields("SL_SCALE").to_int32()});
   }

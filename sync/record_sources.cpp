@@ -15,6 +15,7 @@
 #include "qk/clsLayout.h"
 #include "qk/clsSimple.h"
 #include "qk/clsTraceability.h"
+#include "qk/host.h"
 #include "row_checks.h"
 
 namespace qk::sync {
@@ -83,7 +84,7 @@ std::vector<int32_t> table_ids(
 
 class DateSource : public RecordSource {
  public:
-  explicit DateSource(std::string form) : tagged_(form == "5000") {}
+  explicit DateSource(Form form) : tagged_(form == Form::Series5000) {}
   std::vector<int32_t> ids(int32_t, std::vector<std::string>*) override { return {0}; }
   std::string label(int32_t) const override { return "date and time"; }
   Strings build(int32_t) override {
@@ -147,9 +148,9 @@ class BarcodeSource : public FlaggedSource {
 
 class KeySource : public FlaggedSource {
  public:
-  KeySource(const LineContext& c, const std::string& form)
-      : FlaggedSource(c, form == "3000" ? RecordGroup::KeyBlock : RecordGroup::Key,
-                      form == "3000" ? "key block" : "key"),
+  KeySource(const LineContext& c, Form form)
+      : FlaggedSource(c, *group_of(Kind::Keys, form),
+                      form == Form::Series3000 ? "key block" : "key"),
         form_(form) {
     keys_.p_varKey(Variant(c.where.dept));
     keys_.p_strScale(std::to_string(c.where.scale));
@@ -158,22 +159,22 @@ class KeySource : public FlaggedSource {
   }
   Strings build(int32_t id) override {
     select(id);
-    if (form_ == "5000") return {keys_.p_strProtocolO50()};
-    if (form_ == "2000") return {keys_.p_strProtocolO20()};
+    if (form_ == Form::Series5000) return {keys_.p_strProtocolO50()};
+    if (form_ == Form::Series2000) return {keys_.p_strProtocolO20()};
     return {keys_.p_strProtocol()};
   }
   std::string flags(int32_t id) override {
     select(id);
-    if (form_ == "5000") return keys_.p_strFlagTrasm50();
-    if (form_ == "2000") return keys_.p_strFlagTrasm20();
+    if (form_ == Form::Series5000) return keys_.p_strFlagTrasm50();
+    if (form_ == Form::Series2000) return keys_.p_strFlagTrasm20();
     return keys_.p_strFlagTrasm();
   }
   void reset(int32_t id) override {
     int32_t l = line();
     select(id);
-    if (form_ == "5000")
+    if (form_ == Form::Series5000)
       keys_.p_ResetFlagTrasm50(l);
-    else if (form_ == "2000")
+    else if (form_ == Form::Series2000)
       keys_.p_ResetFlagTrasm20(l);
     else
       keys_.p_ResetFlagTrasm(l);
@@ -182,26 +183,33 @@ class KeySource : public FlaggedSource {
  private:
   // A block is addressed by its first key.
   void select(int32_t id) {
-    keys_.p_strScaleKey(std::to_string(form_ == "3000" ? id * kKeysPerBlock + 1 : id));
+    keys_.p_strScaleKey(std::to_string(form_ == Form::Series3000 ? id * kKeysPerBlock + 1 : id));
   }
-  std::string form_;
+  Form form_;
   clsAbbinamentoTasti keys_;
 };
 
 class LotSource : public FlaggedSource {
  public:
-  LotSource(const LineContext& c, const std::string& form)
+  LotSource(const LineContext& c, Form form)
       : FlaggedSource(c, RecordGroup::Lot, "lot"), form_(form) {
     lots_.p_lngBnc(c.where.dept);
     lots_.p_varConfiguredLines(c.configured);
   }
   Strings build(int32_t id) override {
     select(id);
-    if (form_ == "velta") return {lots_.p_strProtocol()};
-    if (form_ == "3000top") return lots_.p_3000TOP_strProtocol().items();
-    if (form_ == "2000") return lots_.p_2000_strProtocol().items();
-    if (form_ == "3000") return lots_.p_3000_strProtocol().items();
-    return {lots_.p_5000_strProtocol()};
+    switch (form_) {
+      case Form::Velta:
+        return {lots_.p_strProtocol()};
+      case Form::Series3000Top:
+        return lots_.p_3000TOP_strProtocol().items();
+      case Form::Series2000:
+        return lots_.p_2000_strProtocol().items();
+      case Form::Series3000:
+        return lots_.p_3000_strProtocol().items();
+      default:
+        return {lots_.p_5000_strProtocol()};
+    }
   }
   std::string flags(int32_t id) override {
     select(id);
@@ -215,7 +223,7 @@ class LotSource : public FlaggedSource {
 
  private:
   void select(int32_t id) { lots_.p_strTraceabilityId(std::to_string(id)); }
-  std::string form_;
+  Form form_;
   clsTraceability lots_;
 };
 
@@ -271,8 +279,7 @@ class TextSource : public CountedSource {
 
 class LayoutSource : public RecordSource {
  public:
-  LayoutSource(const LineContext& c, const std::string& form)
-      : c_(c), device_(form == "3000" ? 2 : 1) {
+  LayoutSource(const LineContext& c, Form form) : c_(c), device_(form == Form::Series3000 ? 2 : 1) {
     layout_.p_lngBnc(c.where.dept);
   }
   std::vector<int32_t> ids(int32_t, std::vector<std::string>* problems) override {
@@ -293,7 +300,7 @@ class LayoutSource : public RecordSource {
 
 class ImageSource : public RecordSource {
  public:
-  ImageSource(const LineContext& c, const std::string& form) : c_(c), kestra_(form == "kestra") {}
+  ImageSource(const LineContext& c, Form form) : c_(c), kestra_(form == Form::Kestra) {}
   std::vector<int32_t> ids(int32_t, std::vector<std::string>* problems) override {
     return table_ids(
         c_, "IMMAGINI", "IM_ID", problems, [this](int32_t id, automation::Recordset& rs) {
@@ -341,7 +348,7 @@ class ImageSource : public RecordSource {
 };
 
 template <class T>
-std::unique_ptr<RecordSource> with_form(const LineContext& c, const std::string& form) {
+std::unique_ptr<RecordSource> with_form(const LineContext& c, Form form) {
   return std::make_unique<T>(c, form);
 }
 
@@ -350,25 +357,25 @@ std::unique_ptr<RecordSource> with_form(const LineContext& c, const std::string&
 const std::vector<SourceEntry>& sources() {
   static const std::vector<SourceEntry> table = {
       {Kind::Date, false,
-       [](const LineContext&, const std::string& form) -> std::unique_ptr<RecordSource> {
+       [](const LineContext&, Form form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<DateSource>(form);
        }},
       {Kind::Vat, false,
-       [](const LineContext&, const std::string&) -> std::unique_ptr<RecordSource> {
+       [](const LineContext&, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<VatSource>();
        }},
       {Kind::Barcodes, true,
-       [](const LineContext& c, const std::string&) -> std::unique_ptr<RecordSource> {
+       [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<BarcodeSource>(c);
        }},
       {Kind::Keys, true, with_form<KeySource>},
       {Kind::Lots, true, with_form<LotSource>},
       {Kind::Ads, true,
-       [](const LineContext& c, const std::string&) -> std::unique_ptr<RecordSource> {
+       [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<AdSource>(c);
        }},
       {Kind::ETexts, false,
-       [](const LineContext& c, const std::string&) -> std::unique_ptr<RecordSource> {
+       [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<TextSource>(c);
        }},
       {Kind::Layouts, false, with_form<LayoutSource>},
@@ -377,18 +384,28 @@ const std::vector<SourceEntry>& sources() {
   return table;
 }
 
+LineContext single_line(ArchiveTools& a, int32_t dept, int32_t line, int32_t scale,
+                        std::vector<std::string>* problems) {
+  LineContext c;
+  c.where = {dept, line, "", scale};
+  c.configured = configured_lines(read_network(a, problems));
+  c.archive = &a;
+  c.images_folder = path_in(installation_folder(), "images") + "/";
+  return c;
+}
+
 const SourceEntry& source_of(Kind k) {
   for (const auto& s : sources())
     if (s.kind == k) return s;
   return sources().front();
 }
 
-std::optional<RecordGroup> group_of(Kind k, const std::string& form) {
+std::optional<RecordGroup> group_of(Kind k, Form form) {
   switch (k) {
     case Kind::Barcodes:
       return RecordGroup::BarcodeForm;
     case Kind::Keys:
-      return form == "3000" ? RecordGroup::KeyBlock : RecordGroup::Key;
+      return form == Form::Series3000 ? RecordGroup::KeyBlock : RecordGroup::Key;
     case Kind::Lots:
       return RecordGroup::Lot;
     case Kind::Ads:

@@ -19,7 +19,7 @@ namespace qk::sync {
 // One department's line, as every source of it sees it.
 struct LineContext {
   ScaleLine where;
-  const FamilyForms* forms = nullptr;
+  const Family* forms = nullptr;
   automation::Variant configured;  // the configured-lines array of the whole network
   ArchiveTools* archive = nullptr;
   std::string images_folder;  // "<installation>/images/"
@@ -48,14 +48,20 @@ struct SourceEntry {
   Kind kind;
   bool flagged;  // the records carry transmission flags; the others are sent only with --full
   // A source for the line in the family's form of the kind.
-  std::unique_ptr<RecordSource> (*open)(const LineContext& line, const std::string& form);
+  std::unique_ptr<RecordSource> (*open)(const LineContext& line, Form form);
 };
+
+// One department's line for records taken one at a time, outside a sync (the tool's single-record
+// commands): the network's configured lines, the archive, the line and scale given. Problems
+// reading the network go to *problems.
+LineContext single_line(ArchiveTools& a, int32_t dept, int32_t line, int32_t scale,
+                        std::vector<std::string>* problems);
 
 // Every kind, in the order a sync sends them.
 const std::vector<SourceEntry>& sources();
 const SourceEntry& source_of(Kind k);
 
 // The archive group a flag-carrying kind's records belong to (keys: by the family's form).
-std::optional<RecordGroup> group_of(Kind k, const std::string& form);
+std::optional<RecordGroup> group_of(Kind k, Form form);
 
 }  // namespace qk::sync

@@ -66,7 +66,7 @@ class LineSync {
     struct Opened {
       Kind kind;
       bool flagged;
-      std::string form;
+      Form form;
       std::shared_ptr<RecordSource> source;
       std::vector<int32_t> ids;
     };
@@ -74,8 +74,8 @@ class LineSync {
     std::size_t pending = 0;
     if (lost_) return false;
     for (const SourceEntry& e : sources()) {
-      const char* form = form_of(*c.forms, e.kind);
-      if (!form || (!e.flagged && !o_.scope.full && e.kind != Kind::Date)) continue;
+      Form form = c.forms->form(e.kind);
+      if (form == Form::None || (!e.flagged && !o_.scope.full && e.kind != Kind::Date)) continue;
       try {
         std::vector<std::string> problems;
         auto source = e.open(c, form);
@@ -201,7 +201,7 @@ class LineSync {
       ++tally.warned;
       r_.status = SyncReport::Failed;
     }
-    envelope_.kind = kind_name(kind);
+    envelope_.kind = std::string(kind_name(kind));
     envelope_.id = id;
     in_flight_ = current_context();
     for (const auto& s : strings) {
@@ -451,15 +451,15 @@ std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
         ContextScope context(describe(c.where));
         PendingLine p{c.where, true, {}};
         for (const SourceEntry& e : sources()) {
-          const char* form = form_of(*c.forms, e.kind);
-          if (!form || !e.flagged) continue;
+          Form form = c.forms->form(e.kind);
+          if (form == Form::None || !e.flagged) continue;
           try {
             auto source = e.open(c, form);
             for (int32_t id : source->ids(c.where.line, problems))
               p.records.push_back({e.kind, id, source->label(id), source->flags(id)});
           } catch (const std::exception& ex) {
             if (problems)
-              problems->push_back(describe(c.where) + ": " + kind_name(e.kind) +
+              problems->push_back(describe(c.where) + ": " + std::string(kind_name(e.kind)) +
                                   " could not be listed: " + error_text(ex));
           }
         }
@@ -498,7 +498,7 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
       }
       if (chosen.empty()) continue;
       for (Kind k : kinds) {
-        auto g = group_of(k, "");
+        auto g = group_of(k, Form::None);
         if (!g) continue;
         const archive::Table& t = group_table(*g);
         Where where{{std::string(t.department), dept}};

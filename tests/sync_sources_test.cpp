@@ -131,27 +131,36 @@ struct Sync : ArchiveFixture {
 }  // namespace
 
 TEST(Families, WhatEachFamilyTakes) {
+  using qk::Form;
   using sync::Kind;
   struct Row {
     const char* family;
     Kind kind;
-    const char* form;  // nullptr: not taken
+    Form form;
   } rows[] = {
-      {"3000", Kind::Keys, "3000"},       {"3000top", Kind::Lots, "3000top"},  // any letter case
-      {"2000", Kind::Vat, "2000"},        {"5000", Kind::Barcodes, nullptr},
-      {"5000", Kind::Ads, "5000"},        {"VELTA", Kind::Keys, nullptr},
-      {"VELTA", Kind::Lots, "velta"},     {"KESTRA", Kind::Images, "kestra"},
-      {"KESTRA", Kind::Layouts, nullptr}, {"3000", Kind::Date, "numeric"},
+      {"3000", Kind::Keys, Form::Series3000},
+      {"3000top", Kind::Lots, Form::Series3000Top},  // any letter case
+      {"2000", Kind::Vat, Form::Series2000},
+      {"5000", Kind::Barcodes, Form::None},
+      {"5000", Kind::Ads, Form::Series5000},
+      {"VELTA", Kind::Keys, Form::None},
+      {"VELTA", Kind::Lots, Form::Velta},
+      {"KESTRA", Kind::Images, Form::Kestra},
+      {"KESTRA", Kind::Layouts, Form::None},
+      {"3000", Kind::Date, Form::Numeric},
   };
   for (const auto& r : rows) {
-    const sync::FamilyForms* f = sync::forms_of(r.family);
+    const qk::Family* f = sync::forms_of(r.family);
     ASSERT_NE(f, nullptr) << r.family;
-    const char* form = sync::form_of(*f, r.kind);
-    if (!r.form)
-      EXPECT_EQ(form, nullptr) << r.family << " " << sync::kind_name(r.kind);
-    else
-      EXPECT_STREQ(form, r.form) << r.family;
+    EXPECT_EQ(f->form(r.kind), r.form) << r.family << " " << sync::kind_name(r.kind);
   }
+  // What a command building one record "for a family" offers: each form once, catalogue order.
+  auto lots = qk::kFormsOf<Kind::Lots>;
+  std::vector<std::string_view> names;
+  for (std::size_t i = 0; i < lots.second; ++i) names.push_back(qk::form_name(lots.first[i]));
+  EXPECT_EQ(names, (std::vector<std::string_view>{"3000", "3000TOP", "2000", "5000", "VELTA"}));
+  EXPECT_EQ(qk::parse_form<Kind::Lots>("velta"), Form::Velta);
+  EXPECT_EQ(qk::parse_form<Kind::Keys>("3000TOP"), Form::None) << "keys have no 3000TOP form";
   EXPECT_EQ(sync::forms_of("6000"), nullptr);
   // The table's order is the sending order: date first, images last.
   EXPECT_EQ(sync::sources().front().kind, Kind::Date);

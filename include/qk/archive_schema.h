@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "qk/families.h"
+
 namespace qk::archive {
 
 // The version an archive's schema carries; a companion refuses an older one with a message that
@@ -31,9 +33,8 @@ enum class TextForm { Any, Date };
 inline constexpr std::int64_t kIntegerMin = INT32_MIN;
 inline constexpr std::int64_t kIntegerMax = INT32_MAX;
 
-// The scale families a line can serve.
-inline constexpr std::array<std::string_view, 6> kFamilies = {"3000", "3000TOP", "2000",
-                                                              "5000", "VELTA",   "KESTRA"};
+// The scale families a line can serve: the catalogue's (qk/families.h).
+inline constexpr const auto& kFamilies = kFamilyNames;
 
 struct Column {
   std::string_view name;
@@ -83,6 +84,20 @@ inline constexpr Column kScaleLines[] = {
     {"SL_SCALE", T::Integer, true},
 };
 inline constexpr Names kScaleLinesKey[] = {"SL_BNC", "SL_LINE"};
+
+// The CHECK text quotes exactly the catalogue's families, in its order (a family added to the
+// catalogue and not here does not compile).
+constexpr bool quotes_exactly(std::string_view check, std::span<const std::string_view> names) {
+  std::size_t at = check.find('(');
+  for (auto n : names) {
+    if (at == std::string_view::npos || check.size() < at + 3 + n.size() || check[at + 1] != '\'' ||
+        check.substr(at + 2, n.size()) != n || check[at + 2 + n.size()] != '\'')
+      return false;
+    at += 3 + n.size();
+  }
+  return at < check.size() && check[at] == ')';
+}
+static_assert(quotes_exactly(kScaleLines[2].check_sql, kFamilies));
 
 inline constexpr Column kKeys[] = {
     {"TP_BNC", T::Integer, true},
@@ -348,13 +363,7 @@ inline constexpr const Column* find_column(const Table& t, std::string_view name
 
 // Names as files and desktop databases spell them: ASCII letters in any case.
 inline constexpr bool same_name(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 'a' + 'A') : a[i];
-    char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 'a' + 'A') : b[i];
-    if (x != y) return false;
-  }
-  return true;
+  return same_letters(a, b);
 }
 
 // The table, or the column, whose name is `name` in any letter case; nullptr when none.
