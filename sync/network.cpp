@@ -19,6 +19,17 @@ std::shared_ptr<ArchiveTools> new_archive_tools() {
   return tools;
 }
 
+ArchiveWrite::~ArchiveWrite() {
+  if (done_) return;
+  try {
+    a_.rollback();
+  } catch (const std::exception& e) {
+    host::event_log(host::kEventWarning,
+                    "a rollback failed (" + std::string(e.what()) +
+                        "); the archive's server ends the transaction itself");
+  }
+}
+
 std::shared_ptr<ArchiveTools> open_archive_tools(const std::string& location) {
   auto tools = new_archive_tools();
   std::dynamic_pointer_cast<DbAccess>(automation::ObjectPtr(tools))->Initialize(Variant(location));

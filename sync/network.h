@@ -18,13 +18,13 @@ std::shared_ptr<ArchiveTools> new_archive_tools();
 // archive at `location` (a server URI or the absolute path of a .sqlite file).
 std::shared_ptr<ArchiveTools> open_archive_tools(const std::string& location = kArchiveName);
 
-// A write transaction of the tools that rolls back unless committed.
+// A write transaction of the tools that rolls back unless committed. A rollback that fails (the
+// server went away: it rolls back by itself) is written to the event log, never raised from the
+// destructor.
 class ArchiveWrite {
  public:
   explicit ArchiveWrite(ArchiveTools& a) : a_(a) { a_.begin_write(); }
-  ~ArchiveWrite() {
-    if (!done_) a_.rollback();
-  }
+  ~ArchiveWrite();
   void commit() {
     a_.commit();
     done_ = true;

@@ -4,6 +4,7 @@
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
 #include "qk/error.h"
+#include "network.h"
 #include "row_checks.h"
 
 using namespace qk;
@@ -243,7 +244,6 @@ TEST_P(ArchiveContract, GroupStatesSuspectWhatTheChecksWouldName) {
   EXPECT_TRUE(lots[2].suspect);
 }
 
-QK_ON_BOTH_BACKENDS(ArchiveContract);
 
 // SQLite keeps values its columns' types cannot hold; they are suspect, and a key that is no
 // whole number belongs to no key's record (as the records' own reads select them).
@@ -299,3 +299,27 @@ TEST(Flags, MergeMaskAndClear) {
   EXPECT_THROW(flags::clear_line(f, 9), automation::Error);
   EXPECT_THROW(flags::clear_line(f, 0), automation::Error);
 }
+
+// The server goes away inside a write transaction: the rollback that ends it is logged, nothing
+// is raised from the destructor, and the process goes on.
+TEST_P(ArchiveContract, ALostServerInAWriteTransactionIsLoggedNotFatal) {
+  if (server.empty()) GTEST_SKIP() << "a file archive has no server to lose";
+  std::vector<std::string> logged;
+  host::set_event_log([&](int, const std::string& text) { logged.push_back(text); });
+  auto tools = sync::open_archive_tools(server);
+  {
+    sync::ArchiveWrite write(*tools);
+    std::string database = server.substr(server.find("///") + 3);
+    database = database.substr(0, database.find('?'));
+    PgServer::rows(PgServer::get().uri("postgres"),
+                   "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '" +
+                       database + "' AND pid <> pg_backend_pid()");
+  }
+  host::set_event_log(nullptr);
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_NE(logged[0].find("a rollback failed"), std::string::npos) << logged[0];
+  EXPECT_NE(tools->connection_lost(), "");
+  EXPECT_EQ(error_of([&] { tools->begin_write(); }), automation::kRemoteServerUnavailable);
+}
+
+QK_ON_BOTH_BACKENDS(ArchiveContract);
