@@ -6,6 +6,7 @@
 #include "network.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
+#include "qk/sqlite_archive.h"
 #include "session.h"
 
 namespace qkp {
@@ -109,7 +110,9 @@ void add_init_command(CLI::App& app, Options&) {
       "upgrade", "Bring an archive made by an earlier version to this version's schema");
   upgrade->callback([] {
     reported("archive upgrade failed", [] {
-      int found = qk::sync::new_archive_tools()->upgrade_schema(qk::kArchiveName);
+      auto tools = qk::sync::new_archive_tools();  // registers the companion's reading
+      int found = qk::archive_schema_version(qk::kArchiveName);
+      tools->upgrade_schema(qk::kArchiveName);
       std::string now = std::to_string(qk::archive::kSchemaVersion);
       note(found == qk::archive::kSchemaVersion
                ? "the archive already has schema version " + now + ": nothing to do"

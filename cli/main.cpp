@@ -6,6 +6,7 @@
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/sqlite_archive.h"
+#include "qk/version.h"
 #include "session.h"
 
 int main(int argc, char** argv) {

@@ -84,7 +84,7 @@ class LineSync {
         if (e.flagged) pending += ids.size();
         kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
       } catch (const std::exception& ex) {
-        if (lost()) return false;
+        if (lost(&ex)) return false;
         problem(std::string(kind_name(e.kind)) + " could not be listed: " + error_text(ex));
         ++r_.tally[e.kind].failed;
       }
@@ -101,19 +101,28 @@ class LineSync {
   // Makes the last batch durable and resets it; false when delivery stopped.
   bool finish() { return (flush() && !lost_) || (!lost_ && stop()); }
 
-  // Whether the archive's connection was lost: then the sync stops at once, says so once, and
-  // tries nothing more on the archive. What was delivered but not yet reset will be sent again.
-  bool lost() {
+  // Whether the archive's connection was lost (error 462, raised or reported, by the companion
+  // that keeps the first cause): then the sync stops at once, says so once, and tries nothing
+  // more on the archive. What was delivered but not yet reset will be sent again.
+  bool lost(const std::exception* raised = nullptr) {
     if (lost_) return true;
-    std::string why = a_.connection_lost();
+    auto* e = dynamic_cast<const automation::Error*>(raised);
+    host::Report last = host::last_report_on_this_thread();
+    std::string why = e && e->number() == automation::kRemoteServerUnavailable
+                          ? cp1252_to_utf8(e->description())
+                      : !e && last.number == automation::kRemoteServerUnavailable &&
+                              host::reports_on_this_thread() != reports_at_lost_check_
+                          ? cp1252_to_utf8(last.description)
+                          : "";
+    reports_at_lost_check_ = host::reports_on_this_thread();
     if (why.empty()) return false;
     lost_ = true;
     reading_ = false;
     forget_states();
     std::size_t unreset = 0;
     for (const auto& w : waiting_) unreset += w.source ? 1 : 0;
-    o_.say(a_.location() + ": the connection to the archive was lost (" + why +
-           "); the sync stops here: what was reset stays reset, everything else stays pending" +
+    o_.say(why +
+           "; the sync stops here: what was reset stays reset, everything else stays pending" +
            (unreset ? " (" + std::to_string(unreset) +
                           " records delivered but not reset will be sent again)"
                     : ""));
@@ -154,7 +163,7 @@ class LineSync {
       try {
         a_.begin_read();
       } catch (const std::exception& ex) {
-        if (lost()) return false;
+        if (lost(&ex)) return false;
         throw;
       }
       reading_ = true;
@@ -185,7 +194,7 @@ class LineSync {
       }
       strings = source.build(id);
     } catch (const std::exception& ex) {
-      if (lost()) return false;
+      if (lost(&ex)) return false;
       problem("error while building: " + error_text(ex));
       strings.clear();
     }
@@ -249,8 +258,8 @@ class LineSync {
       reading_ = false;
       try {
         a_.end_read();
-      } catch (const std::exception&) {
-        if (!lost()) throw;
+      } catch (const std::exception& ex) {
+        if (!lost(&ex)) throw;
       }
     }
     forget_states();
@@ -302,8 +311,12 @@ class LineSync {
       a_.commit();
     } catch (const std::exception& ex) {
       a_.guard_resets(nullptr);
-      a_.rollback();
-      if (lost()) return;
+      try {
+        a_.rollback();
+      } catch (const std::exception&) {
+        // A lost connection's rollback: the server ended the transaction.
+      }
+      if (lost(&ex)) return;
       problem("the flags of " + std::to_string(waiting_.size()) +
               " delivered records could not be written (" + error_text(ex) +
               "); they will be sent again");
@@ -346,6 +359,7 @@ class LineSync {
   std::optional<GroupRef> states_scope_;
   int32_t states_first_ = 0, states_last_ = 0, line_ = 0;
   bool reading_ = false, warned_ = false, lost_ = false;
+  long reports_at_lost_check_ = host::reports_on_this_thread();
   long delivered_ = 0;
 };
 
@@ -426,7 +440,7 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   } catch (const std::exception& e) {
     // What the archive raised outside a record (reading the network, a transaction): the run
     // still ends with its report.
-    if (!lines.lost()) problems.push_back(error_text(e));
+    if (!lines.lost(&e)) problems.push_back(error_text(e));
     stopped = true;
     visited = std::max(visited, 1);
   }

@@ -24,6 +24,9 @@ test "$soname" = "libqk_protocol.so.2"
 
 "$prefix/bin/qkp" --home "$work/shop" init --demo
 "$prefix/bin/qkp" --version | grep -q '^qkp 2\.'
+# The version header says the same version as the tool and the library's SONAME.
+grep -q "#define QK_VERSION \"$("$prefix/bin/qkp" --version | cut -d' ' -f2)\"" "$prefix/include/qk/version.h"
+grep -q '#define QK_VERSION_MAJOR 2$' "$prefix/include/qk/version.h"
 
 # find_package(QK_Protocol CONFIG)
 cmake -S "$source/examples/host_barcodes" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null

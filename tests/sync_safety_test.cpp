@@ -213,7 +213,8 @@ TEST_P(SyncSafety, ALostServerEndsTheSyncWithOneMessageAndResetsOnlyWhatWent) {
   std::string said = file_bytes(errors);
   std::size_t lost = 0, other = 0;
   for (const auto& line : lines_of(said)) {
-    if (line.find("the connection to the archive was lost (") != std::string::npos)
+    if (line.find(" was lost: ") != std::string::npos &&
+        line.find("connection to the archive") != std::string::npos)
       ++lost;
     else if (line.find("records delivered") == std::string::npos &&
              line.rfind("qkp: sync of line 1:", 0) != 0)

@@ -84,7 +84,7 @@ class FailingCommit : public ArchiveTools {
   }
   void begin_new_archive(const std::string& f, bool r) override { real_->begin_new_archive(f, r); }
   void publish_new_archive() override { real_->publish_new_archive(); }
-  int upgrade_schema(const std::string& f) override { return real_->upgrade_schema(f); }
+  void upgrade_schema(const std::string& f) override { real_->upgrade_schema(f); }
 
  private:
   std::shared_ptr<ArchiveTools> real_;

@@ -119,10 +119,6 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
   a.guard_left += std::max<long>(all, static_cast<long>(rows.size())) - updated;
 }
 
-std::string clsDbAccess::connection_lost() const {
-  return archive_ ? archive_->lost() : "";
-}
-
 std::string clsDbAccess::location() const {
   if (!archive_) raise(automation::kObjectNotSet);
   return archive_->path();
@@ -350,11 +346,9 @@ void clsDbAccess::publish_new_archive() {
   Initialize(Variant(new_archive_name_));
 }
 
-int clsDbAccess::upgrade_schema(const std::string& database_file) {
+void clsDbAccess::upgrade_schema(const std::string& database_file) {
   auto a = Archive::open(locate(database_file), true);
-  int found = a->schema_version();
-  if (found < archive::kSchemaVersion) a->upgrade();
-  return found;
+  if (a->schema_version() < archive::kSchemaVersion) a->upgrade();
 }
 
 }  // namespace qk::companions

@@ -358,6 +358,10 @@ namespace qk {
 void register_sqlite_archive() {
   companions::register_db_access();
 }
+int archive_schema_version(const std::string& database_file) {
+  return companions::Archive::open(companions::clsDbAccess::locate(database_file), true)
+      ->schema_version();
+}
 void open_archives_read_only(bool read_only) {
   companions::request_read_only(read_only);
 }

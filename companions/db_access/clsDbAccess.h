@@ -59,7 +59,6 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
 
   // The tools' members (qk/archive_tools.h).
   std::string location() const override;
-  std::string connection_lost() const override;
   void begin_read() override;
   void end_read() override;
   void begin_write() override;
@@ -82,7 +81,7 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
   std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override;
   void begin_new_archive(const std::string& database_file, bool replace) override;
   void publish_new_archive() override;
-  int upgrade_schema(const std::string& database_file) override;
+  void upgrade_schema(const std::string& database_file) override;
 
   // The opened archive (error 91 before Initialize).
   Archive& archive();

@@ -241,6 +241,8 @@ void PgArchive::fail(const std::string& what, const char* detail) {
     if (!std::isspace(static_cast<unsigned char>(c)) ||
         (!one_line.empty() && one_line.back() != ' '))
       one_line += std::isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+  while (!one_line.empty() && (one_line.back() == ' ' || one_line.back() == '.'))
+    one_line.pop_back();
   why = one_line;
   if (depth_ > 0) aborted_ = true;
   if (PQstatus(conn_) == CONNECTION_BAD) {

@@ -84,9 +84,6 @@ class ArchiveTools : public virtual automation::Object {
 
   // Where the archive is (a file path or a connection without its password), for messages.
   virtual std::string location() const = 0;
-  // Why the connection to the archive's server was lost, or "" while it works (a file is never
-  // lost). Once lost, every member raises error 462 at once without trying the server again.
-  virtual std::string connection_lost() const { return ""; }
 
   // Transactions on this thread's connection; the component's own calls made in between belong
   // to them. begin_read gives one consistent view until end_read. begin_write waits briefly for
@@ -148,9 +145,8 @@ class ArchiveTools : public virtual automation::Object {
   // archive raises error 58 (file already exists) unless `replace`.
   virtual void begin_new_archive(const std::string& database_file, bool replace) = 0;
   virtual void publish_new_archive() = 0;
-  // Brings an archive of an older schema to the current one, keeping every row. Returns the
-  // schema version it found (archive::kSchemaVersion: there was nothing to do).
-  virtual int upgrade_schema(const std::string& database_file) = 0;
+  // Brings an archive of an older schema to the current one, keeping every row.
+  virtual void upgrade_schema(const std::string& database_file) = 0;
 };
 
 }  // namespace qk

@@ -85,6 +85,13 @@ void event_log(int type, const std::string& text);
 long reports_on_this_thread();
 long notices_on_this_thread();
 void count_report();
+// The last error the component reported on this thread (number 0 before any): a host that saw
+// reports_on_this_thread() change learns which error it was.
+struct Report {
+  long number = 0;
+  std::string description;
+};
+Report last_report_on_this_thread();
 
 // The exit code a running process reads for itself (STILL_ACTIVE).
 inline constexpr unsigned kStillActive = 259;

@@ -10,6 +10,7 @@
 #include "qk/companions.h"
 #include "qk/error.h"
 #include "qk/host.h"
+#include "qk/version.h"
 
 namespace qk {
 

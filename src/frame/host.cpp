@@ -21,6 +21,7 @@ struct Callbacks {
 
 thread_local long g_reports = 0;
 thread_local long g_notices = 0;
+thread_local Report g_last_report;
 
 Callbacks& callbacks() {
   static Callbacks c;
@@ -57,6 +58,13 @@ void set_exit_process(ExitProcessFn fn) {
 void set_event_log(EventLogFn fn) {
   std::lock_guard lock(callbacks().mutex);
   callbacks().log = std::move(fn);
+}
+
+Report last_report_on_this_thread() {
+  return g_last_report;
+}
+void remember_report(long number, const std::string& description) {
+  g_last_report = {number, description};
 }
 
 long reports_on_this_thread() {

@@ -49,6 +49,11 @@ void p_ReportError(automation::Variant& Number, automation::Variant& Description
                    automation::Variant& Project, automation::Variant& Module,
                    automation::Variant& Procedure) {
   host::count_report();
+  try {
+    host::remember_report(Number.to_int32(), Description.to_string());
+  } catch (...) {
+    // A number or description that is no number or text is still a report; it is only not kept.
+  }
   // Resume-next: a failing statement is skipped and the fallback flag is set.
   bool fallback = false;
   auto step = [&](auto&& f) {

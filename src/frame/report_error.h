@@ -50,3 +50,8 @@ bool trap(const TrapLabel& label, Body&& body) noexcept {
 }
 
 }  // namespace qk
+
+namespace qk::host {
+// Keeps the last report of this thread for last_report_on_this_thread().
+void remember_report(long number, const std::string& description);
+}  // namespace qk::host
