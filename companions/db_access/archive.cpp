@@ -4,6 +4,8 @@
 
 #include "db_access/pg_archive.h"
 #include "db_access/sqlite_archive.h"
+#include "qk/archive_schema.h"
+#include "qk/error.h"
 
 namespace qk::companions {
 
@@ -26,6 +28,25 @@ bool Archive::is_server(const std::string& location) {
 std::shared_ptr<Archive> Archive::open(const std::string& location, bool any_version) {
   if (is_server(location)) return PgArchive::open(location, any_version);
   return SqliteArchive::open(location, any_version);
+}
+
+void Archive::check_schema(bool any_version) {
+  int version = schema_version();
+  std::string found = std::to_string(version), needed = std::to_string(archive::kSchemaVersion);
+  if (version > archive::kSchemaVersion)
+    automation::raise(automation::kDatabaseError, "the archive " + path_ + " has schema version " +
+                                                      found + ", newer than this version knows (" +
+                                                      needed + "): use a newer qkp");
+  if (any_version) return;
+  if (version < archive::kSchemaVersion)
+    automation::raise(automation::kDatabaseError,
+                      "the archive " + path_ + " has schema version " + found +
+                          ", this version needs " + needed +
+                          ": run \"qkp archive upgrade\" (every row is kept)");
+  for (const auto& t : archive::tables())
+    if (!has_table(std::string(t.name)))
+      automation::raise(automation::kDatabaseError,
+                        "the archive " + path_ + " has no table " + std::string(t.name));
 }
 
 void Archive::each_row(const std::string& sql, const std::vector<Variant>& params,

@@ -49,6 +49,11 @@ class Archive {
   virtual void begin(bool write) = 0;
   virtual void end(bool commit) = 0;
   virtual bool in_transaction() = 0;
+  // Whether the database holds a table of that name (in any letter case).
+  virtual bool has_table(const std::string& name) = 0;
+  // The archive policy both databases keep: a newer schema is refused; unless `any_version`, an
+  // older one is refused with the way to upgrade it, and every table must be there.
+  void check_schema(bool any_version);
   // Why the connection to the database was lost, or "" while it works. Once lost, every call
   // raises error 462 at once: nothing more is tried on that connection.
   virtual std::string lost() const { return ""; }

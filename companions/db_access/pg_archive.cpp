@@ -177,15 +177,7 @@ std::shared_ptr<Archive> PgArchive::open(const std::string& uri, bool any_versio
                                           " holds no archive (its table QK_SCHEMA is missing): "
                                           "create one with \"qkp init\" or \"qkp archive copy\"");
   }
-  int version = a->schema_version();
-  if (!any_version && version != archive::kSchemaVersion)
-    raise(automation::kDatabaseError, "the archive " + a->path() + " has schema version " +
-                                          std::to_string(version) + ", this version needs " +
-                                          std::to_string(archive::kSchemaVersion));
-  for (const auto& t : archive::tables())
-    if (!a->has_table(std::string(t.name)))
-      raise(automation::kDatabaseError,
-            "the archive " + a->path() + " has no table " + std::string(t.name));
+  a->check_schema(any_version);
   return a;
 }
 

@@ -31,6 +31,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   void end(bool commit) override;
   bool in_transaction() override { return depth_ > 0; }
   std::string lost() const override { return lost_; }
+  bool has_table(const std::string& name) override;
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
@@ -55,7 +56,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   // The result when it succeeded; otherwise clears it and raises "what: <server's reason>".
   pg_result* checked(pg_result* r, const std::string& what);
   [[noreturn]] void fail(const std::string& what, const char* detail);
-  bool has_table(const std::string& name);
+
   std::string lost_;  // why the connection was lost
   // A result column's table, by the identifier the server gives it ("?" for none).
   std::string table_name(unsigned oid);

@@ -131,17 +131,7 @@ std::shared_ptr<Archive> SqliteArchive::open(const std::string& path, bool any_v
   std::shared_ptr<SqliteArchive> a(new SqliteArchive(db, path));
   // Touch the schema now so that a file that is not an archive is reported at once.
   a->query("select count(*) from sqlite_master");
-  int version = a->schema_version();
-  if (!any_version && version < archive::kSchemaVersion)
-    automation::raise(automation::kDatabaseError,
-                      "the archive " + path + " has schema version " + std::to_string(version) +
-                          ", this version needs " + std::to_string(archive::kSchemaVersion) +
-                          ": run \"qkp archive upgrade\" (every row is kept)");
-  if (version > archive::kSchemaVersion)
-    automation::raise(automation::kDatabaseError,
-                      "the archive " + path + " has schema version " + std::to_string(version) +
-                          ", newer than this version knows (" +
-                          std::to_string(archive::kSchemaVersion) + "): use a newer qkp");
+  a->check_schema(any_version);
   return a;
 }
 
@@ -162,6 +152,14 @@ std::shared_ptr<Archive> SqliteArchive::create(const std::string& path) {
 int64_t SqliteArchive::next_version() {
   execute("UPDATE QK_SEQUENCE SET N = N + 1");
   return static_cast<int64_t>(query("SELECT N FROM QK_SEQUENCE")->Fields("N").to_double());
+}
+
+bool SqliteArchive::has_table(const std::string& name) {
+  auto rs = query(
+      "select count(*) as n from sqlite_master where type = 'table' and name = ?1 "
+      "collate nocase",
+      {Variant(name)});
+  return rs->Fields("n").to_int32() > 0;
 }
 
 int SqliteArchive::schema_version() {

@@ -32,6 +32,7 @@ class SqliteArchive : public Archive {
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
+  bool has_table(const std::string& name) override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
                                                 std::string* holder) override;

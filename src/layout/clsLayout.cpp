@@ -327,10 +327,7 @@ StringArray clsLayout::m_strTextOrva5000() {
     walk(*layout_, fmt::kText, fmt::kText5000Reads, v, [&](const ObjectValues& v) {
       std::string field = v.t(p::kField), stored = v.t(p::kDataType);
       std::string data_type = stored, field_value = v.t(p::kFieldValue);
-      double type = automation::leading_number(stored);
-      bool raw = false;
-      for (int t : fmt::kRawDataTypes) raw = raw || type == t;
-      if (!raw) {
+      if (!fmt::sent_as_stored(automation::leading_number(stored))) {
         std::string from = "O3", to = "O5";
         data_type = mapping.ConvertValue(from, to, stored);
       }

@@ -39,7 +39,7 @@ LayoutCheck check_layout(int32_t dept, int32_t layout) {
       say(where + ": field number over 50, left out of the 3000 series");
     if (type != fmt::kText) continue;
     double stored = automation::leading_number(data_type);
-    if (stored == 36 || stored == 37 || stored == 38) continue;
+    if (fmt::sent_as_stored(stored)) continue;
     if (data_type.find_first_of("'\"") != std::string::npos) {
       say(where + ": data type " + data_type +
           " holds a quote; the scale's mapping lookup cannot find such a value (it is pasted "

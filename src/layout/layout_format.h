@@ -51,6 +51,13 @@ inline constexpr int kLogoElementBase = 207;
 inline constexpr std::string_view kLogoFixedFields = "99000";
 inline constexpr int kFontShiftBelow = 25;
 inline constexpr int kRawDataTypes[3] = {36, 37, 38};
+// The one rule for the data types the 5000 series takes as they stand, never through the value
+// mapping (the encoder, the checker and the receiver ask it).
+inline constexpr bool sent_as_stored(double data_type) {
+  for (int t : kRawDataTypes)
+    if (data_type == t) return true;
+  return false;
+}
 inline constexpr std::string_view kUnknownDataType = "27";
 inline constexpr std::string_view kUnknownFieldValue = "999";
 inline constexpr int kDataTypeWithBase = 45;

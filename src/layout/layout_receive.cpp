@@ -408,7 +408,7 @@ ReceivedLayout read_5000(const std::string& messages, int32_t source, Lookups& l
       std::string tda = in.text(a::kDataType);
       int32_t sent = whole(m.where, "TDA", tda);
       int32_t type = sent;
-      if (sent < fmt::kRawDataTypes[0] || sent > fmt::kRawDataTypes[2]) {
+      if (!fmt::sent_as_stored(sent)) {
         std::string from = "O5", to = "O3", value = tda;
         std::string mapped = r.lookups().mapping.ConvertValue(from, to, value);
         type = whole(m.where, "the data type mapped from TDA " + tda, mapped);
