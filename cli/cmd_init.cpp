@@ -6,7 +6,7 @@
 #include "network.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "session.h"
 
 namespace qkp {

@@ -6,7 +6,7 @@
 #include "commands.h"
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "session.h"
 
 namespace qkp {

@@ -5,7 +5,7 @@
 #include "commands.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "qk/version.h"
 #include "session.h"
 

@@ -7,7 +7,7 @@
 
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "qk/translations.h"
 #include "sync.h"
 
@@ -60,7 +60,7 @@ class StderrLogger : public qk::Logger {
 }  // namespace
 
 void start_session() {
-  qk::register_sqlite_archive();
+  qk::register_archive();
   qk::register_translations();
   qk::register_registry_helper();
   qk::host::StartOptions o;

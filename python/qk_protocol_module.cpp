@@ -25,7 +25,7 @@
 #include "qk/clsTraceability.h"
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "qk/translations.h"
 
 namespace py = pybind11;
@@ -167,7 +167,7 @@ void start(const std::optional<std::string>& installation_folder,
            const std::optional<py::function>& on_error,
            const std::optional<py::function>& on_message_box,
            const std::optional<py::function>& on_event_log) {
-  qk::register_sqlite_archive();
+  qk::register_archive();
   qk::register_translations();
   qk::register_registry_helper();
   qk::host::StartOptions o;

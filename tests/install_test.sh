@@ -21,6 +21,10 @@ fi
 # Libraries carry a SONAME with the major version.
 soname=$(readelf -d "$prefix"/lib*/libqk_protocol.so | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
 test "$soname" = "libqk_protocol.so.2"
+# The archive companion's former name still links and loads, and its CMake target still exists.
+test -e "$prefix"/lib*/libqk_sqlite_archive.so
+test -e "$prefix"/lib*/libqk_sqlite_archive.so.2
+grep -q 'QK::sqlite_archive' "$prefix"/lib*/cmake/QK_Protocol/QK_ProtocolConfig.cmake
 
 "$prefix/bin/qkp" --home "$work/shop" init --demo
 "$prefix/bin/qkp" --version | grep -q '^qkp 2\.'

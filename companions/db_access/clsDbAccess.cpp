@@ -7,9 +7,9 @@
 
 #include "db_access/access_sql.h"
 #include "db_access/pg_archive.h"
+#include "qk/archive.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "qk/sqlite_archive.h"
 
 namespace qk::companions {
 
@@ -355,8 +355,11 @@ void register_db_access() {
 }  // namespace qk::companions
 
 namespace qk {
-void register_sqlite_archive() {
+void register_archive() {
   companions::register_db_access();
+}
+void register_sqlite_archive() {
+  register_archive();
 }
 int archive_schema_version(const std::string& database_file) {
   return companions::Archive::open(companions::clsDbAccess::locate(database_file), true)

@@ -8,7 +8,7 @@
 #include <qk/clsBarCode.h>
 #include <qk/host.h>
 #include <qk/registry_helper.h>
-#include <qk/sqlite_archive.h>
+#include <qk/archive.h>
 #include <qk/translations.h>
 
 #include <cstdio>
@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
   int department = std::stoi(argv[2]);
 
   // Start: the companions, then the component on the installation folder.
-  qk::register_sqlite_archive();
+  qk::register_archive();
   qk::register_translations();
   qk::register_registry_helper();
   auto logger = std::make_shared<PrintingLogger>();

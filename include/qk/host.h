@@ -1,6 +1,6 @@
 // The host API: what a program that embeds the component does around the public classes.
 //
-//   qk::register_sqlite_archive();   // and the other companions, or the host's own
+//   qk::register_archive();   // and the other companions, or the host's own
 //   qk::register_translations();
 //   qk::register_registry_helper();
 //   qk::host::start({.installation_folder = "/srv/shop"});

@@ -22,7 +22,7 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/registry_helper.h"
-#include "qk/sqlite_archive.h"
+#include "qk/archive.h"
 #include "qk/translations.h"
 #include "registry/clsRegistry.h"
 #include "table_import.h"
@@ -134,7 +134,7 @@ int registry(const uint8_t* data, std::size_t size) {
 int layout(const uint8_t* data, std::size_t size) {
   std::string folder = scratch_home();
   static bool registered = [] {
-    register_sqlite_archive();
+    register_archive();
     register_translations();
     register_registry_helper();
     return true;
