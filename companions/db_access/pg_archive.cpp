@@ -196,15 +196,7 @@ std::shared_ptr<Archive> PgArchive::create(const std::string& uri, bool replace)
                           "select 1 from pg_class where relname = 'qk_sequence' and "
                           "relkind = 'S' and pg_table_is_visible(oid)")
                          ->Eof();
-    std::string drop = std::string(sequence ? "DROP SEQUENCE" : "DROP TABLE") +
-                       " IF EXISTS QK_SEQUENCE CASCADE;\nDROP TABLE IF EXISTS QK_SCHEMA";
-    for (const auto& t : archive::tables()) drop += ", " + std::string(t.name);
-    a->execute_script(drop +
-                      " CASCADE;\n"
-                      "DROP FUNCTION IF EXISTS qk_next_version, instr, qk_int, qk_mod, qk_intdiv, "
-                      "MESSAGES_VERSION CASCADE;\n");
-    for (const auto& t : archive::tables())
-      a->execute_script("DROP FUNCTION IF EXISTS " + std::string(t.name) + "_VERSION CASCADE;\n");
+    a->execute_script(pg_drop_schema_sql(sequence));
   }
   a->execute_script(pg_archive_schema_sql());
   return a;

@@ -1,5 +1,7 @@
 #include "db_access/schema.h"
 
+#include <vector>
+
 #include "qk/archive_schema.h"
 
 namespace qk::companions {
@@ -22,27 +24,69 @@ std::string joined(std::span<const std::string_view> names) {
   return s;
 }
 
-std::string column_sql(const Column& c) {
-  std::string s = "  " + std::string(c.name) + " " +
-                  (c.type == ColumnType::Integer ? "INTEGER"
-                   : c.type == ColumnType::Real  ? "REAL"
-                                                 : "TEXT");
-  if (c.not_null) s += " NOT NULL";
-  if (!c.default_sql.empty()) s += " DEFAULT " + std::string(c.default_sql);
-  if (!c.check_sql.empty()) s += " CHECK (" + std::string(c.check_sql) + ")";
-  return s;
-}
+// What differs between the two databases' schemas; everything else is written once below.
+struct Dialect {
+  const char* integer;  // whole numbers as wide as SQLite's (a copied archive keeps every value)
+  const char* real;
+  const char* text;
+  const char* row_id;  // the row's own number as a column ("" where the database has one)
+  bool comment_on;     // the table's comment as COMMENT ON TABLE (else a leading "--" line)
+};
+constexpr Dialect kSqlite{"INTEGER", "REAL", "TEXT", "", false};
+// Each table has a "rowid" column, the row's own number as SQLite gives it, so that the
+// companion's statements run on both.
+constexpr Dialect kPostgres{"BIGINT", "DOUBLE PRECISION", "TEXT", "rowid BIGSERIAL UNIQUE", true};
 
-std::string table_sql(const Table& t) {
-  std::string s = "-- " + std::string(t.comment) + "\nCREATE TABLE " + std::string(t.name) + " (\n";
-  for (std::size_t i = 0; i < t.columns.size(); ++i)
-    s += column_sql(t.columns[i]) + (i + 1 < t.columns.size() || !t.key.empty() ? ",\n" : "\n");
-  if (!t.key.empty()) s += "  PRIMARY KEY (" + joined(t.key) + ")\n";
+std::string table_sql(const Table& t, const Dialect& d) {
+  std::string s = d.comment_on ? "" : "-- " + std::string(t.comment) + "\n";
+  s += "CREATE TABLE " + std::string(t.name) + " (\n";
+  std::vector<std::string> lines;
+  for (const Column& c : t.columns) {
+    std::string l = "  " + std::string(c.name) + " " +
+                    (c.type == ColumnType::Integer ? d.integer
+                     : c.type == ColumnType::Real  ? d.real
+                                                   : d.text);
+    if (c.not_null) l += " NOT NULL";
+    if (!c.default_sql.empty()) l += " DEFAULT " + std::string(c.default_sql);
+    if (!c.check_sql.empty()) l += " CHECK (" + std::string(c.check_sql) + ")";
+    lines.push_back(l);
+  }
+  if (*d.row_id) lines.push_back("  " + std::string(d.row_id));
+  if (!t.key.empty()) lines.push_back("  PRIMARY KEY (" + joined(t.key) + ")");
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    s += lines[i] + (i + 1 < lines.size() ? ",\n" : "\n");
   s += ");\n";
+  if (d.comment_on)
+    s += "COMMENT ON TABLE " + std::string(t.name) + " IS " + sql_text(t.comment) + ";\n";
   int n = 0;
   for (auto index : t.indexes)
     s += "CREATE INDEX " + std::string(t.name) + "_BY_" + std::to_string(++n) + " ON " +
          std::string(t.name) + " (" + std::string(index) + ");\n";
+  return s;
+}
+
+// The columns whose change renews a row's version: all but the version and the flags (a reset,
+// which writes the flags only, never renews it).
+std::vector<std::string> content_columns(const Table& t) {
+  std::vector<std::string> v;
+  for (const Column& c : t.columns)
+    if (c.name != archive::kRowVersionColumn && c.name != t.flags) v.emplace_back(c.name);
+  return v;
+}
+
+// "OLD.A <differs> NEW.A OR …" over the content columns.
+std::string content_changed(const Table& t, const char* differs) {
+  std::string s;
+  for (const auto& c : content_columns(t))
+    s += (s.empty() ? "" : " OR ") + std::string("OLD.") + c + " " + differs + " NEW." + c;
+  return s;
+}
+
+// "P1 = ROW.C1 AND P2 = ROW.C2" of a cascade.
+std::string cascade_match(const archive::Cascade& c, const std::string& row) {
+  std::string s;
+  for (const auto& [parent, child] : c.match)
+    s += (s.empty() ? "" : " AND ") + std::string(parent) + " = " + row + "." + std::string(child);
   return s;
 }
 
@@ -67,13 +111,8 @@ std::string next_version(const Table& t, const char* row) {
 // only the other columns (a reset, which writes the flags only, does not even run it), and the
 // tools' mark_pending sets a new version itself.
 std::string version_triggers_sql(const Table& t) {
-  std::string name(t.name), watched, changed;
-  for (const Column& c : t.columns) {
-    if (c.name == archive::kRowVersionColumn || c.name == t.flags) continue;
-    watched += (watched.empty() ? "" : ", ") + std::string(c.name);
-    changed += (changed.empty() ? "" : " OR ") + std::string("OLD.") + std::string(c.name) +
-               " IS NOT NEW." + std::string(c.name);
-  }
+  std::string name(t.name), watched, changed = content_changed(t, "IS NOT");
+  for (const auto& c : content_columns(t)) watched += (watched.empty() ? "" : ", ") + c;
   return "CREATE TRIGGER " + name + "_ADDED AFTER INSERT ON " + name + " BEGIN\n" +
          next_version(t, "NEW") + "END;\n" + "CREATE TRIGGER " + name +
          "_CHANGED AFTER UPDATE OF " + watched + " ON " + name +
@@ -81,21 +120,21 @@ std::string version_triggers_sql(const Table& t) {
          next_version(t, "NEW") + "END;\n";
 }
 
-// An advertising message's texts are part of it: a change to them changes the message's version.
-std::string message_triggers_sql() {
+// The cascades of qk/archive_schema.h: a trigger per event and row image on the child.
+std::string cascade_triggers_sql() {
   std::string s;
-  for (const char* event : {"INSERT", "UPDATE", "DELETE"}) {
-    for (const char* row : {"NEW", "OLD"}) {
-      if ((std::string(event) == "INSERT" && std::string(row) == "OLD") ||
-          (std::string(event) == "DELETE" && std::string(row) == "NEW"))
-        continue;
-      s += std::string("CREATE TRIGGER MESSAGES_") + event + "_" + row + " AFTER " + event +
-           " ON MESSAGES BEGIN\n  UPDATE QK_SEQUENCE SET N = N + 1;\n"
-           "  UPDATE ADVERTISING SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE)\n"
-           "   WHERE ADV_BNC = " +
-           row + ".MSG_BNC AND MSG_LNK_ID = " + row + ".MSG_LNK_ID;\nEND;\n";
-    }
-  }
+  for (const auto& c : archive::kCascades)
+    for (const char* event : {"INSERT", "UPDATE", "DELETE"})
+      for (const char* row : {"NEW", "OLD"}) {
+        if ((std::string(event) == "INSERT" && std::string(row) == "OLD") ||
+            (std::string(event) == "DELETE" && std::string(row) == "NEW"))
+          continue;
+        s += "CREATE TRIGGER " + std::string(c.child) + "_" + event + "_" + row + " AFTER " +
+             event + " ON " + std::string(c.child) +
+             " BEGIN\n  UPDATE QK_SEQUENCE SET N = N + 1;\n  UPDATE " + std::string(c.parent) +
+             " SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE)\n   WHERE " + cascade_match(c, row) +
+             ";\nEND;\n";
+      }
   return s;
 }
 
@@ -104,45 +143,39 @@ std::string versioning_sql() {
       "CREATE TABLE QK_SEQUENCE (N INTEGER NOT NULL);\nINSERT INTO QK_SEQUENCE VALUES (0);\n";
   for (const Table& t : archive::tables())
     if (has_row_version(t)) s += version_triggers_sql(t);
-  s += message_triggers_sql();
+  s += cascade_triggers_sql();
   s += "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
-  return s;
-}
-
-// The same tables on PostgreSQL. Each table has a "rowid" column, the row's own number as
-// SQLite gives it, so that the companion's statements run on both; whole numbers are 64-bit as
-// in SQLite, so a copied archive keeps every value (the tools refuse what a scale cannot read).
-std::string pg_table_sql(const Table& t) {
-  std::string s = "CREATE TABLE " + std::string(t.name) + " (\n";
-  for (const Column& c : t.columns) {
-    s += "  " + std::string(c.name) + " " +
-         (c.type == ColumnType::Integer ? "BIGINT"
-          : c.type == ColumnType::Real  ? "DOUBLE PRECISION"
-                                        : "TEXT");
-    if (c.not_null) s += " NOT NULL";
-    if (!c.default_sql.empty()) s += " DEFAULT " + std::string(c.default_sql);
-    if (!c.check_sql.empty()) s += " CHECK (" + std::string(c.check_sql) + ")";
-    s += ",\n";
-  }
-  s += "  rowid BIGSERIAL UNIQUE";
-  if (!t.key.empty()) s += ",\n  PRIMARY KEY (" + joined(t.key) + ")";
-  s += "\n);\nCOMMENT ON TABLE " + std::string(t.name) + " IS " + sql_text(t.comment) + ";\n";
-  int n = 0;
-  for (auto index : t.indexes)
-    s += "CREATE INDEX " + std::string(t.name) + "_BY_" + std::to_string(++n) + " ON " +
-         std::string(t.name) + " (" + std::string(index) + ");\n";
   return s;
 }
 
 const char* kPgNextVersion = "(SELECT qk_next_version())";
 
+// The server's helper functions: the version numbers, and the desktop database's arithmetic as
+// the SQLite connection registers it. Created and dropped from this one list.
+struct PgFunction {
+  const char* name;
+  const char* create;
+};
+constexpr PgFunction kPgFunctions[] = {
+    {"qk_next_version",
+     "CREATE FUNCTION qk_next_version() RETURNS BIGINT LANGUAGE sql AS\n"
+     "  'SELECT nextval(''qk_sequence'')';\n"},
+    {"instr",
+     "CREATE FUNCTION instr(s TEXT, t TEXT) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
+     "  AS 'SELECT strpos(s, t)::BIGINT';\n"},
+    {"qk_int",
+     "CREATE FUNCTION qk_int(x DOUBLE PRECISION) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
+     "  AS 'SELECT floor(x)::BIGINT';\n"},
+    {"qk_mod",
+     "CREATE FUNCTION qk_mod(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
+     "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT % round(b)::BIGINT';\n"},
+    {"qk_intdiv",
+     "CREATE FUNCTION qk_intdiv(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
+     "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT / round(b)::BIGINT';\n"},
+};
+
 std::string pg_version_triggers_sql(const Table& t) {
-  std::string name(t.name), changed;
-  for (const Column& c : t.columns) {
-    if (c.name == archive::kRowVersionColumn || c.name == t.flags) continue;
-    changed += (changed.empty() ? "" : " OR ") + std::string("OLD.") + std::string(c.name) +
-               " IS DISTINCT FROM NEW." + std::string(c.name);
-  }
+  std::string name(t.name), changed = content_changed(t, "IS DISTINCT FROM");
   return "CREATE FUNCTION " + name +
          "_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
          "  IF TG_OP = 'INSERT' OR (NEW.ROW_VERSION IS NOT DISTINCT FROM OLD.ROW_VERSION AND (" +
@@ -157,45 +190,50 @@ std::string pg_version_triggers_sql(const Table& t) {
 const std::string& pg_archive_schema_sql() {
   static const std::string sql = [] {
     std::string s;
-    for (const Table& t : archive::tables()) s += pg_table_sql(t);
+    for (const Table& t : archive::tables()) s += table_sql(t, kPostgres);
     // A sequence, not SQLite's one-row table: taking numbers from a row that one transaction
     // updates for each of 100,000 inserted rows leaves a chain of 100,000 row versions to walk.
     s += "CREATE SEQUENCE QK_SEQUENCE;\n"
          "CREATE TABLE QK_SCHEMA (VERSION INTEGER NOT NULL);\n"
          "INSERT INTO QK_SCHEMA VALUES (" +
-         std::to_string(archive::kSchemaVersion) +
-         ");\n"
-         // The desktop database's arithmetic, as the SQLite connection registers it.
-         "CREATE FUNCTION qk_next_version() RETURNS BIGINT LANGUAGE sql AS\n"
-         "  'SELECT nextval(''qk_sequence'')';\n"
-         "CREATE FUNCTION instr(s TEXT, t TEXT) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
-         "  AS 'SELECT strpos(s, t)::BIGINT';\n"
-         "CREATE FUNCTION qk_int(x DOUBLE PRECISION) RETURNS BIGINT LANGUAGE sql IMMUTABLE STRICT\n"
-         "  AS 'SELECT floor(x)::BIGINT';\n"
-         "CREATE FUNCTION qk_mod(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
-         "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT % round(b)::BIGINT';\n"
-         "CREATE FUNCTION qk_intdiv(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
-         "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT / round(b)::BIGINT';\n";
+         std::to_string(archive::kSchemaVersion) + ");\n";
+    for (const auto& f : kPgFunctions) s += std::string(f.create);
     for (const Table& t : archive::tables())
       if (has_row_version(t)) s += pg_version_triggers_sql(t);
-    s += "CREATE FUNCTION MESSAGES_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
-         "  IF TG_OP <> 'DELETE' THEN\n"
-         "    UPDATE ADVERTISING SET ROW_VERSION = (SELECT qk_next_version())\n"
-         "     WHERE ADV_BNC = NEW.MSG_BNC AND MSG_LNK_ID = NEW.MSG_LNK_ID;\n  END IF;\n"
-         "  IF TG_OP <> 'INSERT' THEN\n"
-         "    UPDATE ADVERTISING SET ROW_VERSION = (SELECT qk_next_version())\n"
-         "     WHERE ADV_BNC = OLD.MSG_BNC AND MSG_LNK_ID = OLD.MSG_LNK_ID;\n  END IF;\n"
-         "  RETURN NULL;\nEND $$;\nCREATE TRIGGER MESSAGES_VERSION AFTER INSERT OR UPDATE OR "
-         "DELETE ON MESSAGES FOR EACH ROW EXECUTE FUNCTION MESSAGES_VERSION();\n";
+    for (const auto& c : archive::kCascades) {
+      std::string child(c.child), renew = "    UPDATE " + std::string(c.parent) +
+                                          " SET ROW_VERSION = " + kPgNextVersion + "\n     WHERE ";
+      s += "CREATE FUNCTION " + child +
+           "_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
+           "  IF TG_OP <> 'DELETE' THEN\n" +
+           renew + cascade_match(c, "NEW") + ";\n  END IF;\n  IF TG_OP <> 'INSERT' THEN\n" + renew +
+           cascade_match(c, "OLD") + ";\n  END IF;\n  RETURN NULL;\nEND $$;\nCREATE TRIGGER " +
+           child + "_VERSION AFTER INSERT OR UPDATE OR DELETE ON " + child +
+           " FOR EACH ROW EXECUTE FUNCTION " + child + "_VERSION();\n";
+    }
     return s;
   }();
   return sql;
 }
 
+std::string pg_drop_schema_sql(bool sequence) {
+  std::string s = std::string(sequence ? "DROP SEQUENCE" : "DROP TABLE") +
+                  " IF EXISTS QK_SEQUENCE CASCADE;\nDROP TABLE IF EXISTS QK_SCHEMA";
+  for (const Table& t : archive::tables()) s += ", " + std::string(t.name);
+  s += " CASCADE;\nDROP FUNCTION IF EXISTS ";
+  std::string functions;
+  for (const auto& f : kPgFunctions)
+    functions += (functions.empty() ? "" : ", ") + std::string(f.name);
+  for (const Table& t : archive::tables())
+    if (has_row_version(t)) functions += ", " + std::string(t.name) + "_VERSION";
+  for (const auto& c : archive::kCascades) functions += ", " + std::string(c.child) + "_VERSION";
+  return s + functions + " CASCADE;\n";
+}
+
 const std::string& archive_schema_sql() {
   static const std::string sql = [] {
     std::string s = "PRAGMA journal_mode = WAL;\n";
-    for (const Table& t : archive::tables()) s += table_sql(t);
+    for (const Table& t : archive::tables()) s += table_sql(t, kSqlite);
     return s + versioning_sql();
   }();
   return sql;

@@ -8,11 +8,24 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qk/families.h"
 
 namespace qk::archive {
+
+// A change to a row of `child` is a change to the row of `parent` it belongs to (the parent's
+// ROW_VERSION is renewed): an advertising message's texts are part of the message. Both
+// databases' schemas render these rules.
+struct Cascade {
+  std::string_view child, parent;
+  // parent column = child column, for each pair
+  std::array<std::pair<std::string_view, std::string_view>, 2> match;
+};
+inline constexpr Cascade kCascades[] = {
+    {"MESSAGES", "ADVERTISING", {{{"ADV_BNC", "MSG_BNC"}, {"MSG_LNK_ID", "MSG_LNK_ID"}}}},
+};
 
 // The version an archive's schema carries; a companion refuses an older one with a message that
 // says how to upgrade it.
