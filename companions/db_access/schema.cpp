@@ -24,6 +24,23 @@ std::string joined(std::span<const std::string_view> names) {
   return s;
 }
 
+// A column's rule as a CHECK expression, from the fields the tools check: a range of whole
+// numbers, or the texts allowed.
+std::string check_text(const Column& c) {
+  std::string name(c.name);
+  if (!c.allowed.empty()) {
+    std::string list;
+    for (auto a : c.allowed) list += (list.empty() ? "" : ",") + sql_text(a);
+    return name + " IN (" + list + ")";
+  }
+  if (c.type != ColumnType::Integer) return "";
+  if (c.min != archive::kIntegerMin && c.max == archive::kIntegerMax)
+    return name + " >= " + std::to_string(c.min);
+  if (c.min != archive::kIntegerMin || c.max != archive::kIntegerMax)
+    return name + " BETWEEN " + std::to_string(c.min) + " AND " + std::to_string(c.max);
+  return "";
+}
+
 // What differs between the two databases' schemas; everything else is written once below.
 struct Dialect {
   const char* integer;  // whole numbers as wide as SQLite's (a copied archive keeps every value)
@@ -48,7 +65,7 @@ std::string table_sql(const Table& t, const Dialect& d) {
                                                    : d.text);
     if (c.not_null) l += " NOT NULL";
     if (!c.default_sql.empty()) l += " DEFAULT " + std::string(c.default_sql);
-    if (!c.check_sql.empty()) l += " CHECK (" + std::string(c.check_sql) + ")";
+    if (std::string check = check_text(c); !check.empty()) l += " CHECK (" + check + ")";
     lines.push_back(l);
   }
   if (*d.row_id) lines.push_back("  " + std::string(d.row_id));
