@@ -41,7 +41,7 @@ void run(const FlaggedCommand& c, const FlagOptions& o, bool is_reset) {
       c.kind == qk::Kind::Keys ? qk::parse_form<qk::Kind::Keys>(o.family) : qk::Form::None;
   auto source = sync::source_of(c.kind).open(line, form);
   // A 3000 key lives in the block of 15 that holds it.
-  int32_t id = form == qk::Form::Series3000 ? (o.id - 1) / qk::kKeysPerBlock : o.id;
+  int32_t id = form == qk::Form::Series3000 ? qk::key_block(o.id) : o.id;
   if (is_reset)
     source->reset(id);
   else

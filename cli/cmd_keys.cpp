@@ -38,7 +38,7 @@ void run_keys(const Options& g, const KeyOptions& o) {
       "department " + std::to_string(o.dept) + (blocks ? ", scale " + std::to_string(o.scale) : "");
   if (ids.empty()) return fail(where + " has no key bindings");
   if (o.key) {
-    int32_t id = blocks ? (*o.key - 1) / qk::kKeysPerBlock : *o.key;
+    int32_t id = blocks ? qk::key_block(*o.key) : *o.key;
     if (std::find(ids.begin(), ids.end(), id) == ids.end())
       return fail("key " + std::to_string(*o.key) + " of " + where +
                   (blocks ? ": no key of its block is bound" : ": not bound"));

@@ -183,7 +183,7 @@ class KeySource : public FlaggedSource {
  private:
   // A block is addressed by its first key.
   void select(int32_t id) {
-    keys_.p_strScaleKey(std::to_string(form_ == Form::Series3000 ? id * kKeysPerBlock + 1 : id));
+    keys_.p_strScaleKey(std::to_string(form_ == Form::Series3000 ? first_key_of(id) : id));
   }
   Form form_;
   clsAbbinamentoTasti keys_;

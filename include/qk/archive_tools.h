@@ -51,8 +51,16 @@ inline const archive::Table& group_table(RecordGroup g) {
   return *archive::find_table("ADVERTISING");
 }
 
-// Keys per type "35" block.
+// Keys per type "35" block (the wire format's own constant: src/builders/key_binding_format.h
+// uses this one).
 inline constexpr int32_t kKeysPerBlock = 15;
+// The block of a key (keys 1..15 are block 0) and a block's first key.
+inline constexpr int32_t key_block(int32_t key) {
+  return static_cast<int32_t>((static_cast<int64_t>(key) - 1) / kKeysPerBlock);
+}
+inline constexpr int32_t first_key_of(int32_t block) {
+  return block * kKeysPerBlock + 1;
+}
 
 // Column equalities that select rows ("SL_BNC" = 1 and "SL_LINE" = 2); names must be columns of
 // the table.

@@ -12,9 +12,11 @@
 
 #include <string_view>
 
+#include "qk/archive_tools.h"
+
 namespace qk::key_binding_format {
 
-inline constexpr int kKeysPerBlock = 15;
+inline constexpr int kKeysPerBlock = qk::kKeysPerBlock;
 inline constexpr int kValueWidth = 4;  // per key in the type "35" block
 inline constexpr std::string_view kPluMode = "P";
 
