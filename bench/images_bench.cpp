@@ -12,6 +12,7 @@
 #include "db_access/sqlite_archive.h"
 #include "frame/globals.h"
 #include "images/bitmap_reader.h"
+#include "images/run_length.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsPrinterImage.h"
@@ -89,12 +90,15 @@ void BM_RepackAndCompress_2000x2000(benchmark::State& state) {
   std::ifstream in(setup().big, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   std::string pixels = bytes.substr(62);
-  qk::clsImage img;
+  int32_t previous = -1;
+  int16_t run = 0;
+  std::string out;
   for (auto _ : state) {
     std::string b = qk::images::m_strBitmap2Scales(pixels, 2000, true);
     for (std::size_t i = 0; i < b.size(); ++i)
-      img.m_CompressionEngine(static_cast<unsigned char>(b[i]), i == 0, i + 1 == b.size());
-    benchmark::DoNotOptimize(img.compressed());
+      qk::images::compress_byte({previous, run, out}, static_cast<unsigned char>(b[i]), i == 0,
+                                i + 1 == b.size());
+    benchmark::DoNotOptimize(out);
   }
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(pixels.size()));
 }

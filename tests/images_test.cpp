@@ -4,6 +4,8 @@
 #include "archive_fixture.h"
 #include "config/clsRegistry2Xml.h"
 #include "images/bitmap_reader.h"
+#include "images/kestra_printer_format.h"
+#include "images/run_length.h"
 #include "qk/clsImage.h"
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
@@ -138,7 +140,12 @@ TEST(BitmapReader, PadMasks) {
 }
 
 TEST_F(Images, CompressionEngine) {
-  clsImage img;
+  int32_t previous = 0;
+  int16_t run = 0;
+  std::string out;
+  auto feed = [&](unsigned char v, bool first, bool last) {
+    images::compress_byte({previous, run, out}, v, first, last);
+  };
   struct Row {
     std::vector<int> in;
     std::vector<int> out;
@@ -150,14 +157,14 @@ TEST_F(Images, CompressionEngine) {
   };
   for (const auto& r : rows) {
     for (std::size_t i = 0; i < r.in.size(); ++i)
-      img.m_CompressionEngine(static_cast<unsigned char>(r.in[i]), i == 0, i + 1 == r.in.size());
+      feed(static_cast<unsigned char>(r.in[i]), i == 0, i + 1 == r.in.size());
     std::string expected;
     for (int b : r.out) expected += static_cast<char>(b);
-    EXPECT_EQ(img.compressed(), expected);
+    EXPECT_EQ(out, expected);
   }
   // 254 group bytes then one more: (v, 254) and (v, 1).
-  for (int i = 0; i < 255; ++i) img.m_CompressionEngine(0xFF, i == 0, i == 254);
-  EXPECT_EQ(img.compressed(), "\xFF\xFE\xFF\x01");
+  for (int i = 0; i < 255; ++i) feed(0xFF, i == 0, i == 254);
+  EXPECT_EQ(out, "\xFF\xFE\xFF\x01");
 }
 
 TEST_F(Images, EscapingAndChunks) {
@@ -294,7 +301,7 @@ TEST_F(Images, PrinterFrames) {
   EXPECT_EQ(f[1].substr(512, 512), std::string(512, '\0'));
   EXPECT_EQ(f[1].substr(1024), std::string("\xFE\x00", 2));  // 130,560 mod 65536 = 65,024
   EXPECT_EQ(f[2], std::string(1026, '\0'));
-  EXPECT_EQ(clsPrinterImage::m_strCalculateChecksum(std::string(1024, '\xFF')), 261120);
+  EXPECT_EQ(kestra_printer_format::frame_checksum(std::string(1025, '\xFF')), 261120);
   // 22 x 1024 - 512 repacked bytes: exactly 22 data frames and one zero frame (width 8).
   pr.p_strFullPath(bmp("p22.bmp", solid(8, 22 * 1024 - 512, true)));
   auto g = pr.p_strProtocol();

@@ -25,6 +25,23 @@ test "$soname" = "libqk_protocol.so.2"
 test -e "$prefix"/lib*/libqk_sqlite_archive.so
 test -e "$prefix"/lib*/libqk_sqlite_archive.so.2
 grep -q 'QK::sqlite_archive' "$prefix"/lib*/cmake/QK_Protocol/QK_ProtocolConfig.cmake
+# The libraries export their interface and nothing behind it: a sample of public symbols is
+# there, a sample of internals (the frame, the encoders' helpers, pugixml, the companions' own
+# classes) is not.
+exported=$work/exported.txt
+for lib in protocol archive translate registry; do
+  nm -DC --defined-only "$prefix"/lib*/libqk_$lib.so >>"$exported"
+done
+for public in 'qk::clsSimple::DataOra' 'qk::clsBarCode::p_strProtocol' 'qk::host::start(' \
+  'qk::automation::Variant::to_string' 'qk::register_archive()' 'qk::register_sqlite_archive()' \
+  'qk::register_translations()'; do
+  grep -qF "$public" "$exported" || { echo "not exported: $public" >&2; exit 1; }
+done
+for internal in 'qk::images::compress_byte' 'qk::totals_query' 'qk::layout::image_file_name' \
+  'qk::config::load_document' 'qk::images::m_strBitmap2Scales' 'qk::numeric_record::' \
+  'qk::automation::format_digits' 'pugi::' 'qk::SqliteArchive' 'qk::PgArchive' 'qk::clsRegistry::'; do
+  if grep -qF "$internal" "$exported"; then echo "exported but internal: $internal" >&2; exit 1; fi
+done
 
 "$prefix/bin/qkp" --home "$work/shop" init --demo
 "$prefix/bin/qkp" --version | grep -q '^qkp 2\.'

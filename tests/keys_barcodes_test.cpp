@@ -1,5 +1,6 @@
 // Key bindings, barcode formats, VAT rates and totals over real archive rows.
 #include "archive_fixture.h"
+#include "builders/totals_query.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
@@ -263,11 +264,7 @@ TEST_F(ArchiveFixture, VatRatesAndTotals) {
       {255, "G", "select * from ARTICOLI "},
   };
   for (const auto& r : rows) {
-    std::string mode = r.mode;
-    int16_t counter = r.counter;
-    t.Mode(mode);
-    t.Counter(counter);
-    EXPECT_EQ(t.query(), r.query);
+    EXPECT_EQ(totals_query(r.mode, r.counter), r.query);
   }
   exec("insert into ARTICOLI values (3, 101, 'a', '00100000'), (3, 102, 'b', '00000000')");
   std::string mode = "V";

@@ -324,8 +324,9 @@ TEST_F(Layouts, PropertyConversions) {
   EXPECT_EQ(layout::m_RetrieveZoomId("x"), "");
   EXPECT_EQ(reported(), std::vector<long>{13});
 
-  clsLayout l;
-  const auto& doc = l.configuration();
+  clsLayout l;  // opens this thread's database
+  auto configuration = config::shared_document(component_folder() + "/Configurazione.xml");
+  const auto& doc = *configuration;
   auto find = [&](const char* kind, const char* number) {
     return layout::m_varFindValue(doc, kind, "ID", number);
   };
@@ -356,14 +357,14 @@ TEST_F(Layouts, PropertyConversions) {
   std::string unlisted = "99";
   EXPECT_EQ(c.ConvertValue(o5, o3, unlisted), "1");  // not one-to-one: 99 comes back as 1
 
-  int32_t image = 8;
-  EXPECT_EQ(l.m_strRetrieveImageNumber2ImageName(image), "8");
+  EXPECT_EQ(layout::image_file_name(1, 8), "8");
 }
 
 TEST_F(Layouts, MissingConfigurationFindsNothing) {
   std::filesystem::remove(dir.file("Configurazione.xml"));
-  clsLayout l;
-  pugi::xml_node n = layout::m_varFindValue(l.configuration(), "TEXT", "ID", "5");
+  clsLayout l;  // what a layout object reads at creation
+  auto configuration = config::shared_document(component_folder() + "/Configurazione.xml");
+  pugi::xml_node n = layout::m_varFindValue(*configuration, "TEXT", "ID", "5");
   EXPECT_FALSE(n);
   EXPECT_EQ(layout::m_lngConvertFontId(n, 3), 0);
   EXPECT_TRUE(spy->calls.empty());

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "qk/export.h"
 #include "qk/families.h"
 
 namespace qk::archive {
@@ -18,7 +19,7 @@ namespace qk::archive {
 // A change to a row of `child` is a change to the row of `parent` it belongs to (the parent's
 // ROW_VERSION is renewed): an advertising message's texts are part of the message. Both
 // databases' schemas render these rules.
-struct Cascade {
+struct QK_API Cascade {
   std::string_view child, parent;
   // parent column = child column, for each pair
   std::array<std::pair<std::string_view, std::string_view>, 2> match;
@@ -49,7 +50,7 @@ inline constexpr std::int64_t kIntegerMax = INT32_MAX;
 // The scale families a line can serve: the catalogue's (qk/families.h).
 inline constexpr const auto& kFamilies = kFamilyNames;
 
-struct Column {
+struct QK_API Column {
   std::string_view name;
   ColumnType type;
   bool not_null = false;
@@ -63,7 +64,7 @@ struct Column {
   TextForm form = TextForm::Any;
 };
 
-struct Table {
+struct QK_API Table {
   std::string_view name;
   std::string_view comment;
   std::span<const Column> columns;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "qk/archive_schema.h"
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
@@ -28,7 +29,7 @@ enum class RecordGroup {
   Ad,           // ADVERTISING: message id
 };
 
-struct GroupRef {
+struct QK_API GroupRef {
   RecordGroup group;
   int32_t dept = 0;
   int32_t scale = 0;  // KeyBlock only
@@ -67,7 +68,7 @@ inline constexpr int32_t first_key_of(int32_t block) {
 using Where = std::vector<std::pair<std::string, automation::Variant>>;
 
 // The row identities and versions of a group at one moment.
-struct RowSnapshot {
+struct QK_API RowSnapshot {
   std::string table;
   std::vector<std::pair<int64_t, int64_t>> rows;  // (ROW_ID, ROW_VERSION), by ROW_ID
   bool operator==(const RowSnapshot&) const = default;
@@ -76,14 +77,16 @@ struct RowSnapshot {
 // What the sync needs of a record before it builds it: the snapshot of its group's rows, and
 // whether one of them may hold a value its column does not allow or a text with no 8-bit form
 // (then group_rows tells which, and what).
-struct GroupState {
+struct QK_API GroupState {
   RowSnapshot rows;
   bool suspect = false;
   bool pending = false;  // one of its rows is pending on the line asked for
 };
 
-class ArchiveTools : public virtual automation::Object {
+class QK_API ArchiveTools : public virtual automation::Object {
  public:
+  ArchiveTools() = default;
+  QK_NOT_COPIED(ArchiveTools);
   // A held lock; released when destroyed.
   class Lock {
    public:

@@ -7,13 +7,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsAbbinamentoTasti {
+class QK_API clsAbbinamentoTasti {
  public:
+  QK_MOVE_ONLY(clsAbbinamentoTasti);
   // Creation sequence with the database and the "Silent" setting.
   clsAbbinamentoTasti();
 

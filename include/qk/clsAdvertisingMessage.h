@@ -5,13 +5,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsAdvertisingMessage {
+class QK_API clsAdvertisingMessage {
  public:
+  QK_MOVE_ONLY(clsAdvertisingMessage);
   clsAdvertisingMessage();
 
   int32_t Counter() const { return counter_; }

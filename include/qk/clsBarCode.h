@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsBarCode {
+class QK_API clsBarCode {
  public:
+  QK_MOVE_ONLY(clsBarCode);
   clsBarCode();
 
   std::string p_strForm() const { return form_; }

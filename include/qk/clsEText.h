@@ -6,13 +6,16 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsEText {
+class QK_API clsEText {
  public:
+  clsEText() = default;
+  QK_MOVE_ONLY(clsEText);
   void InitializeGlobal();
   int16_t RecordCount() const { return record_count_; }
   void CursorPosition(int16_t v) { cursor_ = v; }

@@ -7,13 +7,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/string_array.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsImage {
+class QK_API clsImage {
  public:
+  QK_MOVE_ONLY(clsImage);
   clsImage();
 
   std::string p_strDescription() const { return description_; }
@@ -36,16 +38,16 @@ class clsImage {
   // The escaped chunks of a compressed stream, index 1 upwards (unallocated when empty).
   automation::StringArray p_strTransmissionString(const std::string& text);
 
+ private:
   // The compressed stream of a file with its 3-byte prefix; "" when refused.
   std::string m_strCompressBitmap(const std::string& path);
-  // Feeds one byte to the run-length compressor; the run count lives in the object.
+  // Feeds one byte to the run-length compressor, whose state the object keeps between calls.
   void m_CompressionEngine(unsigned char v, bool first, bool last);
-  const std::string& compressed() const { return compressed_; }
 
- private:
   std::string description_, from_, to_, file_name_, path_;
   automation::Variant key_;
   int32_t banco_ = 0, type_ = 0;
+  // The compressor's state: the previous byte (-1: none), the run so far, the output.
   int32_t previous_ = -1;
   int16_t run_count_ = 0;
   std::string compressed_;

@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/string_array.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsImageKestra {
+class QK_API clsImageKestra {
  public:
+  QK_MOVE_ONLY(clsImageKestra);
   clsImageKestra();
 
   int32_t p_lngType() const { return type_; }
@@ -33,10 +35,10 @@ class clsImageKestra {
   void p_lngBanco(int32_t v) { banco_ = v; }
   automation::StringArray p_strProtocol();
 
+ private:
   // The row texts of a bitmap, index 1 upwards (unallocated when refused).
   automation::StringArray m_strBitmap(const std::string& path);
 
- private:
   int32_t type_ = 0, banco_ = 0;
   std::string description_, from_, to_, file_name_, path_;
   automation::Variant key_;

@@ -5,13 +5,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsIva {
+class QK_API clsIva {
  public:
+  QK_MOVE_ONLY(clsIva);
   clsIva();
   void Mode(std::string& v) { mode_ = v; }
   double Iva() const { return iva_; }
@@ -24,9 +26,6 @@ class clsIva {
   void CursorPosition(int16_t& v);
   // Runs the query (every rate, whatever the mode) and keeps the rows.
   automation::Variant Initialize();
-
-  // The statement Initialize runs.
-  std::string query() const;
 
  private:
   std::string mode_;

@@ -4,10 +4,13 @@
 
 #include <string>
 
+#include "qk/export.h"
+
 namespace qk {
 
-class clsKplMakeRequest {
+class QK_API clsKplMakeRequest {
  public:
+  QK_MOVE_ONLY(clsKplMakeRequest);
   // Loads the translations only: the settings store must have been created on this thread.
   clsKplMakeRequest();
 

@@ -5,11 +5,12 @@
 #pragma once
 
 #include <cstdint>
-#include <pugixml.hpp>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "qk/enums.h"
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/string_array.h"
 
@@ -17,14 +18,15 @@ namespace qk {
 
 // What the last receiving call read: objects per kind, and the values it snapped to a listed one
 // or could not find in Configurazione.xml ("message 3: font 7 is not in …; stored as 0").
-struct LayoutReceipt {
+struct QK_API LayoutReceipt {
   int32_t texts = 0, barcodes = 0, logos = 0;
   std::vector<std::string> notes;
   bool stored = false;  // written to the archive (false after a dry run or an error)
 };
 
-class clsLayout {
+class QK_API clsLayout {
  public:
+  QK_MOVE_ONLY(clsLayout);
   // Creation sequence, then "Configurazione.xml" from the component's own folder (a missing or
   // malformed file leaves every lookup empty).
   clsLayout();
@@ -55,12 +57,11 @@ class clsLayout {
   const LayoutReceipt& last_receipt() const { return receipt_; }
   void receive_without_storing(bool dry_run) { dry_run_ = dry_run; }
 
-  // The configuration document as loaded at start-up.
-  const pugi::xml_document& configuration() const { return config_; }
-  // The image file name of an image number ("" -> the number itself when not in the archive).
-  std::string m_strRetrieveImageNumber2ImageName(int32_t& image);
-
  private:
+  struct Configuration;  // "Configurazione.xml" as read at creation
+
+  // The image file name of an image number (the number itself when not in the archive).
+  std::string m_strRetrieveImageNumber2ImageName(int32_t& image);
   bool m_booOpenXml(const std::string& path);
   std::string m_strHeader() const;
   std::string m_strTicketOrva3000();
@@ -81,7 +82,7 @@ class clsLayout {
   int32_t max_3000_ = 0, max_5000_ = 0;
   automation::StringArray array_3000_, array_5000_;
   automation::RecordsetPtr layout_;
-  pugi::xml_document config_;
+  std::shared_ptr<const Configuration> config_;
   int32_t origin_x_ = 0, origin_y_ = 0;
   LayoutReceipt receipt_;
   bool dry_run_ = false;

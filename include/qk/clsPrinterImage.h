@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/string_array.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsPrinterImage {
+class QK_API clsPrinterImage {
  public:
+  QK_MOVE_ONLY(clsPrinterImage);
   // Loads the translations only: the settings store must have been created on this thread.
   clsPrinterImage();
 
@@ -23,9 +25,6 @@ class clsPrinterImage {
   automation::StringArray p_strProtocol();
   // Whether the file passes the header check (the refusal notice is shown).
   bool p_booImageIsValid();
-
-  // Sum of the 1024 bytes of a frame.
-  static int32_t m_strCalculateChecksum(const std::string& frame);
 
  private:
   std::string path_;

@@ -3,10 +3,14 @@
 
 #include <string>
 
+#include "qk/export.h"
+
 namespace qk {
 
-class clsSimple {
+class QK_API clsSimple {
  public:
+  clsSimple() = default;
+  QK_MOVE_ONLY(clsSimple);
   // Numeric record of type "25": day, month, two-digit year, hour, minute, second, two digits
   // each (19 characters). One clock reading per message. "" after a reported error.
   std::string DataOra() const;

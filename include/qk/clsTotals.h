@@ -4,13 +4,15 @@
 #include <cstdint>
 #include <string>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsTotals {
+class QK_API clsTotals {
  public:
+  QK_MOVE_ONLY(clsTotals);
   clsTotals();
   // "C" or "G": every article of the counter; "V": only articles flagged for some line.
   void Mode(std::string& v) { mode_ = v; }
@@ -20,8 +22,6 @@ class clsTotals {
   int16_t RecordCount() const;
   void CursorPosition(int16_t& v);
   automation::Variant Initialize();
-
-  std::string query() const;
 
  private:
   std::string mode_;

@@ -8,13 +8,15 @@
 #include <string>
 
 #include "qk/collection.h"
+#include "qk/export.h"
 #include "qk/string_array.h"
 #include "qk/variant.h"
 
 namespace qk {
 
-class clsTraceability {
+class QK_API clsTraceability {
  public:
+  QK_MOVE_ONLY(clsTraceability);
   clsTraceability();
 
   int32_t p_lngBnc() const { return bnc_; }

@@ -7,12 +7,15 @@
 #include <vector>
 
 #include "qk/error.h"
+#include "qk/export.h"
 #include "qk/variant.h"
 
 namespace qk::automation {
 
-class Collection : public Object {
+class QK_API Collection : public Object {
  public:
+  Collection() = default;
+  QK_NOT_COPIED(Collection);
   void Add(const Variant& item, const std::string& key) {
     for (const auto& [k, v] : items_)
       if (k == key) raise(kKeyAlreadyAssociated);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
@@ -26,8 +27,10 @@ inline constexpr const char* kProjectName = "QK_Protocol";
 
 // "QK_Db_Access.clsDbAccess": every retrieval returns a forward-readable recordset. Arguments are
 // the caller's values; their meanings are given with each builder.
-class DbAccess : public virtual automation::Object {
+class QK_API DbAccess : public virtual automation::Object {
  public:
+  DbAccess() = default;
+  QK_NOT_COPIED(DbAccess);
   virtual void Initialize(const Variant& database_file) = 0;
   virtual RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) = 0;
   virtual void p_GENERIC_ExecuteQuery(const Variant& sql) = 0;
@@ -74,8 +77,10 @@ class DbAccess : public virtual automation::Object {
 };
 
 // "QK_Translate.clsTranslate": set the three properties, then read the keyed strings.
-class Translate : public automation::Object {
+class QK_API Translate : public automation::Object {
  public:
+  Translate() = default;
+  QK_NOT_COPIED(Translate);
   virtual void LangCode(const std::string& v) = 0;
   virtual void ApplicationName(const std::string& v) = 0;
   virtual void ModuleName(const std::string& v) = 0;
@@ -83,8 +88,10 @@ class Translate : public automation::Object {
 };
 
 // "QK_Registry_Utility.clsRegistry": enumeration of a per-user settings branch.
-class RegistryHelper : public automation::Object {
+class QK_API RegistryHelper : public automation::Object {
  public:
+  RegistryHelper() = default;
+  QK_NOT_COPIED(RegistryHelper);
   struct KeyValue {
     std::string sKey;
     std::string sValue;
@@ -97,8 +104,10 @@ class RegistryHelper : public automation::Object {
 };
 
 // The optional logger hook: a host-side extension may set one in the shared state.
-class Logger : public automation::Object {
+class QK_API Logger : public automation::Object {
  public:
+  Logger() = default;
+  QK_NOT_COPIED(Logger);
   virtual std::string Path() const = 0;
   virtual void WriteLog(int32_t level, const std::string& project, const std::string& module,
                         const std::string& procedure, const std::string& description, int16_t flag,

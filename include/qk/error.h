@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "qk/export.h"
+
 namespace qk::automation {
 
 // The run-time error numbers the component raises or meets.
@@ -33,14 +35,15 @@ enum ErrorNumber : long {
 };
 
 // The host's own description of a standard error number ("" for numbers it does not know).
-std::string standard_description(long number);
+QK_API std::string standard_description(long number);
 
 // How messages for people name an error number: "error 13", and "database error" for the number
 // data access errors carry (a bare negative number tells a person nothing).
-std::string error_label(long number);
+QK_API std::string error_label(long number);
 
-class Error : public std::runtime_error {
+class QK_API Error : public std::runtime_error {
  public:
+  QK_COPYABLE(Error);
   // An error with the host's standard description.
   explicit Error(long number);
   Error(long number, const std::string& description, const std::string& source = "");
@@ -55,7 +58,7 @@ class Error : public std::runtime_error {
   std::string source_;
 };
 
-[[noreturn]] void raise(long number);
-[[noreturn]] void raise(long number, const std::string& description);
+QK_API [[noreturn]] void raise(long number);
+QK_API [[noreturn]] void raise(long number, const std::string& description);
 
 }  // namespace qk::automation

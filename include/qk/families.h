@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "qk/export.h"
+
 namespace qk {
 
 // The kinds of record, in the order a sync sends them.
@@ -42,7 +44,7 @@ inline constexpr std::string_view form_name(Form f) {
   return names[static_cast<std::size_t>(f)];
 }
 
-struct Family {
+struct QK_API Family {
   std::string_view name;  // as SCALE_LINES.SL_FAMILY holds it
   Form date, vat, barcodes, keys, lots, ads, etexts, layouts, images;
 

@@ -10,13 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
+
 namespace qk {
 
-struct LayoutCheck {
+struct QK_API LayoutCheck {
   bool exists = false;
   std::vector<std::string> findings;  // one line each, 8-bit text, "object 2 (text, field 7): …"
 };
 
-LayoutCheck check_layout(int32_t dept, int32_t layout);
+QK_API LayoutCheck check_layout(int32_t dept, int32_t layout);
 
 }  // namespace qk

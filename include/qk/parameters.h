@@ -9,12 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
+
 namespace qk {
 
 class clsConfigurationPrs;
 
-class ParametersFile {
+class QK_API ParametersFile {
  public:
+  QK_MOVE_ONLY(ParametersFile);
   ParametersFile();
   ~ParametersFile();
 

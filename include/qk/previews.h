@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
 #include "qk/pictures.h"
 
 namespace qk {
 
-struct LayoutPreview {
+struct QK_API LayoutPreview {
   bool exists = false;
   std::string svg;                    // UTF-8; one <g class="object …"> per object
   std::vector<std::string> problems;  // objects outside the ticket, missing images, …
@@ -21,8 +22,8 @@ struct LayoutPreview {
 // its position with its field number and data type, sized by its font and magnifications,
 // rotated by its direction; logos with their bitmap from `images_folder` when it is there. With
 // family "3000", the objects that series does not receive (field over 50) are drawn dashed.
-LayoutPreview preview_layout(int32_t dept, int32_t layout, const std::string& family,
-                             const std::string& images_folder);
+QK_API LayoutPreview preview_layout(int32_t dept, int32_t layout, const std::string& family,
+                                    const std::string& images_folder);
 
 }  // namespace qk
 
@@ -31,6 +32,6 @@ namespace qk::images {
 // A 1-bit BMP file as the image encoders read it: rows top first, repacked, inverted when its
 // palette says so, pad bits as the encoders set them (width rounded up to whole bytes). Raises
 // automation::Error when the file is not a 1-bit BMP the encoders accept.
-Picture read_bitmap(const std::string& bytes);
+QK_API Picture read_bitmap(const std::string& bytes);
 
 }  // namespace qk::images

@@ -8,12 +8,15 @@
 #include <unordered_map>
 #include <vector>
 
+#include "qk/export.h"
 #include "qk/variant.h"
 
 namespace qk::automation {
 
-class Recordset : public Object {
+class QK_API Recordset : public Object {
  public:
+  Recordset() = default;
+  QK_NOT_COPIED(Recordset);
   // EOF of the contract (the name EOF is taken by the C library's macro).
   virtual bool Eof() const = 0;
   virtual void MoveNext() = 0;
@@ -30,8 +33,9 @@ using RecordsetPtr = std::shared_ptr<Recordset>;
 
 // A result's column names and their lookup, made once and shared by the recordsets of one
 // statement.
-class ColumnNames {
+class QK_API ColumnNames {
  public:
+  QK_COPYABLE(ColumnNames);
   explicit ColumnNames(std::vector<std::string> names);
   const std::vector<std::string>& names() const { return names_; }
   std::size_t size() const { return names_.size(); }
@@ -48,8 +52,9 @@ class ColumnNames {
   std::unordered_map<std::string, std::size_t, Hash, std::equal_to<>> exact_;
 };
 
-class MemoryRecordset : public Recordset {
+class QK_API MemoryRecordset : public Recordset {
  public:
+  QK_NOT_COPIED(MemoryRecordset);
   explicit MemoryRecordset(std::vector<std::string> columns);
   // Recordsets of one statement share its column names.
   explicit MemoryRecordset(std::shared_ptr<const ColumnNames> columns);

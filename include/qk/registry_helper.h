@@ -6,17 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "qk/export.h"
+
 namespace qk {
 
-void register_registry_helper();
+QK_API void register_registry_helper();
 
 // The exports the helper reads: the files named here, in this order, or (empty, the default)
 // every "*.reg" of the component's folder in name order.
-void use_registry_exports(std::vector<std::string> files);
+QK_API void use_registry_exports(std::vector<std::string> files);
 // The exports the helper would read now.
-std::vector<std::string> registry_exports();
+QK_API std::vector<std::string> registry_exports();
 // Reads every export as the helper will, changing nothing; raises the first problem (error 13
 // naming the file and line, or error 53 for a file that cannot be read).
-void check_registry_exports();
+QK_API void check_registry_exports();
 
 }  // namespace qk

@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "qk/error.h"
+#include "qk/export.h"
 
 namespace qk::automation {
 
-class StringArray {
+class QK_API StringArray {
  public:
+  QK_COPYABLE(StringArray);
   StringArray() = default;  // unallocated
   explicit StringArray(std::vector<std::string> items, long lower = 0)
       : allocated_(true), lower_(lower), items_(std::move(items)) {}

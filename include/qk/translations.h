@@ -2,8 +2,10 @@
 // "QK_Translate.clsTranslate" and reads "<PathLanguages>/<LangCode>.lng" (docs/files.md).
 #pragma once
 
+#include "qk/export.h"
+
 namespace qk {
 
-void register_translations();
+QK_API void register_translations();
 
 }  // namespace qk

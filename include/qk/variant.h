@@ -8,11 +8,15 @@
 #include <variant>
 #include <vector>
 
+#include "qk/export.h"
+
 namespace qk::automation {
 
 // Base of every late-bound object (companion components, recordsets, loggers).
-class Object {
+class QK_API Object {
  public:
+  Object() = default;
+  QK_NOT_COPIED(Object);
   virtual ~Object() = default;
 };
 using ObjectPtr = std::shared_ptr<Object>;
@@ -21,8 +25,9 @@ class VariantArray;
 
 enum class VarType { Empty, Null, Boolean, Integer, Long, Double, String, Object, Array };
 
-class Variant {
+class QK_API Variant {
  public:
+  QK_COPYABLE(Variant);
   struct NullTag {
     bool operator==(const NullTag&) const = default;
   };
@@ -91,8 +96,9 @@ class Variant {
 };
 
 // A rectangular array with explicit bounds per dimension; access outside them raises error 9.
-class VariantArray {
+class QK_API VariantArray {
  public:
+  QK_COPYABLE(VariantArray);
   // One- or two-dimensional, each dimension given as (lower, upper).
   explicit VariantArray(std::vector<std::pair<long, long>> bounds);
 

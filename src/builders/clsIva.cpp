@@ -22,13 +22,10 @@ clsIva::clsIva() {
   open_database();
 }
 
-std::string clsIva::query() const {
-  // Every mode sends every rate: the condition is empty for "C", "G", "V" and the rest.
-  return "select * from ALIQUOTE ";
-}
-
 automation::Variant clsIva::Initialize() {
-  rs_ = db().p_objRetrieveGenericRecordset(query());
+  rs_ = db().p_objRetrieveGenericRecordset(
+      // Every mode sends every rate: the condition is empty for "C", "G", "V" and the rest.
+      "select * from ALIQUOTE ");
   return {};
 }
 

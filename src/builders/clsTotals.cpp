@@ -1,5 +1,6 @@
 #include "qk/clsTotals.h"
 
+#include "builders/totals_query.h"
 #include "builders/vat_totals_format.h"
 #include "frame/creation.h"
 #include "frame/globals.h"
@@ -20,17 +21,17 @@ clsTotals::clsTotals() {
   open_database();
 }
 
-std::string clsTotals::query() const {
+std::string totals_query(const std::string& mode, int16_t counter) {
   std::string w;
-  if (counter_ != fmt::kAllCounters) w = "where BNC = " + std::to_string(counter_);
-  if (mode_ == "V")
+  if (counter != fmt::kAllCounters) w = "where BNC = " + std::to_string(counter);
+  if (mode == "V")
     // The doubled blank before "instr" is harmless and kept.
     w += std::string(w.empty() ? " where " : " and ") + " instr(FLAGTRASM, '1') > 0";
   return "select * from ARTICOLI " + w;
 }
 
 automation::Variant clsTotals::Initialize() {
-  rs_ = db().p_objRetrieveGenericRecordset(query());
+  rs_ = db().p_objRetrieveGenericRecordset(totals_query(mode_, counter_));
   return {};
 }
 

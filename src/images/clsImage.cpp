@@ -5,6 +5,7 @@
 #include "frame/numeric_record.h"
 #include "frame/report_error.h"
 #include "images/bitmap_reader.h"
+#include "images/run_length.h"
 #include "images/scale_image_format.h"
 
 namespace qk {
@@ -18,10 +19,6 @@ TrapLabel label(const char* procedure) {
   return {procedure, kClass};
 }
 
-bool is_group(unsigned char v) {
-  return v == fmt::kGroupBytes[0] || v == fmt::kGroupBytes[1];
-}
-
 // m_strSplitString of this class: chunks of n, index 1 upwards; a chunk that would end on a
 // group byte (a run marker whose count falls into the next chunk) is one byte shorter.
 automation::StringArray split_chunks(const std::string& text, int n) {
@@ -30,7 +27,7 @@ automation::StringArray split_chunks(const std::string& text, int n) {
   std::size_t pos = 0;
   while (pos < text.size()) {
     std::size_t take = std::min<std::size_t>(static_cast<std::size_t>(n), text.size() - pos);
-    if (is_group(static_cast<unsigned char>(text[pos + take - 1])) && take > 1) --take;
+    if (fmt::is_group_byte(static_cast<unsigned char>(text[pos + take - 1])) && take > 1) --take;
     chunks.push_back(text.substr(pos, take));
     pos += take;
   }
@@ -50,38 +47,7 @@ clsImage::clsImage() {
 }
 
 void clsImage::m_CompressionEngine(unsigned char v, bool first, bool last) {
-  if (first) {
-    previous_ = -1;
-    compressed_.clear();
-  }
-  auto put = [&](int c) { compressed_ += static_cast<char>(c); };
-  if (is_group(v)) {
-    if (v != previous_ && run_count_ >= 1) {
-      put(previous_);
-      put(run_count_);
-      run_count_ = 0;
-    }
-    ++run_count_;
-    if (!last && run_count_ < fmt::kMaxRun) {
-      previous_ = v;
-      return;
-    }
-    put(v);
-    put(run_count_);
-    run_count_ = 0;
-    previous_ = v;
-    return;
-  }
-  if (run_count_ < 1) {
-    put(v);
-    previous_ = v;
-    return;
-  }
-  put(previous_ != -1 ? previous_ : v);
-  put(run_count_);
-  put(v);
-  run_count_ = 0;
-  previous_ = v;
+  images::compress_byte({previous_, run_count_, compressed_}, v, first, last);
 }
 
 std::string clsImage::m_strCompressBitmap(const std::string& path) {

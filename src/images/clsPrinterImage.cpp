@@ -20,13 +20,6 @@ clsPrinterImage::clsPrinterImage() {
   run_creation_sequence(kClass, kStepLoadTranslations);
 }
 
-int32_t clsPrinterImage::m_strCalculateChecksum(const std::string& frame) {
-  int32_t sum = 0;
-  for (std::size_t i = 0; i < fmt::kFrameLength && i < frame.size(); ++i)
-    sum += static_cast<unsigned char>(frame[i]);
-  return sum;
-}
-
 bool clsPrinterImage::p_booImageIsValid() {
   bool valid = false;
   trap(label("p_booImageIsValid"), [&] {
@@ -56,7 +49,7 @@ automation::StringArray clsPrinterImage::p_strProtocol() {
     while (static_cast<long>(frames.size()) < fmt::kMinimumFrames)
       frames.emplace_back(fmt::kFrameLength, '\0');
     for (auto& f : frames) {
-      int32_t c = m_strCalculateChecksum(f) % 65536;
+      int32_t c = fmt::frame_checksum(f) % 65536;
       f += static_cast<char>(c / 256);
       f += static_cast<char>(c % 256);
     }

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace qk::kestra_printer_format {
@@ -19,5 +20,13 @@ inline constexpr std::size_t kLeadIn = 512;
 inline constexpr unsigned char kLeadInByte = 0xFF;
 inline constexpr std::size_t kFrameLength = 1024;
 inline constexpr long kMinimumFrames = 23;
+
+// The sum of a frame's first 1024 bytes (exactly those: frames are that long when summed).
+inline int32_t frame_checksum(std::string_view frame) {
+  int32_t sum = 0;
+  for (std::size_t i = 0; i < kFrameLength && i < frame.size(); ++i)
+    sum += static_cast<unsigned char>(frame[i]);
+  return sum;
+}
 
 }  // namespace qk::kestra_printer_format

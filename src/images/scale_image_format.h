@@ -13,6 +13,9 @@
 namespace qk::scale_image_format {
 
 inline constexpr unsigned char kGroupBytes[2] = {0x00, 0xFF};
+inline constexpr bool is_group_byte(unsigned char v) {
+  return v == kGroupBytes[0] || v == kGroupBytes[1];
+}
 inline constexpr int kMaxRun = 254;
 inline constexpr int kChunkLength = 30;
 inline constexpr unsigned char kEscape = 0x04;

@@ -186,7 +186,11 @@ bool ends_with_separator(const std::string& s) {
 
 }  // namespace
 
-clsLayout::clsLayout() {
+struct clsLayout::Configuration {
+  pugi::xml_document document;
+};
+
+clsLayout::clsLayout() : config_(std::make_shared<Configuration>()) {
   run_creation_sequence(kClass, kStepsWithDatabase | kStepExtra, [&] {
     // Taken afresh from the running component, not from the configured installation folder.
     m_booOpenXml(component_folder() + "/Configurazione.xml");
@@ -194,7 +198,10 @@ clsLayout::clsLayout() {
 }
 
 bool clsLayout::m_booOpenXml(const std::string& path) {
-  return config::load_document(config_, path);
+  auto loaded = std::make_shared<Configuration>();
+  bool ok = config::load_document(loaded->document, path);
+  config_ = std::move(loaded);
+  return ok;
 }
 
 StringArray clsLayout::p_strProtocol(int16_t intDevice) const {
@@ -207,11 +214,8 @@ std::string clsLayout::m_strHeader() const {
 
 std::string clsLayout::m_strRetrieveImageNumber2ImageName(int32_t& image) {
   std::string result;
-  trap(label("m_strRetrieveImageNumber2ImageName"), [&] {
-    result = std::to_string(image);
-    auto rs = db().p_IMMAGINI_objLoadValues(bnc_, image);
-    if (!rs->Eof()) result = rs->Fields("IM_FILE_NAME").to_text();
-  });
+  trap(label("m_strRetrieveImageNumber2ImageName"),
+       [&] { result = layout::image_file_name(bnc_, image); });
   return result;
 }
 
@@ -454,7 +458,7 @@ void clsLayout::receive(const std::string& text, bool series5000, const char* pr
   receipt_ = {};
   trap(label(procedure), [&] {
     clsConvertion mapping;
-    layout::Lookups lookups{config_, mapping, [&](const std::string& name) {
+    layout::Lookups lookups{config_->document, mapping, [&](const std::string& name) {
                               return int32_t{db().p_IMMAGINI_intRetrieveIdFromFileName(bnc_, name)};
                             }};
     int32_t source = ticket_ != 0 ? ticket_ : import_;

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "automation/conversions.h"
+#include "config/xml_file.h"
 #include "frame/globals.h"
 #include "layout/clsConvertion.h"
 #include "layout/layout_format.h"
@@ -114,7 +115,8 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
   for (const auto& m : sent.items()) messages += m + "\n";
   clsConvertion mapping;
   // The layout object has created this thread's database object: the lookups use it too.
-  layout::Lookups lookups{l.configuration(), mapping, [&](const std::string& name) {
+  auto configuration = config::shared_document(component_folder() + "/Configurazione.xml");
+  layout::Lookups lookups{*configuration, mapping, [&](const std::string& name) {
                             return int32_t{db().p_IMMAGINI_intRetrieveIdFromFileName(dept, name)};
                           }};
   layout::ReceivedLayout got = layout::read_5000(messages, layout_id, lookups);
@@ -189,7 +191,7 @@ LayoutPreview preview_layout(int32_t dept, int32_t layout_id, const std::string&
       b = {num(p, g::kX), num(p, g::kY), 20.0 * zw, 20.0 * zh,
            static_cast<int>(num(p, g::kDirection))};
       int32_t image = static_cast<int32_t>(num(p, g::kImage));
-      std::string name = l.m_strRetrieveImageNumber2ImageName(image);
+      std::string name = layout::image_file_name(dept, image);
       label += " image " + name;
       std::string path = images_folder + "/" + name;
       std::ifstream in(path, std::ios::binary);

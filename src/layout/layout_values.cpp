@@ -2,6 +2,7 @@
 
 #include "automation/conversions.h"
 #include "config/xml_file.h"
+#include "frame/globals.h"
 #include "frame/modUtility.h"
 #include "frame/report_error.h"
 #include "layout/layout_format.h"
@@ -93,6 +94,11 @@ int32_t m_lngRetrieveNearestFieldValue(pugi::xml_node& node, int32_t& value) {
     result = automation::double_to_int32(found);
   });
   return result;
+}
+
+std::string image_file_name(int32_t dept, int32_t image) {
+  auto rs = db().p_IMMAGINI_objLoadValues(dept, image);
+  return rs->Eof() ? std::to_string(image) : rs->Fields("IM_FILE_NAME").to_text();
 }
 
 bool left_out_of_3000(const std::string& field) {

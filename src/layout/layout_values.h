@@ -25,6 +25,9 @@ int32_t m_lngConvertFontId(pugi::xml_node& node, int32_t font);
 int32_t m_lngConvertZoomId(pugi::xml_node& node, int32_t zoom);
 int32_t m_lngRetrieveNearestFieldValue(pugi::xml_node& node, int32_t& value);
 
+// The file name of a department's image number in the archive, or the number itself.
+std::string image_file_name(int32_t dept, int32_t image);
+
 // The 3000 series leaves out objects whose field number is over 50: the encoder, the checker
 // and the preview all ask this.
 bool left_out_of_3000(const std::string& field);
