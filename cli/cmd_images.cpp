@@ -11,6 +11,7 @@
 #include "qk/clsImageKestra.h"
 #include "qk/clsKplMakeRequest.h"
 #include "qk/clsPrinterImage.h"
+#include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/pictures.h"
@@ -157,8 +158,8 @@ void add_image_commands(CLI::App& app, Options& g) {
     return CLI::Validator(
         [column](std::string& v) {
           const auto& images = *qk::archive::find_table("IMMAGINI");
-          return qk::sync::value_problem(*qk::archive::find_column(images, column),
-                                         qk::automation::Variant(v));
+          return qk::archive::value_problem(*qk::archive::find_column(images, column),
+                                            qk::automation::Variant(v));
         },
         "DDMMYYYY");
   };

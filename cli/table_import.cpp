@@ -13,6 +13,7 @@
 #include <map>
 #include <set>
 
+#include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "row_checks.h"
@@ -140,19 +141,21 @@ char header_delimiter(const std::string& bytes, const std::string& path) {
   return semicolons > commas ? ';' : ',';
 }
 
-// The default of a column as a value (the SQL literal without its quotes).
+// The default of a column as a value.
 Variant default_of(const archive::Column& c) {
-  std::string d(c.default_sql);
-  if (d.empty()) return Variant::null();
-  if (d.front() == '\'') return Variant(d.substr(1, d.size() - 2));
-  if (c.type == archive::ColumnType::Real) return Variant(std::stod(d));
-  return Variant(static_cast<int32_t>(std::stol(d)));
+  using K = archive::Default::Kind;
+  const archive::Default& d = c.default_value;
+  if (d.kind == K::Text) return Variant(std::string(d.text));
+  if (d.kind == K::None) return Variant::null();
+  if (c.type == archive::ColumnType::Real) return Variant(static_cast<double>(d.integer));
+  return Variant(static_cast<int32_t>(d.integer));
 }
 
 // A text column whose default is the empty text: a CSV writes that text and Null alike (an empty
 // field), so the two are one value here.
 bool empty_text_default(const archive::Column& c) {
-  return c.type == archive::ColumnType::Text && c.default_sql == "''";
+  return c.type == archive::ColumnType::Text &&
+         c.default_value.kind == archive::Default::Kind::Text && c.default_value.text.empty();
 }
 
 // A field as the column's value. Problems are left to value_problem, which names them.
@@ -282,7 +285,7 @@ TableRows check_header(const std::string& path,
   for (auto needed : archive::identity(*t)) {
     if (out.index(needed) != std::string::npos) continue;
     const archive::Column& c = *archive::find_column(*t, needed);
-    if (!c.default_sql.empty()) {
+    if (!c.default_value.none()) {
       out.defaulted.emplace_back(needed);
       continue;
     }
@@ -319,7 +322,7 @@ Row check_record(const TableRows& h, const std::vector<std::optional<std::string
     const archive::Column& col = *archive::find_column(*t, h.columns[c]);
     std::string here = at + ", column " + h.columns[c];
     row.values.push_back(parse_field(col, rec[h.kept[c]], here));
-    std::string p = qk::sync::value_problem(col, row.values.back());
+    std::string p = qk::archive::value_problem(col, row.values.back());
     if (!p.empty()) refuse(here + ": " + p);
   }
   for (const auto& d : h.defaulted) row.values.push_back(default_of(*archive::find_column(*t, d)));

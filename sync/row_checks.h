@@ -7,14 +7,13 @@
 #include <vector>
 
 #include "qk/archive_schema.h"
+#include "qk/column_rules.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
 namespace qk::sync {
 
-// Why the column cannot hold the value ("" when it can). Null is a problem only in a column
-// without a default that must not be empty.
-std::string value_problem(const archive::Column& c, const automation::Variant& v);
+using archive::value_problem;
 
 // The row's identity for messages: "TASTIERA_PLU (TP_BNC 1, TP_SCALE 1, TP_KEY 5)".
 std::string row_name(const archive::Table& t, const automation::Recordset& row);

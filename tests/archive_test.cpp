@@ -3,8 +3,8 @@
 #include "archive_fixture.h"
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
-#include "qk/error.h"
 #include "network.h"
+#include "qk/error.h"
 #include "row_checks.h"
 
 using namespace qk;
@@ -244,6 +244,34 @@ TEST_P(ArchiveContract, GroupStatesSuspectWhatTheChecksWouldName) {
   EXPECT_TRUE(lots[2].suspect);
 }
 
+// A validity date is judged alike by the column's rule and by each database's form of it.
+TEST_P(ArchiveContract, DatesAreSuspectExactlyWhenTheRuleRefusesThem) {
+  struct Case {
+    const char* date;
+    bool refused;
+  } cases[] = {
+      {"", false},         {"01010101", false}, {"29022024", false}, {"29022000", false},
+      {"01010000", false}, {"31122026", false}, {"29022025", true},  {"29021900", true},
+      {"31042026", true},  {"00012026", true},  {"01132026", true},  {"2026-12-0", true},
+      {"1012026", true},   {"310120261", true},
+  };
+  const archive::Table& images = *archive::find_table("IMMAGINI");
+  int id = 0;
+  for (const auto& c : cases)
+    exec("insert into IMMAGINI (IM_BNC, IM_ID, IM_FROM) values (1, ?, ?)",
+         {Variant(++id), Variant(c.date)});
+  auto rs = archive->query("select IM_ID, " + archive->suspect_sql(images) +
+                           " as S from IMMAGINI order by IM_ID");
+  for (const auto& c : cases) {
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_EQ(
+        !archive::value_problem(*archive::find_column(images, "IM_FROM"), Variant(c.date)).empty(),
+        c.refused)
+        << c.date;
+    EXPECT_EQ(rs->Fields("S").to_int32() != 0, c.refused) << c.date;
+    rs->MoveNext();
+  }
+}
 
 // SQLite keeps values its columns' types cannot hold; they are suspect, and a key that is no
 // whole number belongs to no key's record (as the records' own reads select them).

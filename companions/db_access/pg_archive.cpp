@@ -128,13 +128,26 @@ std::string PgArchive::suspect_sql(const archive::Table& t) const {
       if (c.flag_width > 0)
         either(value, "length(" + name + ") <> " + std::to_string(c.flag_width) + " OR " + name +
                           " ~ '[^01]'");
+      if (c.form == archive::TextForm::Date) {
+        // Eight digits of a calendar date: the month's last day from the server's calendar (the
+        // year moved by 400, which keeps leap years, so that year 0000 is a date there too).
+        auto part = [&](int from, int n) {
+          return "substr(" + name + ", " + std::to_string(from) + ", " + std::to_string(n) +
+                 ")::int";
+        };
+        either(value,
+               "CASE WHEN " + name + " = '' THEN false WHEN " + name + " !~ '^[0-9]{8}$' OR " +
+                   part(3, 2) + " NOT BETWEEN 1 AND 12 THEN true ELSE " + part(1, 2) +
+                   " NOT BETWEEN 1 AND extract(day from make_date(" + part(5, 4) + " + 400, " +
+                   part(3, 2) + ", 1) + interval '1 month' - interval '1 day') END");
+      }
       if (!c.allowed.empty()) {
         std::string list;
         for (auto a : c.allowed) list += (list.empty() ? "" : ", ") + sql_text(a);
         either(value, name + " NOT IN (" + list + ")");
       }
     }
-    if (c.not_null && c.default_sql.empty()) either(any, name + " IS NULL");
+    if (c.not_null && c.default_value.none()) either(any, name + " IS NULL");
     if (!value.empty()) either(any, "(" + name + " IS NOT NULL AND (" + value + "))");
   }
   return any.empty() ? "0" : "CASE WHEN " + any + " THEN 1 ELSE 0 END";

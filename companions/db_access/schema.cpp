@@ -26,6 +26,10 @@ std::string joined(std::span<const std::string_view> names) {
 
 // A column's rule as a CHECK expression, from the fields the tools check: a range of whole
 // numbers, or the texts allowed.
+std::string literal(const archive::Default& d) {
+  return d.kind == archive::Default::Kind::Text ? sql_text(d.text) : std::to_string(d.integer);
+}
+
 std::string check_text(const Column& c) {
   std::string name(c.name);
   if (!c.allowed.empty()) {
@@ -64,7 +68,7 @@ std::string table_sql(const Table& t, const Dialect& d) {
                      : c.type == ColumnType::Real  ? d.real
                                                    : d.text);
     if (c.not_null) l += " NOT NULL";
-    if (!c.default_sql.empty()) l += " DEFAULT " + std::string(c.default_sql);
+    if (!c.default_value.none()) l += " DEFAULT " + literal(c.default_value);
     if (std::string check = check_text(c); !check.empty()) l += " CHECK (" + check + ")";
     lines.push_back(l);
   }

@@ -13,6 +13,7 @@
 
 #include "db_access/access_sql.h"
 #include "db_access/schema.h"
+#include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
 
@@ -37,29 +38,22 @@ std::string uri_path(const std::string& path) {
   return out;
 }
 
-// Whether a stored value may break its column's description. SQLite keeps any value it cannot
-// convert to the column's type, so the type is part of it; text is judged as query() reads it.
-bool suspect(const archive::Column& c, sqlite3_value* v) {
-  int type = sqlite3_value_type(v);
-  if (type == SQLITE_NULL) return c.not_null && c.default_sql.empty();
-  if (c.type == archive::ColumnType::Integer) {
-    if (type != SQLITE_INTEGER) return true;
-    int64_t n = sqlite3_value_int64(v);
-    return n < c.min || n > c.max;
+// A stored value as the component reads it. SQLite keeps any value it cannot convert to the
+// column's type, so the type is part of what the column's rule judges.
+automation::Variant stored(sqlite3_value* v) {
+  switch (sqlite3_value_type(v)) {
+    case SQLITE_NULL:
+      return automation::Variant::null();
+    case SQLITE_INTEGER:
+      return automation::Variant(static_cast<long long>(sqlite3_value_int64(v)));
+    case SQLITE_FLOAT:
+      return automation::Variant(sqlite3_value_double(v));
+    default: {
+      const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(v));
+      return automation::Variant(
+          std::string(bytes ? bytes : "", static_cast<std::size_t>(sqlite3_value_bytes(v))));
+    }
   }
-  if (c.type == archive::ColumnType::Real) return type != SQLITE_INTEGER && type != SQLITE_FLOAT;
-  bool text = type == SQLITE_TEXT || type == SQLITE_BLOB;
-  if (!text) return c.flag_width > 0 || !c.allowed.empty();
-  const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(v));
-  std::string_view s(bytes ? bytes : "", static_cast<std::size_t>(sqlite3_value_bytes(v)));
-  if (!has_8bit_form(s)) return true;
-  if (c.flag_width > 0 &&
-      (s.size() != static_cast<std::size_t>(c.flag_width) || s.find_first_not_of("01") != s.npos))
-    return true;
-  if (c.allowed.empty()) return false;
-  for (auto a : c.allowed)
-    if (s == a) return false;
-  return true;
 }
 
 // qk_suspect('TABLE', column, …): 1 when one of the row's values may break its column's
@@ -72,7 +66,12 @@ void fn_suspect(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
     return;
   }
   bool any = false;
-  for (int i = 1; i < argc && !any; ++i) any = suspect(t->columns[i - 1], argv[i]);
+  for (int i = 1; i < argc && !any; ++i) {
+    automation::Variant v = stored(argv[i]);
+    // Text the component could not read in its 8-bit form fails where it is decoded.
+    any = !archive::value_problem(t->columns[i - 1], v).empty() ||
+          (v.is_string() && !has_8bit_form(v.to_string()));
+  }
   sqlite3_result_int(ctx, any ? 1 : 0);
 }
 }  // namespace

@@ -50,12 +50,26 @@ inline constexpr std::int64_t kIntegerMax = INT32_MAX;
 // The scale families a line can serve: the catalogue's (qk/families.h).
 inline constexpr const auto& kFamilies = kFamilyNames;
 
+// A column's default as a value: none, a whole number or a text. Each database's literal is
+// rendered from it, and the importer fills a left-out column with it.
+struct QK_API Default {
+  enum class Kind { None, Integer, Text };
+  Kind kind = Kind::None;
+  std::int64_t integer = 0;
+  std::string_view text = {};
+
+  constexpr Default() = default;
+  constexpr Default(int v) : kind(Kind::Integer), integer(v) {}
+  constexpr Default(const char* t) : kind(Kind::Text), text(t) {}
+  constexpr bool none() const { return kind == Kind::None; }
+};
+
 struct QK_API Column {
   std::string_view name;
   ColumnType type;
   bool not_null = false;
-  std::string_view default_sql = {};  // SQL literal of the default, empty when none
-  int flag_width = 0;                 // > 0: a transmission flag string of that many 0/1
+  Default default_value = {};
+  int flag_width = 0;  // > 0: a transmission flag string of that many 0/1
   // The rules below are what the tools check and what each database's CHECK constraint says
   // (rendered from these fields, never written twice).
   std::int64_t min = kIntegerMin;  // INTEGER columns: the values allowed
@@ -96,26 +110,26 @@ inline constexpr Column kKeys[] = {
     {"TP_BNC", T::Integer, true},
     {"TP_SCALE", T::Integer, true},
     {"TP_KEY", T::Integer, true},
-    {"TP_VALUE", T::Integer, true, "0"},
-    {"TP_MODE", T::Text, true, "'P'"},
-    {"TP_LINES", T::Integer, true, "255"},
-    {"TP_FLAGTRASM", T::Text, true, "'00000000'", 8},
-    {"ROW_VERSION", T::Integer, true, "0"},
+    {"TP_VALUE", T::Integer, true, 0},
+    {"TP_MODE", T::Text, true, "P"},
+    {"TP_LINES", T::Integer, true, 255},
+    {"TP_FLAGTRASM", T::Text, true, "00000000", 8},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kKeysGroup[] = {"TP_BNC", "TP_SCALE", "TP_KEY"};
 inline constexpr Names kKeysIndexes[] = {"TP_BNC, TP_SCALE, TP_KEY", "TP_BNC, TP_KEY"};
 
 inline constexpr Column kBarcodes[] = {
-    {"BC_BNC", T::Integer, true},           {"BC_FORM", T::Integer, true},
-    {"BC_VALUE", T::Text, true, "''"},      {"BC_FLAGTRASM", T::Text, true, "'0000'", 4},
-    {"ROW_VERSION", T::Integer, true, "0"},
+    {"BC_BNC", T::Integer, true},         {"BC_FORM", T::Integer, true},
+    {"BC_VALUE", T::Text, true, ""},      {"BC_FLAGTRASM", T::Text, true, "0000", 4},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kBarcodesKey[] = {"BC_BNC", "BC_FORM"};
 
 inline constexpr Column kLots[] = {
     {"TRC_BNC", T::Integer, true},
     {"TRC_ID", T::Integer, true},
-    {"TRC_ROW", T::Integer, true, "1"},
+    {"TRC_ROW", T::Integer, true, 1},
     {"TRC_ID_LOT", T::Text},
     {"TRC_DESC1", T::Text},
     {"TRC_DESC2", T::Text},
@@ -137,25 +151,25 @@ inline constexpr Column kLots[] = {
     {"TRC_DESC18", T::Text},
     {"TRC_DESC19", T::Text},
     {"TRC_DESC20", T::Text},
-    {"TRC_MODE", T::Integer, false, "0"},
-    {"TRC_OPTIONAL", T::Integer, false, "0"},
+    {"TRC_MODE", T::Integer, false, 0},
+    {"TRC_OPTIONAL", T::Integer, false, 0},
     {"WCHARGED", T::Text},
-    {"TRC_FLAGTRASM", T::Text, true, "'00000000'", 8},
-    {"ROW_VERSION", T::Integer, true, "0"},
+    {"TRC_FLAGTRASM", T::Text, true, "00000000", 8},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kLotsKey[] = {"TRC_BNC", "TRC_ID", "TRC_ROW"};
 
 inline constexpr Column kAds[] = {
     {"ADV_BNC", T::Integer, true},
     {"Id", T::Integer, true},
-    {"Mode", T::Integer, false, "0"},
-    {"IM_FILE_NAME", T::Text, false, "''"},
-    {"PERSISTENCE", T::Integer, false, "0"},
-    {"REPEAT", T::Integer, false, "0"},
-    {"Rate", T::Integer, false, "0"},
+    {"Mode", T::Integer, false, 0},
+    {"IM_FILE_NAME", T::Text, false, ""},
+    {"PERSISTENCE", T::Integer, false, 0},
+    {"REPEAT", T::Integer, false, 0},
+    {"Rate", T::Integer, false, 0},
     {"MSG_LNK_ID", T::Integer},
-    {"FLAGTRASM", T::Text, true, "'00000000'", 8},
-    {"ROW_VERSION", T::Integer, true, "0"},
+    {"FLAGTRASM", T::Text, true, "00000000", 8},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kAdsKey[] = {"ADV_BNC", "Id"};
 
@@ -163,7 +177,7 @@ inline constexpr Column kMessages[] = {
     {"MSG_BNC", T::Integer, true},
     {"MSG_LNK_ID", T::Integer, true},
     {"MSG_ROW", T::Integer, true},
-    {"MESSAGE", T::Text, true, "''"},
+    {"MESSAGE", T::Text, true, ""},
 };
 inline constexpr Names kMessagesKey[] = {"MSG_BNC", "MSG_LNK_ID", "MSG_ROW"};
 
@@ -171,26 +185,26 @@ inline constexpr Column kTexts[] = {
     {"ET_BNC", T::Integer, true},
     {"Id", T::Integer, true},
     {"Row", T::Integer, true},
-    {"Descr", T::Text, true, "''"},
+    {"Descr", T::Text, true, ""},
 };
 inline constexpr Names kTextsKey[] = {"ET_BNC", "Id", "Row"};
 
 inline constexpr Column kImages[] = {
     {"IM_BNC", T::Integer, true},
     {"IM_ID", T::Integer, true},
-    {"IM_FILE_NAME", T::Text, true, "''"},
-    {"IM_DESCRIPTION", T::Text, true, "''"},
+    {"IM_FILE_NAME", T::Text, true, ""},
+    {"IM_DESCRIPTION", T::Text, true, ""},
     {.name = "IM_FROM",
      .type = T::Text,
      .not_null = true,
-     .default_sql = "'01010101'",
+     .default_value = "01010101",
      .form = TextForm::Date},
     {.name = "IM_TO",
      .type = T::Text,
      .not_null = true,
-     .default_sql = "''",
+     .default_value = "",
      .form = TextForm::Date},
-    {"IM_TYPE", T::Integer, true, "0"},
+    {"IM_TYPE", T::Integer, true, 0},
 };
 inline constexpr Names kImagesKey[] = {"IM_BNC", "IM_ID"};
 inline constexpr Names kImagesIndexes[] = {"IM_BNC, IM_FILE_NAME"};
@@ -198,7 +212,7 @@ inline constexpr Names kImagesIndexes[] = {"IM_BNC, IM_FILE_NAME"};
 inline constexpr Column kTickets[] = {
     {"TK_BNC", T::Integer, true},
     {"TK_ID", T::Integer, true},
-    {"TK_DESCRIPTION", T::Text, true, "''"},
+    {"TK_DESCRIPTION", T::Text, true, ""},
 };
 inline constexpr Names kTicketsKey[] = {"TK_BNC", "TK_ID"};
 
@@ -218,15 +232,15 @@ inline constexpr Names kTicketPropertiesKey[] = {"TD_BNC", "TD_ID", "TD_OBJ", "I
 
 inline constexpr Column kVat[] = {
     {"Id", T::Integer, true},
-    {"percentage", T::Real, true, "0"},
+    {"percentage", T::Real, true, 0},
 };
 inline constexpr Names kVatKey[] = {"Id"};
 
 inline constexpr Column kArticles[] = {
     {"BNC", T::Integer, true},
     {"Plu", T::Integer, true},
-    {"DESCRIPTION", T::Text, true, "''"},
-    {"FLAGTRASM", T::Text, true, "'00000000'", 8},
+    {"DESCRIPTION", T::Text, true, ""},
+    {"FLAGTRASM", T::Text, true, "00000000", 8},
 };
 inline constexpr Names kArticlesKey[] = {"BNC", "Plu"};
 
