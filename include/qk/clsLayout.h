@@ -75,7 +75,6 @@ class QK_API clsLayout {
   std::string ticket(bool series5000);
   std::string record_3000(const std::string& field, int32_t flags, const std::string& element,
                           int32_t x, int32_t y, const std::string& rest) const;
-  std::string position_5000(int32_t x, int32_t y) const;
   void receive(const std::string& text, bool series5000, const char* procedure);
 
   int32_t import_ = 0, line_ = 0, bnc_ = 0, ticket_ = 0;

@@ -16,6 +16,7 @@
 #include "layout/layout_format.h"
 #include "layout/layout_receive.h"
 #include "layout/layout_values.h"
+#include "layout/layout_walk.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
 
@@ -27,6 +28,10 @@ using automation::Recordset;
 using automation::StringArray;
 using automation::Variant;
 
+using layout::dots;
+using layout::ObjectValues;
+using layout::walk;
+
 namespace {
 
 constexpr const char* kClass = "clsLayout";
@@ -34,19 +39,6 @@ TrapLabel label(const char* procedure) {
   return {procedure, kClass};
 }
 
-// A number as the archive writes it: a decimal comma is taken as a point.
-double number(const std::string& s) {
-  return Variant(modUtility::p_strCommaToPeriod(s)).to_double();
-}
-int32_t rounded(const std::string& s) {
-  return automation::double_to_int32(number(s));
-}
-int32_t dots(const std::string& s) {
-  return automation::double_to_int32(number(s) * fmt::kDotsPerMillimetre);
-}
-int32_t hex(const std::string& s) {
-  return Variant("&H" + s).to_int32();
-}
 int32_t add(int64_t a, int64_t b) {
   return automation::checked_int32(a + b);
 }
@@ -66,89 +58,36 @@ std::string flag_attributes(int32_t b) {
   return s;
 }
 
-// The property values a builder has read. They persist from one object to the next, as the
-// builders keep them: an object that lacks a property repeats the previous object's value.
-struct ObjectValues {
-  static constexpr int kProperties = 16;
-  std::array<std::string, kProperties> text;
-  std::array<double, kProperties> num{};
-
-  const std::string& t(int id) const { return text[static_cast<std::size_t>(id)]; }
-  double n(int id) const { return num[static_cast<std::size_t>(id)]; }
-  int32_t i(int id) const { return static_cast<int32_t>(n(id)); }
-
-  void read(int id, const std::string& v, fmt::Read how) {
-    auto k = static_cast<std::size_t>(id);
-    switch (how) {
-      case fmt::Read::Text:
-        text[k] = v;
+// A 5000-series object message from its kind's table: positions from the ticket origin,
+// magnifications written again as plain numbers, texts as stored, the flag byte as FL1..FL4; the
+// kind's own attributes from `own`.
+template <std::size_t N, class Own>
+std::string message_5000(const fmt::Attribute (&table)[N], const ObjectValues& v, int32_t origin_x,
+                         int32_t origin_y, Own&& own) {
+  std::string m(fmt::kMessageOpen);
+  for (const auto& at : table) {
+    switch (at.carry) {
+      case fmt::Carry::DotsX:
+        m += attr(at.name, std::to_string(add(v.i(at.property), origin_x)));
         break;
-      case fmt::Read::Number:
-        num[k] = number(v);
+      case fmt::Carry::DotsY:
+        m += attr(at.name, std::to_string(add(v.i(at.property), origin_y)));
         break;
-      case fmt::Read::Rounded:
-        num[k] = rounded(v);
+      case fmt::Carry::Zoom:
+        m += attr(at.name, std::to_string(Variant(v.t(at.property)).to_int32()));
         break;
-      case fmt::Read::Hex:
-        num[k] = hex(v);
+      case fmt::Carry::Text:
+        m += attr(at.name, v.t(at.property));
         break;
-      case fmt::Read::Dots:
-        num[k] = dots(v);
+      case fmt::Carry::Flags:
+        m += flag_attributes(v.i(at.property));
         break;
-      case fmt::Read::FontText:
-        text[k] = layout::m_RetrieveFontId(v);
-        break;
-      case fmt::Read::FontNumber:
-        num[k] = Variant(layout::m_RetrieveFontId(v)).to_int32();
-        break;
-      case fmt::Read::ZoomText:
-        text[k] = layout::m_RetrieveZoomId(v);
-        break;
-      case fmt::Read::ZoomNumber:
-        num[k] = Variant(layout::m_RetrieveZoomId(v)).to_int32();
-        break;
-      case fmt::Read::Int16:
-        num[k] = Variant(v).to_int16();
+      case fmt::Carry::Own:
+        m += attr(at.name, own(at.name));
         break;
     }
   }
-};
-
-// The one walk of the layout hierarchy: every object of the kind, from the first row, its
-// property rows read into `values` by the series' table (other rows skipped), then on_object.
-// on_row, when given, sees each row as soon as it is read.
-template <std::size_t N, class OnObject>
-void walk(Recordset& layouts, int kind, const fmt::PropertyRead (&reads)[N], ObjectValues& values,
-          OnObject&& on_object, const std::function<void(int)>& on_row = {}) {
-  layouts.MoveFirst();
-  while (!layouts.Eof()) {
-    auto objects = layouts.Fields("object").as<Recordset>();
-    objects->MoveFirst();
-    while (!objects->Eof()) {
-      if (objects->Fields("OBJ_TYPE").to_int32() == kind) {
-        auto props = objects->Fields("Property").as<Recordset>();
-        for (props->MoveFirst(); !props->Eof(); props->MoveNext()) {
-          int id = props->Fields("Id").to_int32();
-          for (const auto& r : reads)
-            if (r.id == id) {
-              values.read(id, props->Fields("value").to_text(), r.how);
-              if (on_row) on_row(id);
-            }
-        }
-        on_object(values);
-      }
-      objects->MoveNext();
-    }
-    layouts.MoveNext();
-  }
-}
-
-// ESX, ESY and DIR of a 5000-series message: the magnifications written again as plain numbers.
-std::string magnifications_and_direction(const ObjectValues& v, int width, int height,
-                                         int direction) {
-  return attr(a::kZoomWidth, std::to_string(Variant(v.t(width)).to_int32())) +
-         attr(a::kZoomHeight, std::to_string(Variant(v.t(height)).to_int32())) +
-         attr(a::kDirection, v.t(direction));
+  return m + std::string(fmt::kMessageClose);
 }
 
 // The builders' growing result: a 16-bit element counter.
@@ -259,11 +198,6 @@ std::string clsLayout::record_3000(const std::string& field, int32_t flags,
 }
 
 // COX and COY of a 5000-series message: the position plus the ticket origin.
-std::string clsLayout::position_5000(int32_t x, int32_t y) const {
-  return attr(a::kX, std::to_string(add(x, origin_x_))) +
-         attr(a::kY, std::to_string(add(y, origin_y_)));
-}
-
 StringArray clsLayout::m_strText() {
   namespace p = fmt::text;
   StringArray result;
@@ -346,14 +280,11 @@ StringArray clsLayout::m_strTextOrva5000() {
             std::to_string(add(Variant(v.t(p::kFieldValue)).to_int32(), fmt::kDataTypeBase));
       int32_t font = Variant(v.t(p::kFont)).to_int32();
       if (font < fmt::kFontShiftBelow) font += 1;
-      append(
-          result,
-          std::string(fmt::kMessageOpen) + attr(a::kId, std::to_string(object_id(ticket_, field))) +
-              attr(a::kFont, std::to_string(font)) + attr(a::kDataType, data_type) +
-              attr(a::kFieldValue, field_value) + position_5000(v.i(p::kX), v.i(p::kY)) +
-              magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-              attr(a::kAlignment, v.t(p::kAlignment)) + attr(a::kCharacters, v.t(p::kCharacters)) +
-              flag_attributes(v.i(p::kFlags)) + std::string(fmt::kMessageClose));
+      append(result, message_5000(fmt::kText5000, v, origin_x_, origin_y_, [&](auto name) {
+               if (name == a::kId) return std::to_string(object_id(ticket_, field));
+               if (name == a::kFont) return std::to_string(font);
+               return name == a::kDataType ? data_type : field_value;
+             }));
     });
   });
   return result;
@@ -365,16 +296,11 @@ StringArray clsLayout::m_strBarcodeOrva5000() {
   trap(label("m_strBarcodeOrva5000"), [&] {
     ObjectValues v;
     walk(*layout_, fmt::kBarcode, fmt::kBarcode5000Reads, v, [&](const ObjectValues& v) {
-      append(result,
-             std::string(fmt::kMessageOpen) +
-                 attr(a::kId, std::to_string(object_id(ticket_, v.t(p::kField)))) +
-                 attr(a::kFont, std::to_string(v.i(p::kType))) +
-                 attr(a::kDataType, std::string(fmt::kBarcodeDataType)) +
-                 position_5000(v.i(p::kX), v.i(p::kY)) + attr(a::kFieldValue, v.t(p::kFieldValue)) +
-                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-                 attr(a::kAlignment, v.t(p::kAlignment)) +
-                 attr(a::kCharacters, v.t(p::kCharacters)) + flag_attributes(v.i(p::kFlags)) +
-                 std::string(fmt::kMessageClose));
+      append(result, message_5000(fmt::kBarcode5000, v, origin_x_, origin_y_, [&](auto name) {
+               if (name == a::kId) return std::to_string(object_id(ticket_, v.t(p::kField)));
+               if (name == a::kFont) return std::to_string(v.i(p::kType));
+               return std::string(fmt::kBarcodeDataType);
+             }));
     });
   });
   return result;
@@ -387,18 +313,16 @@ StringArray clsLayout::m_strLogoOrva5000() {
     ObjectValues v;
     walk(*layout_, fmt::kLogo, fmt::kLogo5000Reads, v, [&](const ObjectValues& v) {
       int32_t image = Variant(v.t(p::kImage)).to_int32();
-      std::string name = m_strRetrieveImageNumber2ImageName(image);
+      std::string name_of_image = m_strRetrieveImageNumber2ImageName(image);
       // IMG is the only quoted value; TDA and NRC carry no value; there is no ALL.
-      append(result,
-             std::string(fmt::kMessageOpen) +
-                 attr(a::kId, std::to_string(object_id(ticket_, v.t(p::kField)))) +
-                 attr(a::kFieldValue, v.t(p::kImage)) + attr(a::kImageFile, "\"" + name + "\"") +
-                 attr(a::kFont,
-                      std::string(v.i(p::kStyle) == 0 ? fmt::kLogoPlain : fmt::kLogoStyled)) +
-                 attr(a::kDataType, "") + position_5000(v.i(p::kX), v.i(p::kY)) +
-                 magnifications_and_direction(v, p::kZoomWidth, p::kZoomHeight, p::kDirection) +
-                 attr(a::kCharacters, "") + flag_attributes(v.i(p::kFlags)) +
-                 std::string(fmt::kMessageClose));
+      append(result, message_5000(fmt::kLogo5000, v, origin_x_, origin_y_, [&](auto name) {
+               if (name == a::kId) return std::to_string(object_id(ticket_, v.t(p::kField)));
+               if (name == a::kFieldValue) return v.t(p::kImage);
+               if (name == a::kImageFile) return "\"" + name_of_image + "\"";
+               if (name == a::kFont)
+                 return std::string(v.i(p::kStyle) == 0 ? fmt::kLogoPlain : fmt::kLogoStyled);
+               return std::string();
+             }));
     });
   });
   return result;

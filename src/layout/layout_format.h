@@ -101,6 +101,60 @@ inline constexpr int kField = 0, kFlags = 2, kX = 4, kImage = 5, kLastField = 6,
                      kY = 8, kZoomHeight = 10, kZoomWidth = 11, kStyle = 14;
 }
 
+// Each kind's 5000 message, attribute by attribute in wire order, with the property it carries
+// and how: the encoder writes the message from this table and the receiver reads it back from the
+// same one. Own: the kind's own rule (ID, TCA, TDA, NRG, IMG, and the values a kind leaves empty).
+enum class Carry {
+  DotsX,  // COX, COY: a position in dots (stored in millimetres), from the ticket origin
+  DotsY,
+  Zoom,   // a magnification as the scale numbers it (stored as an identifier)
+  Text,   // the stored text as it stands
+  Flags,  // FL1..FL4 of the flag byte
+  Own
+};
+struct Attribute {
+  std::string_view name;  // "" for FL1..FL4
+  int property;           // -1: no property
+  Carry carry;
+};
+inline constexpr Attribute kText5000[] = {{attribute::kId, text::kField, Carry::Own},
+                                          {attribute::kFont, text::kFont, Carry::Own},
+                                          {attribute::kDataType, text::kDataType, Carry::Own},
+                                          {attribute::kFieldValue, text::kFieldValue, Carry::Own},
+                                          {attribute::kX, text::kX, Carry::DotsX},
+                                          {attribute::kY, text::kY, Carry::DotsY},
+                                          {attribute::kZoomWidth, text::kZoomWidth, Carry::Zoom},
+                                          {attribute::kZoomHeight, text::kZoomHeight, Carry::Zoom},
+                                          {attribute::kDirection, text::kDirection, Carry::Text},
+                                          {attribute::kAlignment, text::kAlignment, Carry::Text},
+                                          {attribute::kCharacters, text::kCharacters, Carry::Text},
+                                          {"", text::kFlags, Carry::Flags}};
+inline constexpr Attribute kBarcode5000[] = {
+    {attribute::kId, barcode::kField, Carry::Own},
+    {attribute::kFont, barcode::kType, Carry::Own},
+    {attribute::kDataType, -1, Carry::Own},
+    {attribute::kX, barcode::kX, Carry::DotsX},
+    {attribute::kY, barcode::kY, Carry::DotsY},
+    {attribute::kFieldValue, barcode::kFieldValue, Carry::Text},
+    {attribute::kZoomWidth, barcode::kZoomWidth, Carry::Zoom},
+    {attribute::kZoomHeight, barcode::kZoomHeight, Carry::Zoom},
+    {attribute::kDirection, barcode::kDirection, Carry::Text},
+    {attribute::kAlignment, barcode::kAlignment, Carry::Text},
+    {attribute::kCharacters, barcode::kCharacters, Carry::Text},
+    {"", barcode::kFlags, Carry::Flags}};
+inline constexpr Attribute kLogo5000[] = {{attribute::kId, logo::kField, Carry::Own},
+                                          {attribute::kFieldValue, logo::kImage, Carry::Own},
+                                          {attribute::kImageFile, logo::kImage, Carry::Own},
+                                          {attribute::kFont, logo::kStyle, Carry::Own},
+                                          {attribute::kDataType, -1, Carry::Own},
+                                          {attribute::kX, logo::kX, Carry::DotsX},
+                                          {attribute::kY, logo::kY, Carry::DotsY},
+                                          {attribute::kZoomWidth, logo::kZoomWidth, Carry::Zoom},
+                                          {attribute::kZoomHeight, logo::kZoomHeight, Carry::Zoom},
+                                          {attribute::kDirection, logo::kDirection, Carry::Text},
+                                          {attribute::kCharacters, -1, Carry::Own},
+                                          {"", logo::kFlags, Carry::Flags}};
+
 // How a builder reads a property row into its values (converting at the moment it reads it, so a
 // bad value fails the builder at that object): as stored; as a number (decimal comma taken as a
 // point); rounded to a 32-bit integer; as hexadecimal; in dots; as the scale's font or

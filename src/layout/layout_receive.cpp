@@ -323,6 +323,34 @@ class MessageReader {
   mutable std::vector<std::string> used_;
 };
 
+// What a kind's table carries plainly (positions, magnifications, texts, flags), read back into
+// the properties; the kind's own attributes are its caller's. Properties stay in Id order.
+template <std::size_t N>
+void read_carried(const fmt::Attribute (&table)[N], const MessageReader& in, Reader& r,
+                  ReceivedObject& o, const std::string& where, const char* kind) {
+  for (const auto& at : table) {
+    switch (at.carry) {
+      case fmt::Carry::DotsX:
+      case fmt::Carry::DotsY:
+        r.set(o, at.property, millimetres(in.number(at.name)));
+        break;
+      case fmt::Carry::Zoom:
+        r.set(o, at.property, std::to_string(r.zoom(where, kind, at.property, in.number(at.name))));
+        break;
+      case fmt::Carry::Text:
+        r.set(o, at.property, in.text(at.name));
+        break;
+      case fmt::Carry::Flags:
+        r.set(o, at.property, hex_byte(in.flag_byte()));
+        break;
+      case fmt::Carry::Own:
+        break;
+    }
+  }
+  std::stable_sort(o.properties.begin(), o.properties.end(),
+                   [](const auto& x, const auto& y) { return x.first < y.first; });
+}
+
 }  // namespace
 
 ReceivedLayout read_5000(const std::string& messages, int32_t source, Lookups& l) {
@@ -373,34 +401,17 @@ ReceivedLayout read_5000(const std::string& messages, int32_t source, Lookups& l
       in.text(a::kDataType);
       in.text(a::kCharacters);
       r.set(o, p::kField, field);
-      r.set(o, p::kFlags, hex_byte(in.flag_byte()));
-      r.set(o, p::kX, millimetres(in.number(a::kX)));
       r.set(o, p::kImage, std::to_string(image));
       r.set(o, p::kLastField, "0");
-      r.set(o, p::kDirection, in.text(a::kDirection));
-      r.set(o, p::kY, millimetres(in.number(a::kY)));
-      r.set(o, p::kZoomHeight,
-            std::to_string(r.zoom(m.where, "LOGO", p::kZoomHeight, in.number(a::kZoomHeight))));
-      r.set(o, p::kZoomWidth,
-            std::to_string(r.zoom(m.where, "LOGO", p::kZoomWidth, in.number(a::kZoomWidth))));
       r.set(o, p::kStyle, style == fmt::kLogoPlain ? "0" : "1");
+      read_carried(fmt::kLogo5000, in, r, o, m.where, "LOGO");
     } else if (in.text(a::kDataType) == fmt::kBarcodeDataType) {
       namespace p = fmt::barcode;
       o.kind = fmt::kBarcode;
       r.set(o, p::kField, field);
-      r.set(o, p::kAlignment, in.text(a::kAlignment));
       r.set(o, p::kType, std::to_string(in.number(a::kFont)));
-      r.set(o, p::kCharacters, in.text(a::kCharacters));
-      r.set(o, p::kFlags, hex_byte(in.flag_byte()));
-      r.set(o, p::kX, millimetres(in.number(a::kX)));
       r.set(o, p::kLastField, "0");
-      r.set(o, p::kDirection, in.text(a::kDirection));
-      r.set(o, p::kY, millimetres(in.number(a::kY)));
-      r.set(o, p::kZoomHeight,
-            std::to_string(r.zoom(m.where, "BARCODE", p::kZoomHeight, in.number(a::kZoomHeight))));
-      r.set(o, p::kZoomWidth,
-            std::to_string(r.zoom(m.where, "BARCODE", p::kZoomWidth, in.number(a::kZoomWidth))));
-      r.set(o, p::kFieldValue, in.text(a::kFieldValue));
+      read_carried(fmt::kBarcode5000, in, r, o, m.where, "BARCODE");
     } else {
       namespace p = fmt::text;
       o.kind = fmt::kText;
@@ -420,20 +431,11 @@ ReceivedLayout read_5000(const std::string& messages, int32_t source, Lookups& l
       int32_t tca = in.number(a::kFont);
       int32_t font = tca <= fmt::kFontShiftBelow ? tca - 1 : tca;
       r.set(o, p::kField, field);
-      r.set(o, p::kAlignment, in.text(a::kAlignment));
-      r.set(o, p::kCharacters, in.text(a::kCharacters));
-      r.set(o, p::kFlags, hex_byte(in.flag_byte()));
       r.set(o, p::kDataType, std::to_string(type));
       r.set(o, p::kFont, std::to_string(r.font(m.where, font)));
-      r.set(o, p::kX, millimetres(in.number(a::kX)));
       r.set(o, p::kLastField, "0");
-      r.set(o, p::kDirection, in.text(a::kDirection));
       r.set(o, p::kFieldValue, std::to_string(nrg));
-      r.set(o, p::kY, millimetres(in.number(a::kY)));
-      r.set(o, p::kZoomHeight,
-            std::to_string(r.zoom(m.where, "TEXT", p::kZoomHeight, in.number(a::kZoomHeight))));
-      r.set(o, p::kZoomWidth,
-            std::to_string(r.zoom(m.where, "TEXT", p::kZoomWidth, in.number(a::kZoomWidth))));
+      read_carried(fmt::kText5000, in, r, o, m.where, "TEXT");
     }
     in.finish();
     out.objects.push_back(std::move(o));
