@@ -2,18 +2,18 @@
 #include <ctime>
 
 #include "commands.h"
-#include "qk/clsSimple.h"
 #include "qk/host.h"
+#include "record_sources.h"
 #include "session.h"
 
 namespace qkp {
 
 void add_date_command(CLI::App& app, Options& o) {
   auto* cmd = app.add_subcommand("date", "The message that sets a scale's clock");
-  auto family = std::make_shared<std::string>("numeric");
+  auto family = std::make_shared<std::string>("NUMERIC");
   auto at = std::make_shared<std::string>();
-  cmd->add_option("--family", *family, "numeric (3000/2000 series) or 5000")
-      ->check(CLI::IsMember({"numeric", "5000"}));
+  cmd->add_option("--family", *family, "numeric (3000/2000 series) or 5000 (any case)")
+      ->transform(CLI::IsMember(form_choices<qk::Kind::Date>(), CLI::ignore_case));
   cmd->add_option("--at", *at, "a fixed instant, YYYY-MM-DDTHH:MM:SS (default: now)");
   cmd->callback([&o, family, at] {
     if (!at->empty()) {
@@ -26,8 +26,11 @@ void add_date_command(CLI::App& app, Options& o) {
         throw CLI::ValidationError("--at", "expected YYYY-MM-DDTHH:MM:SS, got \"" + *at + "\"");
       qk::set_clock([t] { return t; });
     }
-    qk::clsSimple simple;
-    print(o, {*family == "5000" ? simple.DataOraO5000() : simple.DataOra()});
+    // The date needs no line: the source of any department's line builds it.
+    qk::sync::LineContext none;
+    print(o, qk::sync::source_of(qk::Kind::Date)
+                 .open(none, qk::parse_form<qk::Kind::Date>(*family))
+                 ->build(0));
   });
 }
 

@@ -10,6 +10,7 @@
 #include "qk/host.h"
 #include "qk/layout_check.h"
 #include "qk/previews.h"
+#include "record_sources.h"
 #include "session.h"
 #include "sync.h"
 
@@ -99,7 +100,8 @@ void add_layout_command(CLI::App& app, Options& g) {
   cmd->add_option("--dept,--counter", o->dept, "department (--counter is the same)")
       ->check(CLI::NonNegativeNumber);
   cmd->add_option("--layout", o->layout, "layout number");
-  cmd->add_option("--family", o->family, "3000 or 5000")->check(CLI::IsMember({"3000", "5000"}));
+  cmd->add_option("--family", o->family, "3000 or 5000")
+      ->check(CLI::IsMember(form_choices<qk::Kind::Layouts>()));
   cmd->add_flag("--check", o->check,
                 "list unknown data types, unmapped values and field numbers over 50");
   cmd->callback([&g, o, cmd] {
@@ -122,15 +124,17 @@ void add_layout_command(CLI::App& app, Options& g) {
         set_exit_status(kExitFailed);
       return;
     }
-    qk::clsLayout layout;
-    layout.p_lngBnc(o->dept);
-    layout.p_lngTicketId(o->layout);
-    if (!layout.p_booRetrieveData()) {
+    // A layout depends on its department only, not on a line of it.
+    qk::sync::LineContext line;
+    line.where.dept = o->dept;
+    auto records = qk::sync::source_of(qk::Kind::Layouts)
+                       .open(line, qk::parse_form<qk::Kind::Layouts>(o->family))
+                       ->build(o->layout);
+    if (records.empty()) {
       fail("does not exist or could not be built");
       return;
     }
-    auto a = layout.p_strProtocol(o->family == "3000" ? 2 : 1);
-    print(g, a.items());
+    print(g, records);
   });
 
   auto ro = std::make_shared<ReceiveOptions>();
