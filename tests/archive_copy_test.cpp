@@ -55,8 +55,7 @@ TEST_P(ArchiveCopy, ASourceThatCannotBeReadLeavesNoTarget) {
     EXPECT_FALSE(std::filesystem::exists(target));
   } else {
     EXPECT_EQ(PgServer::rows(target,
-                             "select count(*) from pg_tables where schemaname = "
-                             "current_schema()"),
+                             "select count(*) from pg_tables where schemaname = current_schema()"),
               "0\n");
   }
 }

@@ -275,13 +275,8 @@ TEST_F(Images, KestraRows) {
   auto r = k.p_strProtocol();
   ASSERT_EQ(r.lower_bound(), 1);
   ASSERT_EQ(r.upper_bound(), 3);
-  EXPECT_EQ(r[1],
-            "40999900500108"
-            "00" +
-                std::string(92, '0'));
-  EXPECT_EQ(r[3],
-            "4099990059"
-            "99");
+  EXPECT_EQ(r[1], "4099990050010800" + std::string(92, '0'));
+  EXPECT_EQ(r[3], "409999005999");
   k.p_strFullPath(bmp("w.bmp", solid(400, 2, true)));
   EXPECT_EQ(k.p_strProtocol()[1].substr(12), std::string(96, 'F'));  // the last 2 bytes dropped
   k.p_strFullPath(bmp("big.bmp", solid(233, 245, false)));

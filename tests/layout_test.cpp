@@ -58,10 +58,7 @@ TEST_F(Layouts, TicketOnly) {
   auto l = build(5);
   // The header is "96" "99" "99" "0" followed by the layout number less one.
   EXPECT_EQ(l->p_strProtocol().items(), (std::vector<std::string>{"96999904"
-                                                                  "00"
-                                                                  "640"
-                                                                  "0480"
-                                                                  "3",
+                                                                  "0064004803",
                                                                   ""}));
   EXPECT_EQ(l->p_lngMaxItem(), 1);
   EXPECT_EQ(l->p_strProtocol(1).items(),
@@ -93,34 +90,8 @@ TEST_F(Layouts, TextRecordsAndMessages) {
   auto l = build(2);
   auto a = l->p_strProtocol().items();
   ASSERT_EQ(a.size(), 3u);  // the text with field 51 is left out of the 3000 series
-  EXPECT_EQ(a[1],
-            "96999901"
-            "07"
-            "026"
-            "020"
-            "116"
-            "10000"
-            "03"
-            "020"
-            "1"
-            "2"
-            "0"
-            "0"
-            "1");
-  EXPECT_EQ(a[2],
-            "96999901"
-            "50"
-            "002"
-            "049"
-            "116"
-            "10000"
-            "24"
-            "020"
-            "1"
-            "2"
-            "0"
-            "0"
-            "1");
+  EXPECT_EQ(a[1], "9699990107026020116100000302012001");
+  EXPECT_EQ(a[2], "9699990150002049116100002402012001");
   auto m = l->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 5u);  // every text is sent to the 5000 series
   EXPECT_EQ(m[2],
@@ -201,62 +172,10 @@ TEST_F(Layouts, BarcodesAndLogos) {
   auto l = build(3);
   auto a = l->p_strProtocol().items();
   ASSERT_EQ(a.size(), 5u);
-  EXPECT_EQ(a[1],
-            "96999902"
-            "12"
-            "000"
-            "155"
-            "008"
-            "0016"
-            "05"
-            "013"
-            "2"
-            "1"
-            "0"
-            "0"
-            "2");
-  EXPECT_EQ(a[2],
-            "96999902"
-            "13"
-            "000"
-            "133"
-            "008"
-            "0016"
-            "26"
-            "013"
-            "2"
-            "1"
-            "0"
-            "0"
-            "2");
-  EXPECT_EQ(a[3],
-            "96999902"
-            "09"
-            "000"
-            "210"
-            "400"
-            "0040"
-            "99"
-            "000"
-            "2"
-            "1"
-            "0"
-            "0"
-            "0");
-  EXPECT_EQ(a[4],
-            "96999902"
-            "10"
-            "000"
-            "211"
-            "400"
-            "0040"
-            "99"
-            "000"
-            "2"
-            "1"
-            "0"
-            "0"
-            "0");
+  EXPECT_EQ(a[1], "969999021200015500800160501321002");
+  EXPECT_EQ(a[2], "969999021300013300800162601321002");
+  EXPECT_EQ(a[3], "969999020900021040000409900021000");
+  EXPECT_EQ(a[4], "969999021000021140000409900021000");
   auto m = l->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 6u);
   EXPECT_EQ(m[2],
@@ -293,12 +212,7 @@ TEST_F(Layouts, MissingLayoutKeepsThePreviousArraysAndOriginsCarryOver) {
   ASSERT_TRUE(l->p_booRetrieveData());
   EXPECT_EQ(l->p_strProtocol()[0], "");  // the ticket builder found no ticket values
   // Field 1, flags 0, element 1, then X and Y from the previous layout's ticket origin (8, 8).
-  EXPECT_EQ(l->p_strProtocol()[1].substr(8, 15),
-            "01"
-            "000"
-            "001"
-            "008"
-            "0008");
+  EXPECT_EQ(l->p_strProtocol()[1].substr(8, 15), "010000010080008");
 }
 
 TEST_F(Layouts, BadValuesAreReported) {

@@ -24,8 +24,7 @@ struct Lots : ArchiveFixture {
            int optional = 0, const Variant& charged = Variant("0"),
            const char* flags = "00000000") {
     std::string cols =
-        "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED, "
-        "TRC_FLAGTRASM";
+        "TRC_BNC, TRC_ID, TRC_ROW, TRC_ID_LOT, TRC_MODE, TRC_OPTIONAL, WCHARGED, TRC_FLAGTRASM";
     std::string vals = "1, ?1, ?2, ?3, 2, ?4, ?5, ?6";
     std::vector<Variant> params{id, row, code, optional, charged, flags};
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -105,25 +104,14 @@ TEST_F(Lots, TopBodiesAround309) {
 
 TEST_F(Lots, TopOptionalMarksAndBlankCode) {
   lot(30, 1, Variant("C30"), {"a", "", "c"}, 0b1010);  // bits 1 and 3: lines 1 and 3 optional
-  EXPECT_EQ(make("30")->p_3000TOP_strProtocol()[0],
-            "2099990030"
-            "0"
-            "C30            %a#%c#");
+  EXPECT_EQ(make("30")->p_3000TOP_strProtocol()[0], "20999900300C30            %a#%c#");
   lot(7, 1, Variant("7,0"), {});
   lot(8, 1, Variant("A8"), {});
   lot(1234, 1, Variant("L"), {"x"});
-  EXPECT_EQ(make("7")->p_3000TOP_strProtocol()[0],
-            "2099990007"
-            "0" +
-                repeat(' ', 15));
-  EXPECT_EQ(make("8")->p_3000TOP_strProtocol()[0],
-            "2099990008"
-            "0"
-            "A8" +
-                repeat(' ', 13));
+  EXPECT_EQ(make("7")->p_3000TOP_strProtocol()[0], "20999900070" + repeat(' ', 15));
+  EXPECT_EQ(make("8")->p_3000TOP_strProtocol()[0], "20999900080A8" + repeat(' ', 13));
   EXPECT_EQ(make("1234")->p_3000TOP_strProtocol()[1],
-            "20999901234"
-            "1");  // four digits kept
+            "209999012341");  // four digits kept
   // A body whose 309th character is "%" loses it: 308 characters remain, and piece 5 gets the
   // last one again.
   exec("delete from TRACEABILITY");

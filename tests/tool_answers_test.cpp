@@ -109,8 +109,7 @@ TEST_F(Answers, StopMessagesNameTheRecordTheSenderStoppedAt) {
       {"silent", "(the sender did not acknowledge record 3 within 1 s"},
       {"flood", "(the sender wrote more than 4096 bytes without a line end"},
       {"crash",
-       "was killed by signal 9 (the shell exited with status 137) before acknowledging "
-       "record 3"},
+       "was killed by signal 9 (the shell exited with status 137) before acknowledging record 3"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.mode);
@@ -436,8 +435,7 @@ TEST_F(Answers, ListingsOfWhatADepartmentHolds) {
       {"layouts --dept 1", "TK_BNC  TK_ID  TK_DESCRIPTION"},
       {"images --dept 2", "IM_BNC  IM_ID  IM_FILE_NAME  IM_DESCRIPTION  IM_FROM   IM_TO  IM_TYPE"},
       {"ads --dept 1",
-       "ADV_BNC  Id  Mode  IM_FILE_NAME  PERSISTENCE  REPEAT  Rate  MSG_LNK_ID  "
-       "FLAGTRASM"},
+       "ADV_BNC  Id  Mode  IM_FILE_NAME  PERSISTENCE  REPEAT  Rate  MSG_LNK_ID  FLAGTRASM"},
       {"etexts --dept 1 --list", "ET_BNC  Id  Row  Descr"},
       {"lines", "dept   line  family   scale  pending"},
   };
