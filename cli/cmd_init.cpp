@@ -4,9 +4,9 @@
 #include "commands.h"
 #include "demo.h"
 #include "network.h"
+#include "qk/archive.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
-#include "qk/archive.h"
 #include "session.h"
 
 namespace qkp {
@@ -17,8 +17,15 @@ struct InitOptions {
   bool demo = false;
   bool force = false;
   std::string size = "small";
-  std::string archive;  // saved as the setting Archive first
+  std::string archive;  // saved as the setting Archive once the archive is made
 };
+
+// The setting Archive, when one is given and differs (false: the store refused it, and said so).
+bool save_archive_setting(const std::string& archive) {
+  if (archive.empty() || archive == qk::host::setting("Appl", "Archive")) return true;
+  if (!std::filesystem::exists(qk::host::settings_file())) qk::host::create_settings_store(false);
+  return qk::host::save_setting("Appl", "Archive", archive);
+}
 
 void run_init(const InitOptions& o) {
   std::string folder = qk::component_folder();
@@ -34,14 +41,14 @@ void run_init(const InitOptions& o) {
     write_demo_files(folder);
   }
   write_default_files(folder, o.demo && o.force);
-  if (!archive.empty()) {
-    if (!std::filesystem::exists(qk::host::settings_file())) qk::host::create_settings_store(false);
-    if (!qk::host::save_setting("Appl", "Archive", archive)) return;
-  }
+  // A server is named in the settings only once its archive is made: one that could not be made
+  // is not left there, nor its password. A file is found through the settings, as always.
+  bool server = archive.find("://") != std::string::npos;
+  if (!server && !save_archive_setting(archive)) return;
   auto tools = qk::sync::new_archive_tools();
   // The new archive is built aside and put in place once complete: an interrupted init leaves
   // the old archive (or none), never a half-filled one.
-  tools->begin_new_archive(qk::kArchiveName, o.force);
+  tools->begin_new_archive(server ? archive : std::string(qk::kArchiveName), o.force);
   tools->begin_write();
   if (o.demo && o.size == "large")
     fill_large_archive(*tools);
@@ -49,6 +56,7 @@ void run_init(const InitOptions& o) {
     fill_demo_archive(*tools);
   tools->commit();
   tools->publish_new_archive();
+  if (server && !save_archive_setting(archive)) return;
   note("created " + tools->location() + (o.demo ? " with the demo network" : ""));
 }
 

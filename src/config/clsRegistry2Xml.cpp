@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "automation/conversions.h"
+#include "config/credentials.h"
 #include "config/xml_file.h"
 #include "frame/paths.h"
 #include "frame/report_error.h"
@@ -71,6 +72,14 @@ std::string default_folder() {
   return folder;
 }
 
+// The store is written for its owner only while one of its values carries a password.
+void save_store(const pugi::xml_document& doc, const std::string& file) {
+  bool secret = false;
+  for (const pugi::xpath_node& key : doc.select_nodes("//keys/key"))
+    secret = secret || config::holds_password(key.node().attribute("value").value());
+  config::save_document_atomically(doc, file, secret ? 0600 : 0644);
+}
+
 }  // namespace
 
 clsRegistry2Xml::clsRegistry2Xml() {
@@ -125,7 +134,7 @@ void clsRegistry2Xml::SaveSetting(const std::string& strAppName, const std::stri
       k.append_attribute("name") = config::to_xml(strKeyName).c_str();
       k.append_attribute("value") = config::to_xml(strValue).c_str();
     }
-    config::save_document_atomically(doc, file_);
+    save_store(doc, file_);
   });
 }
 
@@ -133,7 +142,7 @@ void clsRegistry2Xml::CreateDoc() {
   trapped_and_logged("CreateDoc", true, [&] {
     pugi::xml_document doc;
     doc.append_child("root").append_child("keys");
-    config::save_document_atomically(doc, file_);
+    save_store(doc, file_);
   });
 }
 
@@ -210,7 +219,7 @@ void clsRegistry2Xml::m_addNodeAndValue(const std::string& path, const std::stri
       k.append_attribute("name") = config::to_xml(name).c_str();
       k.append_attribute("value") = config::to_xml(value).c_str();
     }
-    config::save_document_atomically(doc, file_);
+    save_store(doc, file_);
     m_writeDiagnostic("clsRegistry2Xml@m_addNodeAndValue " + path + "\\" + name + "=" + value);
   });
 }
@@ -229,14 +238,14 @@ void clsRegistry2Xml::m_assignDefaultValues() {
     };
     fill("Path", here);
     fill("PathLanguages", here + kPathSeparator + "Languages");
-    config::save_document_atomically(doc, file_);
+    save_store(doc, file_);
   });
 }
 
 void clsRegistry2Xml::m_writeDiagnostic(const std::string& line) {
   // Appends; created when missing. A failure to write diagnostics is not worth a report.
   std::ofstream out(folder_ + kPathSeparator + kDiagnosticsFile, std::ios::app | std::ios::binary);
-  if (out) out << cp1252_to_utf8(line) << "\n";
+  if (out) out << cp1252_to_utf8(config::without_password(line)) << "\n";
 }
 
 }  // namespace qk

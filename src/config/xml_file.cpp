@@ -4,6 +4,7 @@
 #include <sstream>
 #include <unordered_map>
 
+#include "frame/atomic_file.h"
 #include "frame/file_cache.h"
 #include "qk/error.h"
 #include "qk/host.h"
@@ -50,10 +51,11 @@ std::shared_ptr<const pugi::xml_document> shared_document(const std::string& pat
 
 namespace qk::config {
 
-void save_document_atomically(const pugi::xml_document& doc, const std::string& path) {
+void save_document_atomically(const pugi::xml_document& doc, const std::string& path,
+                              unsigned mode) {
   std::ostringstream out;
   doc.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
-  save_file_atomically(path, out.str());
+  save_file_atomically(path, out.str(), mode);
 }
 
 std::string from_xml(const char* utf8) {

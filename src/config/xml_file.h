@@ -17,7 +17,8 @@ bool load_document(pugi::xml_document& doc, const std::string& path);
 std::shared_ptr<const pugi::xml_document> shared_document(const std::string& path);
 
 // Saves doc over path atomically; raises error 75 naming the file when it cannot be written.
-void save_document_atomically(const pugi::xml_document& doc, const std::string& path);
+void save_document_atomically(const pugi::xml_document& doc, const std::string& path,
+                              unsigned mode = 0644);
 
 // Text from the file (UTF-8) to the component's 8-bit form, and back.
 std::string from_xml(const char* utf8);

@@ -1,5 +1,7 @@
 // Files the component and the tool write are replaced whole: written to a temporary file beside
 // the target, flushed to disk, renamed over it, and the folder flushed so the rename lasts.
+#include "frame/atomic_file.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,6 +55,10 @@ void flush_folder(const std::string& path) {
 }  // namespace
 
 void save_file_atomically(const std::string& path, const std::string& bytes) {
+  save_file_atomically(path, bytes, 0644);
+}
+
+void save_file_atomically(const std::string& path, const std::string& bytes, unsigned mode) {
   std::string tmp = path + ".tmp-XXXXXX";
   int fd = -1;
   // Stops with error 75, naming the step and the file; the temporary file goes, the target stays.
@@ -81,7 +87,8 @@ void save_file_atomically(const std::string& path, const std::string& bytes) {
     left -= static_cast<std::size_t>(n);
   }
   if (injected(Step::Flush) || ::fsync(fd) != 0) fail("flush");
-  ::fchmod(fd, 0644);
+  // mkstemp made it 0600: opened up only once every byte is written, if at all.
+  ::fchmod(fd, static_cast<mode_t>(mode));
   ::close(fd);
   if (injected(Step::Rename) || std::rename(tmp.c_str(), path.c_str()) != 0) {
     int err = errno;
