@@ -1,5 +1,9 @@
 // init (a new archive, and with --demo a demo installation), archive upgrade and archive copy.
+#include <unistd.h>
+
+#include <cstdio>
 #include <filesystem>
+#include <iostream>
 
 #include "commands.h"
 #include "demo.h"
@@ -18,13 +22,71 @@ struct InitOptions {
   bool force = false;
   std::string size = "small";
   std::string archive;  // saved as the setting Archive once the archive is made
+  std::string join;     // an existing archive this folder uses, unchanged
+  bool yes = false;     // --force may drop a server archive's rows without asking
 };
+
+// An archive named on the command line: a server URI as it is, a file by its absolute path.
+std::string archive_location(const std::string& given, const char* what) {
+  std::string location = to_8bit(given, what);
+  if (location.find("://") != std::string::npos) return location;
+  if (!location.ends_with(".sqlite"))
+    throw std::runtime_error(std::string(what) + " \"" + given +
+                             "\": an archive file's name ends with .sqlite, a server's is a "
+                             "postgresql:// URI");
+  return std::filesystem::absolute(location).lexically_normal().string();
+}
 
 // The setting Archive, when one is given and differs (false: the store refused it, and said so).
 bool save_archive_setting(const std::string& archive) {
   if (archive.empty() || archive == qk::host::setting("Appl", "Archive")) return true;
   if (!std::filesystem::exists(qk::host::settings_file())) qk::host::create_settings_store(false);
   return qk::host::save_setting("Appl", "Archive", archive);
+}
+
+// Replacing a server's archive drops what a whole chain may share: said in rows, and asked
+// (`--yes` for scripts; without a terminal to ask, refused).
+bool confirm_drop(const std::string& uri, bool yes) {
+  long rows = 0;
+  std::string where;
+  try {
+    qk::open_archives_read_only(true);
+    auto tools = qk::sync::open_archive_tools(uri);
+    where = tools->location();
+    for (const auto& t : qk::archive::tables())
+      for (auto rs = tools->select_rows(t, {}); !rs->Eof(); rs->MoveNext()) ++rows;
+  } catch (const std::exception&) {
+    rows = 0;  // no archive there (or none of this version): nothing of it to lose
+  }
+  qk::open_archives_read_only(false);
+  if (rows == 0 || yes) return true;
+  std::string what = "--force drops the archive " + where + " and its " + counted(rows, "row") +
+                     " (every store that uses it loses them)";
+  if (!::isatty(STDIN_FILENO)) {
+    fail(what + "; add --yes to do so without being asked");
+    return false;
+  }
+  std::fprintf(stderr, "qkp: %s. Drop them? [y/N] ", what.c_str());
+  std::string answer;
+  std::getline(std::cin, answer);
+  if (answer == "y" || answer == "Y" || answer == "yes") return true;
+  fail("nothing was dropped");
+  return false;
+}
+
+// A folder that uses an existing archive as it is: the installation's default files where it
+// has none, and the setting Archive. The archive is opened read-only, only to check that it is
+// one of this version.
+void run_join(const InitOptions& o) {
+  std::string location = archive_location(o.join, "--join");
+  qk::open_archives_read_only(true);
+  auto tools = qk::sync::open_archive_tools(location);
+  qk::open_archives_read_only(false);
+  std::string folder = qk::component_folder();
+  std::filesystem::create_directories(folder);
+  write_default_files(folder, false);
+  if (!save_archive_setting(location)) return;
+  note("this folder now uses the archive " + tools->location() + " (nothing in it was changed)");
 }
 
 void run_init(const InitOptions& o) {
@@ -41,6 +103,7 @@ void run_init(const InitOptions& o) {
     write_demo_files(folder);
   }
   write_default_files(folder, o.demo && o.force);
+  if (archive.find("://") != std::string::npos && o.force && !confirm_drop(archive, o.yes)) return;
   // A server is named in the settings only once its archive is made: one that could not be made
   // is not left there, nor its password. A file is found through the settings, as always.
   bool server = archive.find("://") != std::string::npos;
@@ -58,17 +121,6 @@ void run_init(const InitOptions& o) {
   tools->publish_new_archive();
   if (server && !save_archive_setting(archive)) return;
   note("created " + tools->location() + (o.demo ? " with the demo network" : ""));
-}
-
-// An archive named on the command line: a server URI as it is, a file by its absolute path.
-std::string archive_location(const std::string& given, const char* what) {
-  std::string location = to_8bit(given, what);
-  if (location.find("://") != std::string::npos) return location;
-  if (!location.ends_with(".sqlite"))
-    throw std::runtime_error(std::string(what) + " \"" + given +
-                             "\": an archive file's name ends with .sqlite, a server's is a "
-                             "postgresql:// URI");
-  return std::filesystem::absolute(location).lexically_normal().string();
 }
 
 // Every row of every table, in the tables' order, from one consistent view of the source into a
@@ -110,7 +162,15 @@ void add_init_command(CLI::App& app, Options&) {
   cmd->add_option("--archive", o->archive,
                   "where the archive goes: a file name or a postgresql:// URI (saved as the "
                   "setting Archive)");
-  cmd->callback([o] { reported("init failed", [o] { run_init(*o); }); });
+  cmd->add_option("--join", o->join,
+                  "use this existing archive (a .sqlite file or a postgresql:// URI) from this "
+                  "folder, without changing it")
+      ->excludes("--archive")
+      ->excludes("--force")
+      ->excludes("--demo");
+  cmd->add_flag("--yes", o->yes, "with --force: drop a server archive's rows without asking");
+  cmd->callback(
+      [o] { reported("init failed", [o] { o->join.empty() ? run_init(*o) : run_join(*o); }); });
 
   auto* archive = app.add_subcommand("archive", "The archive itself");
   archive->require_subcommand(1);

@@ -57,6 +57,21 @@ cat "$T/a.bin" "$T/b.bin" >"$T/both.bin" 2>/dev/null || true  # the one that wai
 left=$("$QKP" --home "$T/pg" pending --line 1 | grep -v "^department\|nothing pending" || true)
 [ -z "$left" ] || fail "still pending on line 1: $left"
 
+# Another folder joins the server's archive: the rows are the same before and after, and the
+# refusals name --join; --force without a terminal asks for --yes and drops nothing.
+rows() { "$PGBIN/psql" -h "$SOCKET" -U qk -d archive -At -c \
+  "select count(*), sum(hashtext(t::text)) from tastiera_plu t" 2>/dev/null; }
+before=$(rows)
+out=$("$QKP" --home "$T/other" init --archive "$URI" 2>&1) && fail "init replaced a chain's archive"
+echo "$out" | grep -q "qkp init --join" || fail "the refusal does not name --join: $out"
+"$QKP" --home "$T/other" init --join "$URI" >/dev/null 2>&1 || fail "init --join failed"
+[ "$(rows)" = "$before" ] || fail "init --join changed the archive"
+out=$("$QKP" --home "$T/other" lines 2>&1) || fail "the joined folder cannot read the archive: $out"
+out=$("$QKP" --home "$T/other" init --force --archive "$URI" 2>&1 </dev/null) && fail "--force dropped rows unasked"
+echo "$out" | grep -q "rows (every store that uses it loses them); add --yes" || fail "unclear: $out"
+[ "$(rows)" = "$before" ] || fail "a refused --force changed the archive"
+grep -q "s3cret" "$T/other/registry.xml" && fail "a password in the settings"
+
 # A server that is not there is named.
 "$QKP" --home "$T/pg" settings set Appl Archive "postgresql:///archive?host=$T/nowhere&user=qk" >/dev/null
 out=$("$QKP" --home "$T/pg" sync --line 1 --out "$T/c.bin" 2>&1) && fail "a sync without its server succeeded"

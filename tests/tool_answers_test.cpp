@@ -431,6 +431,26 @@ TEST_F(Answers, SettingsInitKeepsTheStoreWhenItRefusesAnExport) {
       << err;
 }
 
+// A second folder joins the demo's archive file without changing a byte of it; making a new
+// archive there is refused with the way to join.
+TEST_F(Answers, JoiningLeavesTheArchiveAsItWas) {
+  std::string archive = dir.file("demo/Archivi.sqlite");
+  std::string before = dir.read("demo/Archivi.sqlite");
+  std::string other = dir.file("other");
+  EXPECT_EQ(qkp_in(other, "init --archive " + archive), 1);
+  EXPECT_NE(err.find("use it from this folder with \"qkp init --join " + archive + "\""),
+            std::string::npos)
+      << err;
+  ASSERT_EQ(qkp_in(other, "init --join " + archive), 0) << err;
+  EXPECT_EQ(qkp_in(other, "init --join " + archive + " --force"), 2);  // one or the other
+  std::string lines;
+  EXPECT_EQ(qkp_in(other, "lines", &lines), 0) << err;
+  EXPECT_NE(lines.find("KESTRA"), std::string::npos) << lines;
+  EXPECT_EQ(dir.read("demo/Archivi.sqlite"), before);
+  EXPECT_EQ(qkp_in(other, "init --join " + dir.file("none.sqlite")), 1);
+  EXPECT_NE(err.find("does not exist"), std::string::npos) << err;
+}
+
 TEST_F(Answers, ListingsOfWhatADepartmentHolds) {
   struct Case {
     const char* args;

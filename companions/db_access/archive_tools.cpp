@@ -310,9 +310,10 @@ void clsDbAccess::begin_new_archive(const std::string& database_file, bool repla
     return;
   }
   if (!replace && std::filesystem::exists(new_archive_target_))
-    raise(automation::kFileAlreadyExists, "File already exists: the archive " +
-                                              new_archive_target_ +
-                                              " exists (replace it with --force)");
+    raise(automation::kFileAlreadyExists,
+          "File already exists: the archive " + new_archive_target_ +
+              " exists (use it from this folder with \"qkp init --join " + new_archive_target_ +
+              "\", or replace it with --force)");
   new_archive_path_ = new_archive_target_ + ".new-" + std::to_string(::getpid());
   remove_database_files(new_archive_path_);
   try {

@@ -202,7 +202,8 @@ std::shared_ptr<Archive> PgArchive::create(const std::string& uri, bool replace)
   if (there && !replace)
     raise(automation::kFileAlreadyExists,
           "File already exists: the database " + a->path() +
-              " already holds an archive (replace it with --force)");
+              " already holds an archive (use it from this folder with \"qkp init --join " +
+              a->path() + "\", or replace it with --force)");
   if (there) {
     // QK_SEQUENCE was a one-row table in the first archives made on a server.
     bool sequence = !a->query(
