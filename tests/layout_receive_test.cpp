@@ -35,6 +35,10 @@ const char* kConfig = R"(<PROPERTIES>
 </PROPERTIES>)";
 
 using Props = std::map<int, std::string>;
+Props P(const std::string& spec) {
+  auto p = props(spec);
+  return Props(p.begin(), p.end());
+}
 
 struct Receive : ArchiveFixture {
   FakeHost host;
@@ -103,19 +107,8 @@ TEST_F(Receive, EachFieldOfA3000RecordMapsBack) {
   // A text: flags 26 back to hexadecimal, element 32 = data type 30 (listed) + field value 3 - 1,
   // font 3 to its first identifier (1003, not 2003), magnifications 1 and 2 to 2000 and 2001.
   EXPECT_EQ(objects[1].first, 3);
-  EXPECT_EQ(objects[1].second, (Props{{0, "7"},
-                                      {1, "0"},
-                                      {2, "20"},
-                                      {3, "1A"},
-                                      {4, "30"},
-                                      {5, "1003"},
-                                      {7, "14.5"},
-                                      {8, "1"},
-                                      {9, "0"},
-                                      {10, "3"},
-                                      {11, "10"},
-                                      {13, "2001"},
-                                      {14, "2000"}}));
+  EXPECT_EQ(objects[1].second,
+            (P("0=7 1=0 2=20 3=1A 4=30 5=1003 7=14.5 8=1 9=0 10=3 11=10 13=2001 14=2000")));
   // A barcode: element 155 = 153 + field value 2; type 5.
   EXPECT_EQ(objects[2].first, 2);
   EXPECT_EQ(objects[2].second.at(15), "2");

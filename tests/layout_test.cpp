@@ -71,20 +71,7 @@ TEST_F(Layouts, TicketOnly) {
 TEST_F(Layouts, TextRecordsAndMessages) {
   layout(2);
   ticket(2, "80", "60", "2", "0");  // origin X 16 dots
-  object(2, 3,
-         {{0, "7"},
-          {1, "0"},
-          {2, "20"},
-          {3, "1A"},
-          {4, "1"},
-          {5, "1003"},
-          {7, "12,5"},
-          {8, "1"},
-          {9, "0"},
-          {10, "20"},
-          {11, "1250"},
-          {13, "2001"},
-          {14, "2000"}});
+  object(2, 3, props("0=7 1=0 2=20 3=1A 4=1 5=1003 7=12,5 8=1 9=0 10=20 11=1250 13=2001 14=2000"));
   object(2, 3, {{0, "51"}, {3, "C3"}, {4, "37"}, {5, "25"}, {10, "5"}});  // carries the rest
   object(2, 3, {{0, "50"}, {3, "2"}, {4, "45"}, {5, "1024"}, {10, "5"}});
   auto l = build(2);
@@ -113,18 +100,10 @@ TEST_F(Layouts, DataTypeMapping) {
   layout(3);
   ticket(3);
   object(3, 3,
-         {{0, "1"},
-          {3, "0"},
-          {4, "1"},
-          {5, "3"},
-          {7, "0"},
-          {10, "1"},
-          {11, "0"},
-          {13, "0"},
-          {14, "0"}});                            // two MAP entries: the first wins
-  object(3, 3, {{0, "2"}, {4, "8"}});             // no MAP entry: sent as it is
-  object(3, 3, {{0, "3"}, {4, "5"}, {10, "4"}});  // mapped to a negative value: unknown
-  object(3, 3, {{0, "4"}, {4, "6"}});             // a MAP without O5: an empty value
+         props("0=1 3=0 4=1 5=3 7=0 10=1 11=0 13=0 14=0"));  // two MAP entries: the first wins
+  object(3, 3, {{0, "2"}, {4, "8"}});                        // no MAP entry: sent as it is
+  object(3, 3, {{0, "3"}, {4, "5"}, {10, "4"}});             // mapped to a negative value: unknown
+  object(3, 3, {{0, "4"}, {4, "6"}});                        // a MAP without O5: an empty value
   auto m = build(3)->p_strProtocol(1).items();
   ASSERT_EQ(m.size(), 6u);
   EXPECT_NE(m[2].find(" TDA=11 "), std::string::npos);
@@ -142,31 +121,9 @@ TEST_F(Layouts, DataTypeMapping) {
 TEST_F(Layouts, BarcodesAndLogos) {
   layout(3);
   ticket(3);
-  object(3, 2,
-         {{0, "12"},
-          {1, "0"},
-          {2, "5"},
-          {3, "13"},
-          {4, "0"},
-          {6, "1"},
-          {7, "2"},
-          {8, "0"},
-          {9, "2"},
-          {11, "3000"},
-          {12, "3001"},
-          {15, "2"}});
+  object(3, 2, props("0=12 1=0 2=5 3=13 4=0 6=1 7=2 8=0 9=2 11=3000 12=3001 15=2"));
   object(3, 2, {{0, "13"}, {2, "26"}, {15, "9"}});
-  object(3, 1,
-         {{0, "9"},
-          {2, "0"},
-          {4, "50"},
-          {5, "3"},
-          {6, "0"},
-          {7, "0"},
-          {8, "5"},
-          {10, "4000"},
-          {11, "4001"},
-          {14, "1"}});
+  object(3, 1, props("0=9 2=0 4=50 5=3 6=0 7=0 8=5 10=4000 11=4001 14=1"));
   exec("insert into IMMAGINI (IM_BNC, IM_ID, IM_FILE_NAME) values (1, 4, 'LOGO.BMP')");
   object(3, 1, {{0, "10"}, {5, "4"}, {14, "0"}});
   auto l = build(3);
@@ -193,16 +150,10 @@ TEST_F(Layouts, MissingLayoutKeepsThePreviousArraysAndOriginsCarryOver) {
   layout(1);
   ticket(1, "80", "60", "1", "1");
   layout(4);
-  object(4, 3,
-         {{0, "1"},
-          {3, "0"},
-          {4, "1"},
-          {5, "1003"},
-          {7, "0"},
-          {10, "1"},
-          {11, "0"},
-          {13, "2000"},
-          {14, "2000"}});  // no ticket: the last origins stay
+  object(
+      4, 3,
+      props(
+          "0=1 3=0 4=1 5=1003 7=0 10=1 11=0 13=2000 14=2000"));  // no ticket: the last origins stay
   auto l = build(1);
   auto before = l->p_strProtocol();
   l->p_lngTicketId(9);

@@ -148,29 +148,8 @@ TEST_F(LayoutDrawing, ObjectsSitWhereTheRecordsPutThem) {
   exec("insert into TICKET values (1, 1, 'drawn')");
   // A ticket 80 x 60 mm whose origin is 2,5 mm right and 1 mm down (decimal commas).
   object(4, {{1, "60"}, {2, "3"}, {5, "80"}, {6, "2,5"}, {7, "1"}});
-  object(3, {{0, "7"},
-             {1, "0"},
-             {2, "10"},
-             {3, "0"},
-             {4, "1"},
-             {5, "0"},
-             {7, "12,5"},
-             {9, "1"},
-             {10, "1"},
-             {11, "10"},
-             {13, "0"},
-             {14, "0"}});
-  object(2, {{0, "60"},
-             {1, "0"},
-             {2, "5"},
-             {3, "13"},
-             {4, "0"},
-             {6, "5"},
-             {8, "0"},
-             {9, "30"},
-             {11, "0"},
-             {12, "0"},
-             {15, "2"}});
+  object(3, props("0=7 1=0 2=10 3=0 4=1 5=0 7=12,5 9=1 10=1 11=10 13=0 14=0"));
+  object(2, props("0=60 1=0 2=5 3=13 4=0 6=5 8=0 9=30 11=0 12=0 15=2"));
   object(1, {{0, "9"}, {2, "0"}, {4, "90"}, {5, "1"}, {7, "0"}, {8, "5"}, {10, "0"}, {11, "0"}});
   LayoutPreview p = preview_layout(1, 1, "3000", dir.file("images"));
   ASSERT_TRUE(p.exists);
