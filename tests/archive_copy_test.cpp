@@ -126,7 +126,8 @@ TEST_F(ServerArchive, WhatCannotBeUsedIsNamed) {
   }
   // What is left there is not an archive: init replaces it only when told to.
   EXPECT_EQ(qkp("init"), 1);
-  EXPECT_NE(err.find("already holds an archive (replace it with --force)"), std::string::npos)
+  EXPECT_NE(err.find("already holds an archive (use it from this folder with \"qkp init --join "),
+            std::string::npos)
       << err;
   EXPECT_EQ(qkp("init --force"), 0) << err;
   std::string out;

@@ -151,7 +151,7 @@ TEST_P(SyncSafety, KeyChangedWhileSentIsNotResetByTheWholeKeyStatement) {
 // Imports rows during five syncs of line 1 of the large network; afterwards every row whose line-1
 // flag is cleared must have been delivered with its current text.
 TEST_P(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
-  ASSERT_EQ(qkp("init --demo --size large --force"), 0) << err;
+  ASSERT_EQ(qkp("init --demo --size large --force --yes"), 0) << err;
   // Departments whose line 1 is a 5000 scale: their lot messages carry every row's text.
   std::vector<int> depts;
   for (const auto& l : lines_of(sql("select SL_BNC from SCALE_LINES where SL_LINE = 1 and "

@@ -220,7 +220,7 @@ TEST_F(Workflow, SerialLineReceivesEveryByte) {
 
 TEST_F(Workflow, SerialLineThatDisappearsStopsTheSync) {
   // Department 1 of the large network sends far more than a terminal's buffers hold.
-  ASSERT_EQ(qkp("init --demo --size large --force"), 0) << err;
+  ASSERT_EQ(qkp("init --demo --size large --force --yes"), 0) << err;
   int master = -1, slave = -1;
   char name[256];
   open_line(&master, &slave, name);
