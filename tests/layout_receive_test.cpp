@@ -35,8 +35,8 @@ const char* kConfig = R"(<PROPERTIES>
 </PROPERTIES>)";
 
 using Props = std::map<int, std::string>;
-Props P(const std::string& spec) {
-  auto p = props(spec);
+Props P(const std::string& written) {
+  auto p = props(written);
   return Props(p.begin(), p.end());
 }
 

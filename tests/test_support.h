@@ -19,13 +19,13 @@ namespace qk::testing {
 
 // A layout object's properties written compactly: "0=7 3=1A 7=12,5" (Id=value, blank-separated;
 // "9=" is an empty value).
-inline std::vector<std::pair<int, std::string>> props(const std::string& spec) {
+inline std::vector<std::pair<int, std::string>> props(const std::string& written) {
   std::vector<std::pair<int, std::string>> out;
   std::size_t at = 0;
-  while (at < spec.size()) {
-    std::size_t end = spec.find(' ', at);
-    if (end == std::string::npos) end = spec.size();
-    std::string item = spec.substr(at, end - at);
+  while (at < written.size()) {
+    std::size_t end = written.find(' ', at);
+    if (end == std::string::npos) end = written.size();
+    std::string item = written.substr(at, end - at);
     std::size_t eq = item.find('=');
     if (eq != std::string::npos)
       out.emplace_back(std::stoi(item.substr(0, eq)), item.substr(eq + 1));
