@@ -1,8 +1,10 @@
 // image (encode a bitmap or decode records back to a picture) and request.
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 
+#include "archive_pictures.h"
 #include "commands.h"
 #include "output.h"
 #include "picture_files.h"
@@ -16,6 +18,7 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
+#include "network.h"
 #include "row_checks.h"
 #include "session.h"
 
@@ -232,6 +235,71 @@ void add_image_commands(CLI::App& app, Options& g) {
     }
     print(g, {block});
   });
+}
+
+}  // namespace qkp
+
+namespace qkp {
+
+namespace {
+
+struct PictureOptions {
+  int32_t dept = 0, id = 0;
+  std::string file, description;
+};
+
+// Stores a bitmap with its IMMAGINI row (added, or its picture and file name replaced), once the
+// component has read it as a picture.
+void add_picture(const PictureOptions& o, bool description_given) {
+  auto bytes = qk::sync::read_whole_file(o.file);
+  if (!bytes) return fail("cannot read " + o.file);
+  long reports = qk::host::reports_on_this_thread();
+  qk::clsImage probe;
+  probe.p_varKey(qk::automation::Variant(o.id));
+  probe.p_strFullPath(o.file);
+  auto records = probe.p_strProtocol().items();
+  if (bytes->compare(0, 2, "BM") != 0 || records.empty() ||
+      qk::host::reports_on_this_thread() != reports)
+    return fail(o.file + " is not a bitmap the scales can be sent (a .bmp file the component reads)");
+  const auto& t = *qk::archive::find_table("IMMAGINI");
+  std::string name = std::filesystem::path(o.file).filename().string();
+  std::vector<std::string> columns = {"IM_FILE_NAME", "IM_PICTURE"};
+  std::vector<qk::automation::Variant> values = {to_8bit(name, "FILE"),
+                                                 qk::sync::picture_text(*bytes)};
+  if (description_given) {
+    columns.push_back("IM_DESCRIPTION");
+    values.emplace_back(to_8bit(o.description, "--description"));
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i)
+    if (std::string p = qk::archive::value_problem(*qk::archive::find_column(t, columns[i]), values[i]);
+        !p.empty())
+      return fail(columns[i] + " " + p);
+  auto a = qk::sync::open_archive_tools();
+  qk::Where key{{"IM_BNC", o.dept}, {"IM_ID", o.id}};
+  qk::sync::ArchiveWrite write(*a);
+  bool added = a->update_rows(t, key, columns, values) == 0;
+  if (added) {
+    columns.insert(columns.begin(), {"IM_BNC", "IM_ID"});
+    values.insert(values.begin(), {o.dept, o.id});
+    a->insert_row(t, columns, values);
+  }
+  write.commit();
+  note(std::string(added ? "added" : "replaced the picture of") + " image " + std::to_string(o.id) +
+       " of department " + std::to_string(o.dept) + " (" + name + ", " +
+       std::to_string(bytes->size()) + " bytes) in the archive");
+}
+
+}  // namespace
+
+void add_picture_command(CLI::App& images) {
+  auto o = std::make_shared<PictureOptions>();
+  auto* add = images.add_subcommand(
+      "add", "Store a bitmap in the archive with its image row (every store's sync sends it)");
+  add_dept_option(add, o->dept);
+  add->add_option("--id", o->id, "image number")->required();
+  add->add_option("FILE", o->file, "the bitmap (.bmp)")->required()->check(CLI::ExistingFile);
+  auto* description = add->add_option("--description", o->description, "description");
+  add->callback([o, description] { add_picture(*o, description->count() > 0); });
 }
 
 }  // namespace qkp

@@ -6,10 +6,12 @@
 #include <iostream>
 
 #include "commands.h"
+#include "archive_pictures.h"
 #include "demo.h"
 #include "network.h"
 #include "qk/archive.h"
 #include "qk/archive_tools.h"
+#include "qk/column_rules.h"
 #include "qk/host.h"
 #include "session.h"
 
@@ -24,7 +26,15 @@ struct InitOptions {
   std::string archive;  // saved as the setting Archive once the archive is made
   std::string join;     // an existing archive this folder uses, unchanged
   bool yes = false;     // --force may drop a server archive's rows without asking
+  std::string store;    // saved as the setting Store: the store this folder serves
 };
+
+// --store NAME: a store's name (it becomes part of lock files' names).
+void check_store_name(const std::string& store) {
+  const auto& t = *qk::archive::find_table("SCALE_LINES");
+  std::string p = qk::archive::value_problem(*qk::archive::find_column(t, "SL_STORE"), store);
+  if (!p.empty()) throw CLI::ValidationError("--store", "\"" + store + "\" " + p.substr(p.find(',') + 2));
+}
 
 // An archive named on the command line: a server URI as it is, a file by its absolute path.
 std::string archive_location(const std::string& given, const char* what) {
@@ -37,11 +47,25 @@ std::string archive_location(const std::string& given, const char* what) {
   return std::filesystem::absolute(location).lexically_normal().string();
 }
 
-// The setting Archive, when one is given and differs (false: the store refused it, and said so).
-bool save_archive_setting(const std::string& archive) {
-  if (archive.empty() || archive == qk::host::setting("Appl", "Archive")) return true;
+// A setting of Appl, when one is given and differs (false: the store refused it, and said so).
+bool save_appl_setting(const char* name, const std::string& value) {
+  if (value.empty() || value == qk::host::setting("Appl", name)) return true;
   if (!std::filesystem::exists(qk::host::settings_file())) qk::host::create_settings_store(false);
-  return qk::host::save_setting("Appl", "Archive", archive);
+  return qk::host::save_setting("Appl", name, value);
+}
+bool save_archive_setting(const std::string& archive) {
+  return save_appl_setting("Archive", archive);
+}
+
+// The store this folder serves, and whether the archive has lines of it yet.
+void save_store(qk::ArchiveTools& tools, const std::string& store) {
+  if (store.empty() || !save_appl_setting("Store", store)) return;
+  auto rs = tools.select_rows(*qk::archive::find_table("SCALE_LINES"), {{"SL_STORE", store}});
+  note("this folder serves store " + store +
+       (rs->Eof() ? "; the archive has no line of it yet (give it lines from the chain office: "
+                    "qkp lines set … --store " +
+                        store + " --all-stores)"
+                  : ""));
 }
 
 // Replacing a server's archive drops what a whole chain may share: said in rows, and asked
@@ -87,6 +111,7 @@ void run_join(const InitOptions& o) {
   write_default_files(folder, false);
   if (!save_archive_setting(location)) return;
   note("this folder now uses the archive " + tools->location() + " (nothing in it was changed)");
+  save_store(*tools, o.store);
 }
 
 void run_init(const InitOptions& o) {
@@ -121,6 +146,7 @@ void run_init(const InitOptions& o) {
   tools->publish_new_archive();
   if (server && !save_archive_setting(archive)) return;
   note("created " + tools->location() + (o.demo ? " with the demo network" : ""));
+  save_store(*tools, o.store);
 }
 
 // Every row of every table, in the tables' order, from one consistent view of the source into a
@@ -169,8 +195,12 @@ void add_init_command(CLI::App& app, Options&) {
       ->excludes("--force")
       ->excludes("--demo");
   cmd->add_flag("--yes", o->yes, "with --force: drop a server archive's rows without asking");
-  cmd->callback(
-      [o] { reported("init failed", [o] { o->join.empty() ? run_init(*o) : run_join(*o); }); });
+  cmd->add_option("--store", o->store,
+                  "the store of a chain this folder serves (saved as the setting Store)");
+  cmd->callback([o] {
+    check_store_name(o->store);
+    reported("init failed", [o] { o->join.empty() ? run_init(*o) : run_join(*o); });
+  });
 
   auto* archive = app.add_subcommand("archive", "The archive itself");
   archive->require_subcommand(1);
@@ -186,6 +216,17 @@ void add_init_command(CLI::App& app, Options&) {
                ? "the archive already has schema version " + now + ": nothing to do"
                : "the archive was upgraded from schema version " + std::to_string(found) + " to " +
                      now + " (every row kept)");
+      // Pictures that lived in this folder only now travel with their rows.
+      auto archive = qk::sync::open_archive_tools();
+      qk::sync::ArchiveWrite write(*archive);
+      auto load = qk::sync::load_missing_pictures(*archive, qk::installation_folder());
+      write.commit();
+      if (load.loaded)
+        note("stored " + counted(load.loaded, "picture") + " of " + qk::installation_folder() +
+             "/images in the archive");
+      for (const auto& m : load.missing)
+        fail(m + ": no picture file in " + qk::installation_folder() +
+             "/images; add it with \"qkp images add\"");
     });
   });
 

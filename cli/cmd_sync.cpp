@@ -7,6 +7,7 @@
 #include "child_process.h"
 #include "commands.h"
 #include "picture_files.h"
+#include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "session.h"
@@ -27,12 +28,28 @@ void say_all(const std::vector<std::string>& problems) {
   for (const auto& p : problems) fail(p);
 }
 
+// --all-stores: the chain office's view, whatever store the installation names.
+void add_all_stores(CLI::App* cmd, bool* all) {
+  cmd->add_flag("--all-stores", *all,
+                "every store's lines, not only the installation's store (setting Store)");
+}
+sync::StoreChoice chosen_store(bool all) {
+  return all ? std::nullopt : sync::installation_store();
+}
+
+// " of store A" when the installation serves one store.
+std::string of_store(const sync::StoreChoice& s) {
+  return s ? " of " + sync::store_label(s) : "";
+}
+
 // The network with the records pending on each line (a line of a family the sync does not know
 // shows "unknown": nothing is sent to it).
-void list_lines(const Options& g) {
+void list_lines(const Options& g, const sync::StoreChoice& store) {
   auto a = sync::open_archive_tools();
   std::vector<std::string> problems;
-  auto lines = sync::list_pending(*a, {}, &problems);
+  sync::SyncScope scope;
+  scope.store = store;
+  auto lines = sync::list_pending(*a, scope, &problems);
   say_all(problems);
   if (g.format == Format::Json) {
     nlohmann::json out = nlohmann::json::array();
@@ -41,23 +58,36 @@ void list_lines(const Options& g) {
                      {"line", l.where.line},
                      {"family", l.where.family},
                      {"scale", l.where.scale},
+                     {"store", l.where.store},
                      {"pending", l.known_family ? nlohmann::json(l.records.size()) : nullptr}});
     std::printf("%s\n", out.dump(1).c_str());
     return;
   }
-  std::printf("%-6s %-5s %-8s %-6s %s\n", "dept", "line", "family", "scale", "pending");
+  // The store column only where the archive has stores.
+  bool stores = false;
+  for (const auto& l : lines) stores = stores || !l.where.store.empty();
+  auto last = [stores](const std::string& pending, const std::string& store) {
+    return stores ? (pending + std::string(pending.size() < 8 ? 8 - pending.size() : 0, ' ') +
+                     " " + store)
+                  : pending;
+  };
+  std::printf("%-6s %-5s %-8s %-6s %s\n", "dept", "line", "family", "scale",
+              last("pending", "store").c_str());
   for (const auto& l : lines)
     std::printf("%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
                 l.where.scale,
-                l.known_family ? std::to_string(l.records.size()).c_str() : "unknown");
+                last(l.known_family ? std::to_string(l.records.size()) : "unknown", l.where.store)
+                    .c_str());
 }
 
 // The network as a drawing: a row per department, a box per line with its family, scale and
 // the records pending on it.
-void draw_lines(const std::string& path) {
+void draw_lines(const std::string& path, const sync::StoreChoice& store) {
   auto a = sync::open_archive_tools();
   std::vector<std::string> problems;
-  auto lines = sync::list_pending(*a, {}, &problems);
+  sync::SyncScope scope;
+  scope.store = store;
+  auto lines = sync::list_pending(*a, scope, &problems);
   say_all(problems);
   std::map<int32_t, std::vector<const sync::PendingLine*>> by_dept;
   for (const auto& l : lines) by_dept[l.where.dept].push_back(&l);
@@ -110,7 +140,8 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
   say_all(problems);
   if (lines.empty()) {
     fail("no department configures line " + std::to_string(scope.line) +
-         (scope.dept >= 0 ? " in department " + std::to_string(scope.dept) : ""));
+         (scope.dept >= 0 ? " in department " + std::to_string(scope.dept) : "") +
+         of_store(scope.store));
     return;
   }
   std::size_t total = 0;
@@ -145,10 +176,26 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
   if (total == 0) set_exit_status(kExitNothing);
 }
 
+// A store's installation changes only its own lines; the chain office (--all-stores, or an
+// installation naming no store) changes any.
+void check_own_line(qk::ArchiveTools& a, const qk::Where& key, bool all_stores) {
+  sync::StoreChoice mine = chosen_store(all_stores);
+  if (!mine) return;
+  auto rs = a.select_rows(*qk::archive::find_table("SCALE_LINES"), key);
+  if (rs->Eof()) return;
+  std::string owner = rs->Fields("SL_STORE").to_text();
+  if (owner != *mine)
+    throw CLI::ValidationError(
+        "lines", "department " + key[0].second.to_text() + ", line " + key[1].second.to_text() +
+                     " belongs to " + sync::store_label(owner) + ", not to " +
+                     sync::store_label(mine) + "; change it from the chain office (--all-stores)");
+}
+
 struct SyncCommand {
   sync::SyncOptions options;
   std::string out_file, exec, sender, separator = "crlf", serial;
   double sender_timeout = 30;
+  bool all_stores = false;
 };
 
 void run_sync(const SyncCommand& c) {
@@ -168,8 +215,8 @@ void run_sync(const SyncCommand& c) {
   // pending, and the transport's processes are ended.
   sync::install_stop_handlers();
   auto a = sync::open_archive_tools();
-  note("sync of line " + std::to_string(c.options.scope.line) + ": archive " + a->location() +
-       ", settings " + qk::host::settings_file());
+  note("sync of line " + std::to_string(c.options.scope.line) + of_store(c.options.scope.store) +
+       ": archive " + a->location() + ", settings " + qk::host::settings_file());
   bool terminal = ::isatty(2);
   sync::SyncOptions o = c.options;
   o.say = [terminal](const std::string& text) {
@@ -184,7 +231,7 @@ void run_sync(const SyncCommand& c) {
   lost_connection_said_by_command(false);
   if (terminal) std::fprintf(stderr, "\r");
   if (r.status == sync::SyncReport::Busy) {
-    note("line " + std::to_string(o.scope.line) + " of " + a->location() +
+    note("line " + std::to_string(o.scope.line) + of_store(o.scope.store) + " of " + a->location() +
          " is being synced by another process (" + (r.holder.empty() ? "unknown" : r.holder) +
          "); nothing was sent; run again when it is done, or add --wait");
     set_exit_status(kExitBusy);
@@ -192,7 +239,8 @@ void run_sync(const SyncCommand& c) {
   }
   if (r.status == sync::SyncReport::NoLine) {
     fail("no department configures line " + std::to_string(o.scope.line) +
-         (o.scope.dept >= 0 ? " in department " + std::to_string(o.scope.dept) : ""));
+         (o.scope.dept >= 0 ? " in department " + std::to_string(o.scope.dept) : "") +
+         of_store(o.scope.store));
     return;
   }
   for (const auto& [kind, t] : r.tally) {
@@ -205,8 +253,9 @@ void run_sync(const SyncCommand& c) {
                  sync::kind_name(kind).data(),
                  t.records, t.bytes, extra.c_str());
   }
-  std::fprintf(stderr, "qkp: sync of line %d: %ld records, %lld bytes delivered in %.3f s\n",
-               o.scope.line, r.records(), r.bytes(), r.seconds);
+  std::fprintf(stderr, "qkp: sync of line %d%s: %ld records, %lld bytes delivered in %.3f s%s\n",
+               o.scope.line, of_store(o.scope.store).c_str(), r.records(), r.bytes(), r.seconds,
+               r.retries ? (", " + counted(r.retries, "reset") + " tried again").c_str() : "");
   if (r.status != sync::SyncReport::Done) set_exit_status(kExitFailed);
   if (sync::stop_signal() != 0) {
     transport.reset();  // ends the sender before qkp goes
@@ -228,7 +277,8 @@ void add_sync_commands(CLI::App& app, Options& g) {
   auto* lines = app.add_subcommand("lines", "The scale lines of every department");
   struct LineOptions {
     int32_t dept = 0, line = 0, scale = 0;
-    std::string family;
+    std::string family, store;
+    bool all_stores = false;
   };
   auto lo = std::make_shared<LineOptions>();
   auto* set = lines->add_subcommand("set", "Add or change a line of a department");
@@ -239,32 +289,51 @@ void add_sync_commands(CLI::App& app, Options& g) {
       ->required()
       ->transform(CLI::IsMember(families, CLI::ignore_case));
   set->add_option("--scale", lo->scale, "scale number served on the line")->required();
-  set->callback([lo] {
+  auto* store = set->add_option("--store", lo->store,
+                                "the store the line belongs to (default: the installation's)");
+  add_all_stores(set, &lo->all_stores);
+  set->callback([lo, store] {
     auto a = sync::open_archive_tools();
     const auto& t = *qk::archive::find_table("SCALE_LINES");
+    std::string given = store->count() ? lo->store : sync::installation_store().value_or("");
+    if (std::string p = qk::archive::value_problem(*qk::archive::find_column(t, "SL_STORE"), given);
+        !p.empty())
+      throw CLI::ValidationError("--store", "\"" + given + "\" " + p.substr(p.find(',') + 2));
+    if (auto mine = chosen_store(lo->all_stores); mine && given != *mine)
+      throw CLI::ValidationError("--store", "this installation serves " + sync::store_label(mine) +
+                                                "; give a line to another store from the chain "
+                                                "office (--all-stores)");
     qk::Where key{{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}};
     sync::ArchiveWrite write(*a);
-    if (a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE"}, {lo->family, lo->scale}) == 0)
-      a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE"},
-                    {lo->dept, lo->line, lo->family, lo->scale});
+    check_own_line(*a, key, lo->all_stores);
+    if (a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE"},
+                       {lo->family, lo->scale, given}) == 0)
+      a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE", "SL_STORE"},
+                    {lo->dept, lo->line, lo->family, lo->scale, given});
     write.commit();
   });
   auto* remove = lines->add_subcommand("remove", "Remove a line of a department");
   remove->add_option("--dept", lo->dept)->required()->check(CLI::NonNegativeNumber);
   remove->add_option("--line", lo->line)->required()->check(CLI::Range(1, 8));
+  add_all_stores(remove, &lo->all_stores);
   remove->callback([lo] {
     auto a = sync::open_archive_tools();
-    if (a->delete_rows(*qk::archive::find_table("SCALE_LINES"),
-                       {{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}}) == 0)
+    qk::Where key{{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}};
+    sync::ArchiveWrite write(*a);
+    check_own_line(*a, key, lo->all_stores);
+    if (a->delete_rows(*qk::archive::find_table("SCALE_LINES"), key) == 0)
       fail("department " + std::to_string(lo->dept) + " has no line " + std::to_string(lo->line));
+    write.commit();
   });
   auto svg = std::make_shared<std::string>();
   lines->add_option("--svg", *svg,
                     "draw the network, with each line's pending records, as FILE.svg (or .png)");
-  lines->callback([lines, &g, svg] {
+  auto all_lines_stores = std::make_shared<bool>(false);
+  add_all_stores(lines, all_lines_stores.get());
+  lines->callback([lines, &g, svg, all_lines_stores] {
     if (!lines->get_subcommands().empty()) return;
-    if (!svg->empty()) return draw_lines(*svg);
-    list_lines(g);
+    if (!svg->empty()) return draw_lines(*svg, chosen_store(*all_lines_stores));
+    list_lines(g, chosen_store(*all_lines_stores));
   });
 
   auto scope = std::make_shared<sync::SyncScope>();
@@ -274,7 +343,12 @@ void add_sync_commands(CLI::App& app, Options& g) {
       ->required()
       ->check(CLI::Range(1, 8));
   pending->add_option("--dept", scope->dept, "only this department")->check(CLI::NonNegativeNumber);
-  pending->callback([&g, scope] { show_pending(g, *scope); });
+  auto all_pending = std::make_shared<bool>(false);
+  add_all_stores(pending, all_pending.get());
+  pending->callback([&g, scope, all_pending] {
+    scope->store = chosen_store(*all_pending);
+    show_pending(g, *scope);
+  });
 
   auto sc = std::make_shared<SyncCommand>();
   auto* sync = app.add_subcommand(
@@ -287,6 +361,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
   sync->add_flag("--full", sc->options.scope.full,
                  "send everything the family takes, not only pending");
   sync->add_flag("--wait", sc->options.wait, "wait for another sync of the line to finish");
+  add_all_stores(sync, &sc->all_stores);
   auto* out = sync->add_option("--out", sc->out_file,
                                "append the records to FILE, or write them to a device");
   auto* exec = sync->add_option("--exec", sc->exec, "run CMD once per string, bytes on stdin");
@@ -311,12 +386,13 @@ void add_sync_commands(CLI::App& app, Options& g) {
   sync->callback([sc] {
     if (sc->out_file.empty() && sc->exec.empty() && sc->sender.empty())
       throw CLI::ValidationError("sync", "give --out FILE, --sender CMD or --exec CMD");
+    sc->options.scope.store = chosen_store(sc->all_stores);
     run_sync(*sc);
   });
 
   struct MarkOptions {
     int32_t line = 0, dept = -1, id = 0;
-    bool all_lines = false;
+    bool all_lines = false, all_stores = false;
     std::string kind;
   };
   auto mo = std::make_shared<MarkOptions>();
@@ -330,6 +406,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
   mark->add_option("--kind", mo->kind, "keys, barcodes, lots or ads (default: all four)")
       ->check(CLI::IsMember(flagged_kind_names()));
   auto* id = mark->add_option("--id", mo->id, "one record: key, form, lot or message number");
+  add_all_stores(mark, &mo->all_stores);
   mark->callback([mo, id] {
     if (mo->line == 0 && !mo->all_lines)
       throw CLI::ValidationError("mark", "give --line L or --all-lines");
@@ -342,6 +419,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
     for (const auto& e : sync::sources())
       if (mo->kind == sync::kind_name(e.kind)) r.kinds = {e.kind};
     if (id->count()) r.id = mo->id;
+    r.store = chosen_store(mo->all_stores);
     auto a = sync::open_archive_tools();
     auto result = sync::mark(*a, r);
     for (const auto& s : result.skipped) note(s + ": not marked");
@@ -365,6 +443,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
         {"installation folder", folder},
         {"settings", settings + (exists(settings) ? "" : " (missing: defaults apply)")},
         {"archive", archive},
+        {"store", sync::store_label(sync::installation_store())},
         {"Configurazione.xml", qk::component_folder() + "/Configurazione.xml"},
         {"Parameters.xml", folder + "/Parameters.xml"},
         {"images", folder + "/images/"}};

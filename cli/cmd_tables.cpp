@@ -22,9 +22,11 @@ struct TableOptions {
   bool no_pending = false, ignore_extra = false;
 };
 
-void import_files(const std::vector<CsvInput>& files, const TableOptions& o) {
+void import_files(const std::vector<CsvInput>& files, const TableOptions& o,
+                  const std::string& beside) {
   ImportOptions io = o.import;
   io.mark = !o.no_pending;
+  io.pictures_folder = beside;
   auto a = qk::sync::open_archive_tools();
   ImportResult r = import_tables(*a, files, io);
   for (const auto& n : r.notes) note(n);
@@ -51,7 +53,7 @@ void run_import(const TableOptions& o) {
   format.ignore_extra = o.ignore_extra;
   std::vector<CsvInput> files;
   for (const auto& p : paths) files.push_back(csv_file(p.string(), format));
-  import_files(files, o);
+  import_files(files, o, o.dir);
 }
 
 void run_import_mdb(const TableOptions& o) {
@@ -62,7 +64,8 @@ void run_import_mdb(const TableOptions& o) {
   MdbTables m = read_mdb(o.mdb, only);
   for (const auto& s : m.skipped) note(o.mdb + ": table " + s + " is not in the archive; skipped");
   if (m.files.empty()) throw std::runtime_error(o.mdb + " has no table the archive knows");
-  import_files(m.files, o);
+  import_files(m.files, o,
+               std::filesystem::absolute(o.mdb).parent_path().string());
 }
 
 // Runs an import; any refusal leaves the archive as it was, and says so.

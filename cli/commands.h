@@ -33,6 +33,8 @@ void add_table_commands(CLI::App& app, Options& o);
 void add_keys_commands(CLI::App& app, Options& o);
 void add_flag_commands(CLI::App& app, Options& o);
 void add_image_commands(CLI::App& app, Options& o);
+// images add: a bitmap stored in the archive, under the `images` listing.
+void add_picture_command(CLI::App& images);
 void add_lot_commands(CLI::App& app, Options& o);
 void add_params_command(CLI::App& app, Options& o);
 void add_layout_command(CLI::App& app, Options& o);

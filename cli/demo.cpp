@@ -1,7 +1,9 @@
 #include "demo.h"
 
 #include <filesystem>
+#include <tuple>
 
+#include "archive_pictures.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
 #include "qk/pictures.h"
@@ -43,9 +45,17 @@ std::string desc(int n) {
 class Rows {
  public:
   explicit Rows(qk::ArchiveTools& a) : a_(a) {}
+  // Columns left out at the end (added by later versions) take their defaults.
   void put(const char* table, std::vector<Variant> values) {
     const auto& t = *qk::archive::find_table(table);
-    a_.insert_row(t, qk::archive::written_columns(t), values);
+    auto cols = qk::archive::written_columns(t);
+    for (std::size_t i = values.size(); i < cols.size(); ++i) {
+      const auto& d = qk::archive::find_column(t, cols[i])->default_value;
+      values.push_back(d.none() ? Variant::null()
+                       : d.kind == qk::archive::Default::Kind::Text ? Variant(std::string(d.text))
+                                                                    : Variant(d.integer));
+    }
+    a_.insert_row(t, cols, values);
   }
   void put_columns(const char* table, const std::vector<std::string>& cols,
                    const std::vector<Variant>& values) {
@@ -74,12 +84,17 @@ void write_demo_files(const std::string& folder) {
 </root>
 )";
   qk::save_file_atomically(folder + "/registry.xml", store);
-  qk::save_file_atomically(folder + "/images/LOGO.BMP",
-                           qk::images::encode_bmp1(pattern(232, 245, 0)));
-  qk::save_file_atomically(folder + "/images/SMALL.BMP",
-                           qk::images::encode_bmp1(pattern(40, 24, 1)));
-  qk::save_file_atomically(folder + "/images/WIDE.BMP",
-                           qk::images::encode_bmp1(pattern(400, 20, 1)));
+  // The folder keeps the bitmaps too: the preview and `qkp image` read files.
+  for (const auto& [name, bytes] : demo_pictures())
+    qk::save_file_atomically(folder + "/images/" + name, bytes);
+}
+
+const std::map<std::string, std::string>& demo_pictures() {
+  static const std::map<std::string, std::string> pictures = {
+      {"LOGO.BMP", qk::images::encode_bmp1(pattern(232, 245, 0))},
+      {"SMALL.BMP", qk::images::encode_bmp1(pattern(40, 24, 1))},
+      {"WIDE.BMP", qk::images::encode_bmp1(pattern(400, 20, 1))}};
+  return pictures;
 }
 
 void fill_demo_archive(qk::ArchiveTools& tools) {
@@ -165,10 +180,11 @@ void fill_demo_archive(qk::ArchiveTools& tools) {
             {bnc, plu, "Articolo " + std::to_string(plu), plu % 3 == 0 ? "10000000" : "00000000"});
 
   for (int bnc = 1; bnc <= 3; ++bnc) {
-    a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION"},
-                  {bnc, 4, "LOGO.BMP", "Logo negozio"});
-    a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION"},
-                  {bnc, 5, "SMALL.BMP", "Marchio"});
+    for (auto [id, name, description] :
+         {std::tuple{4, "LOGO.BMP", "Logo negozio"}, {5, "SMALL.BMP", "Marchio"}})
+      a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION", "IM_PICTURE"},
+                    {bnc, id, name, description,
+                     qk::sync::picture_text(demo_pictures().at(name))});
   }
 
   // Two layouts per department: an 80 x 60 mm ticket with a text, a barcode and a logo; a

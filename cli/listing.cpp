@@ -3,6 +3,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "archive_pictures.h"
 #include "network.h"
 #include "qk/archive_schema.h"
 #include "qk/host.h"
@@ -23,6 +24,12 @@ void list_rows(const Options& g, const std::string& table, int32_t dept) {
     for (const auto& c : columns) {
       qk::automation::Variant v = rs->Fields(c);
       std::string text = v.is_null() ? "" : qk::cp1252_to_utf8(v.to_text());
+      // A file's bytes are shown as their count.
+      if (qk::archive::find_column(t, c)->form == qk::archive::TextForm::FileBytes) {
+        auto bytes = qk::sync::picture_bytes(text);
+        v = static_cast<long long>(bytes ? bytes->size() : 0);
+        text = text.empty() ? "none" : std::to_string(bytes ? bytes->size() : 0) + " bytes";
+      }
       row.push_back(text);
       if (v.is_null())
         object[c] = nullptr;
@@ -56,12 +63,20 @@ void list_rows(const Options& g, const std::string& table, int32_t dept) {
   for (const auto& r : rows) print_row(r);
 }
 
-void add_listing_command(CLI::App& app, Options& g, const std::string& name,
-                         const std::string& table, const std::string& what) {
+CLI::App* add_listing_command(CLI::App& app, Options& g, const std::string& name,
+                              const std::string& table, const std::string& what) {
   auto dept = std::make_shared<int32_t>(0);
   auto* cmd = app.add_subcommand(name, "The " + what + " of a department (rows of " + table + ")");
   add_dept_option(cmd, *dept);
-  cmd->callback([&g, dept, table] { list_rows(g, table, *dept); });
+  // A subcommand (images add) takes its own --dept: the listing's is asked for only when it runs.
+  auto* option = cmd->get_option("--dept");
+  option->required(false);
+  cmd->callback([&g, dept, table, cmd, option] {
+    if (!cmd->get_subcommands().empty()) return;
+    if (option->count() == 0) throw CLI::RequiredError("--dept");
+    list_rows(g, table, *dept);
+  });
+  return cmd;
 }
 
 }  // namespace qkp

@@ -13,6 +13,7 @@
 #include <map>
 #include <set>
 
+#include "archive_pictures.h"
 #include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
@@ -703,6 +704,16 @@ ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvInput>& inp
   }
   result.marked = importer.marked();
   result.diffs = std::move(importer.diffs());
+  bool images = std::any_of(planned.begin(), planned.end(), [](const Planned& p) {
+    return p.header.table->name == "IMMAGINI";
+  });
+  if (images && !o.pictures_folder.empty()) {
+    auto load = qk::sync::load_missing_pictures(a, o.pictures_folder);
+    for (const auto& m : load.missing)
+      result.notes.push_back(m + ": no picture file beside the tables (images/<dept>/NAME, "
+                                 "images/NAME or NAME in " + o.pictures_folder +
+                             "); it has none until \"qkp images add\"");
+  }
   if (!o.dry_run) write.commit();
   return result;
 }
@@ -718,7 +729,10 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
   try {
     for (const auto& t : archive::tables()) {
       if (!only.empty() && t.name != only) continue;
-      std::vector<std::string> cols = archive::written_columns(t);
+      // A file's bytes go to a file of their own (images/<dept>/<name>), not into the table.
+      std::vector<std::string> cols;
+      for (const auto& c : archive::written_columns(t))
+        if (archive::find_column(t, c)->form != archive::TextForm::FileBytes) cols.push_back(c);
       std::string text;
       for (std::size_t i = 0; i < cols.size(); ++i) text += (i ? "," : "") + cols[i];
       text += "\r\n";
@@ -729,6 +743,14 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
                   csv_field(rs->Fields(cols[i]),
                             archive::find_column(t, cols[i])->type == archive::ColumnType::Text);
         text += "\r\n";
+        if (t.name == "IMMAGINI") {
+          auto bytes = qk::sync::picture_bytes(rs->Fields("IM_PICTURE").to_text());
+          std::string name = rs->Fields("IM_FILE_NAME").to_text();
+          if (bytes && !bytes->empty() && !name.empty())
+            files.emplace_back(qk::sync::picture_file_candidates(
+                                   folder, rs->Fields("IM_BNC").to_int32(), name)[0],
+                               std::move(*bytes));
+        }
       }
       files.emplace_back(folder + "/" + std::string(t.name) + ".csv", text);
       counts.emplace_back(std::string(t.name), n);
@@ -738,8 +760,10 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
     throw;
   }
   a.end_read();
-  std::filesystem::create_directories(folder);
-  for (const auto& [path, text] : files) qk::save_file_atomically(path, text);
+  for (const auto& [path, text] : files) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    qk::save_file_atomically(path, text);
+  }
   return counts;
 }
 

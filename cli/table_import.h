@@ -60,6 +60,9 @@ struct ImportOptions {
   bool dry_run = false;  // check and count, then roll back
   bool mark = true;      // new and changed records become pending on their configured lines
   bool diff = false;     // describe every new and changed row in ImportResult::diffs
+  // Where the imported images' picture files are (qk::sync::picture_file_candidates); empty:
+  // none are loaded.
+  std::string pictures_folder;
 };
 
 struct TableCount {

@@ -1,8 +1,10 @@
 #include "network.h"
 
 #include <algorithm>
+#include <set>
 
 #include "families.h"
+#include "qk/error.h"
 #include "qk/host.h"
 #include "row_checks.h"
 
@@ -55,9 +57,66 @@ std::vector<ScaleLine> read_network(ArchiveTools& a, std::vector<std::string>* p
     std::string family = rs->Fields("SL_FAMILY").to_string();
     if (const Family* f = forms_of(family)) family = std::string(f->name);
     lines.push_back({rs->Fields("SL_BNC").to_int32(), rs->Fields("SL_LINE").to_int32(), family,
-                     rs->Fields("SL_SCALE").to_int32()});
+                     rs->Fields("SL_SCALE").to_int32(), rs->Fields("SL_STORE").to_text()});
   }
   return lines;
+}
+
+StoreChoice installation_store() {
+  std::string s = host::setting("Appl", "Store");
+  if (s.empty()) return std::nullopt;
+  return s;
+}
+
+std::string store_label(const StoreChoice& s) {
+  return s ? "store " + (s->empty() ? std::string("\"\"") : *s) : "every store";
+}
+
+StoreLimit::StoreLimit(ArchiveTools& a, const StoreChoice& store)
+    : stores_(dynamic_cast<ArchiveStores*>(&a)) {
+  if (!stores_) {
+    if (store && !store->empty())
+      automation::raise(automation::kMemberNotSupported,
+                        "the database component \"" + std::string(kDbAccessId) +
+                            "\" does not keep stores apart (qk/archive_stores.h); " +
+                            store_label(store) + " cannot be served by it");
+    return;
+  }
+  stores_->limit_to_store(store);
+}
+
+StoreLimit::~StoreLimit() {
+  if (!stores_) return;
+  try {
+    stores_->limit_to_store(std::nullopt);
+  } catch (const std::exception&) {
+    // A lost connection: the next one starts without a limit.
+  }
+}
+
+std::vector<std::unique_ptr<ArchiveTools::Lock>> lock_line_of(ArchiveTools& a,
+                                                              const StoreChoice& store,
+                                                              const std::vector<ScaleLine>& network,
+                                                              int32_t line, bool wait,
+                                                              std::string* holder) {
+  auto* stores = dynamic_cast<ArchiveStores*>(&a);
+  // Every store's lock in one order (by name), so that two syncs of every store never wait for
+  // each other in a circle; a store's own sync takes only its lock.
+  std::set<std::string> names;
+  if (store)
+    names.insert(*store);
+  else
+    for (const auto& l : network)
+      if (l.line == line || line <= 0) names.insert(l.store);
+  names.insert(store.value_or(""));
+  std::vector<std::unique_ptr<ArchiveTools::Lock>> held;
+  for (const auto& name : names) {
+    auto lock = name.empty() || !stores ? a.lock_line(line, wait, holder)
+                                        : stores->lock_store_line(name, line, wait, holder);
+    if (!lock) return {};
+    held.push_back(std::move(lock));
+  }
+  return held;
 }
 
 Variant configured_lines(const std::vector<ScaleLine>& network) {

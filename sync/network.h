@@ -3,9 +3,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "qk/archive_stores.h"
 #include "qk/archive_tools.h"
 #include "qk/companions.h"
 #include "qk/variant.h"
@@ -42,7 +44,42 @@ struct ScaleLine {
   int32_t line;
   std::string family;
   int32_t scale;
+  std::string store;  // "" in an archive of one store
 };
+
+// The lines a command acts on: one store's, or without a value every store's (the chain
+// office's view, and an installation that names no store).
+using StoreChoice = std::optional<std::string>;
+// The installation's own choice: the setting Store (empty: every store).
+StoreChoice installation_store();
+inline bool in_store(const ScaleLine& l, const StoreChoice& s) {
+  return !s || l.store == *s;
+}
+// "store A" or "every store", for messages.
+std::string store_label(const StoreChoice& s);
+
+// Limits the tools' flag writes to the store's lines while it lives (qk/archive_stores.h), so
+// that no statement, the component's own included, changes another store's line. A companion
+// that does not keep stores apart serves no named store: raises error 438.
+class StoreLimit {
+ public:
+  StoreLimit(ArchiveTools& a, const StoreChoice& store);
+  ~StoreLimit();
+  StoreLimit(const StoreLimit&) = delete;
+  StoreLimit& operator=(const StoreLimit&) = delete;
+
+ private:
+  ArchiveStores* stores_ = nullptr;
+};
+
+// The sync locks of line `line` for the store (its own), or for every store of the network
+// (the chain office excludes each store's sync of the line). Empty when one is held elsewhere
+// and `wait` is false; *holder then says who.
+std::vector<std::unique_ptr<ArchiveTools::Lock>> lock_line_of(ArchiveTools& a,
+                                                              const StoreChoice& store,
+                                                              const std::vector<ScaleLine>& network,
+                                                              int32_t line, bool wait,
+                                                              std::string* holder);
 
 // Every line of the archive, by department and line. A row the component could not read is left
 // out and described in *problems.

@@ -16,6 +16,7 @@
 #include "qk/clsSimple.h"
 #include "qk/clsTraceability.h"
 #include "qk/host.h"
+#include "archive_pictures.h"
 #include "row_checks.h"
 
 namespace qk::sync {
@@ -305,7 +306,8 @@ class ImageSource : public RecordSource {
     return table_ids(
         c_, "IMMAGINI", "IM_ID", problems, [this](int32_t id, automation::Recordset& rs) {
           rows_[id] = {rs.Fields("IM_FILE_NAME").to_text(), rs.Fields("IM_DESCRIPTION").to_text(),
-                       rs.Fields("IM_FROM").to_text(), rs.Fields("IM_TO").to_text()};
+                       rs.Fields("IM_FROM").to_text(), rs.Fields("IM_TO").to_text(),
+                       rs.Fields("IM_PICTURE").to_text()};
         });
   }
   std::string label(int32_t id) const override {
@@ -314,9 +316,16 @@ class ImageSource : public RecordSource {
   }
   Strings build(int32_t id) override {
     const auto& r = rows_.at(id);
-    std::string path = c_.images_folder + r[0];
-    if (::access(path.c_str(), R_OK) != 0)
-      c_.warn("the picture " + path + " cannot be read; the component sends its placeholder");
+    // The picture the archive holds, never a file of this folder that may be stale or missing.
+    std::string where = "image " + std::to_string(id) + " of department " +
+                        std::to_string(c_.where.dept) + " (file " + r[0] + ")";
+    if (r[4].empty())
+      throw RecordRefused(where + " has no picture in the archive: add it with \"qkp images add "
+                                  "--dept " + std::to_string(c_.where.dept) + " --id " +
+                          std::to_string(id) + " " + r[0] + "\"");
+    auto bytes = picture_bytes(r[4]);
+    if (!bytes) throw RecordRefused(where + ": its picture in the archive is not base64");
+    std::string path = materialised_picture(c_.images_folder, *bytes);
     if (kestra_) {
       clsImageKestra k;
       k.p_varKey(Variant(id));
@@ -327,10 +336,7 @@ class ImageSource : public RecordSource {
     const archive::Table& images = *archive::find_table("IMMAGINI");
     for (auto [column, value] : {std::pair{"IM_FROM", &r[2]}, std::pair{"IM_TO", &r[3]}}) {
       std::string problem = value_problem(*archive::find_column(images, column), Variant(*value));
-      if (!problem.empty()) {
-        c_.warn(std::string(column) + " " + problem);
-        return {};
-      }
+      if (!problem.empty()) throw RecordRefused(where + ": " + column + " " + problem);
     }
     clsImage i;
     i.p_varKey(Variant(id));
@@ -344,7 +350,8 @@ class ImageSource : public RecordSource {
  private:
   LineContext c_;
   bool kestra_;
-  std::map<int32_t, std::array<std::string, 4>> rows_;  // file, description, from, to
+  // file, description, from, to, picture
+  std::map<int32_t, std::array<std::string, 5>> rows_;
 };
 
 template <class T>
@@ -387,7 +394,7 @@ const std::vector<SourceEntry>& sources() {
 LineContext single_line(ArchiveTools& a, int32_t dept, int32_t line, int32_t scale,
                         std::vector<std::string>* problems) {
   LineContext c;
-  c.where = {dept, line, "", scale};
+  c.where = {dept, line, "", scale, ""};
   c.configured = configured_lines(read_network(a, problems));
   c.archive = &a;
   c.images_folder = path_in(installation_folder(), "images") + "/";

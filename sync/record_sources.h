@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,16 @@ struct LineContext {
   const Family* forms = nullptr;
   automation::Variant configured;  // the configured-lines array of the whole network
   ArchiveTools* archive = nullptr;
-  std::string images_folder;  // "<installation>/images/"
+  std::string images_folder;  // "<installation>/images/": the pictures handed to the component
   // Says something about a record that is sent anyway (a missing picture file, …).
   std::function<void(const std::string&)> warn = [](const std::string&) {};
+};
+
+// Raised by a source's build for a record it will not hand to the component, with the one
+// message that says why (naming the record and what to do); the sync adds only "not sent".
+class RecordRefused : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 class RecordSource {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <span>
+#include <thread>
 
 #include "qk/error.h"
 #include "qk/host.h"
@@ -12,6 +13,8 @@ namespace qk::sync {
 namespace {
 
 thread_local std::string g_context;
+
+constexpr int kResetAttempts = 5;
 
 std::string describe(const ScaleLine& l) {
   return "department " + std::to_string(l.dept) + ", line " + std::to_string(l.line) + " (" +
@@ -193,6 +196,10 @@ class LineSync {
         }
       }
       strings = source.build(id);
+    } catch (const RecordRefused& ex) {
+      ++tally.failed;
+      problem(std::string(ex.what()) + (flagged ? "; left pending" : "; not sent"));
+      return true;
     } catch (const std::exception& ex) {
       if (lost(&ex)) return false;
       problem("error while building: " + error_text(ex));
@@ -288,7 +295,29 @@ class LineSync {
     waiting_.clear();
   }
 
+  // A reset the archive refused because of another writer (a deadlock it broke, a lock not had
+  // in time) left nothing written: it is tried again, a few times, and each attempt is said.
   void reset_waiting() {
+    for (int attempt = 1;; ++attempt) {
+      std::string conflict = try_reset_waiting();
+      if (conflict.empty()) return;
+      if (attempt == kResetAttempts) {
+        problem("the flags of " + std::to_string(waiting_.size()) +
+                " delivered records could not be written after " + std::to_string(attempt) +
+                " attempts (" + conflict + "); they will be sent again");
+        return;
+      }
+      ++r_.retries;
+      o_.say(line_context_ + ": another writer held the archive (" + conflict +
+             "); resetting the last " + std::to_string(waiting_.size()) +
+             " records again, attempt " + std::to_string(attempt + 1) + " of " +
+             std::to_string(kResetAttempts));
+      std::this_thread::sleep_for(std::chrono::milliseconds(50 * attempt));
+    }
+  }
+
+  // "" when done (or failed for another reason, said); the conflict's text when it may be retried.
+  std::string try_reset_waiting() {
     try {
       a_.begin_write();
       for (const auto& w : waiting_) {
@@ -316,11 +345,14 @@ class LineSync {
       } catch (const std::exception&) {
         // A lost connection's rollback: the server ended the transaction.
       }
-      if (lost(&ex)) return;
+      if (lost(&ex)) return "";
+      auto* e = dynamic_cast<const automation::Error*>(&ex);
+      if (e && e->number() == automation::kWriteConflict) return error_text(ex);
       problem("the flags of " + std::to_string(waiting_.size()) +
               " delivered records could not be written (" + error_text(ex) +
               "); they will be sent again");
     }
+    return "";
   }
 
   // Delivery stopped: the records the far end confirmed are counted and reset, the rest stays
@@ -400,7 +432,7 @@ int for_each_line(ArchiveTools& a, const SyncScope& scope, const LineVisitor& ea
   int visited = 0;
   for (const ScaleLine& where : network) {
     if ((scope.line > 0 && where.line != scope.line) ||
-        (scope.dept >= 0 && where.dept != scope.dept))
+        (scope.dept >= 0 && where.dept != scope.dept) || !in_store(where, scope.store))
       continue;
     ++visited;
     c.where = where;
@@ -416,11 +448,13 @@ int for_each_line(ArchiveTools& a, const SyncScope& scope, const LineVisitor& ea
 SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   auto start = std::chrono::steady_clock::now();
   SyncReport r;
-  auto lock = a.lock_line(o.scope.line, o.wait, &r.holder);
-  if (!lock) {
+  auto locks = lock_line_of(a, o.scope.store, read_network(a, nullptr), o.scope.line, o.wait,
+                            &r.holder);
+  if (locks.empty()) {
     r.status = SyncReport::Busy;
     return r;
   }
+  StoreLimit limit(a, o.scope.store);
   std::vector<std::string> problems;
   bool stopped = false;
   LineSync lines(a, t, o, r);
@@ -491,10 +525,13 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
   std::vector<std::string> problems;
   std::vector<ScaleLine> network = read_network(a, &problems);
   std::map<int32_t, std::vector<int32_t>> configured;
+  StoreLimit limit(a, r.store);
   for (const auto& l : network)
-    if (r.dept < 0 || l.dept == r.dept) configured[l.dept].push_back(l.line);
+    if ((r.dept < 0 || l.dept == r.dept) && in_store(l, r.store))
+      configured[l.dept].push_back(l.line);
   if (r.dept >= 0 && configured.empty())
-    result.skipped.push_back("department " + std::to_string(r.dept) + " has no lines");
+    result.skipped.push_back("department " + std::to_string(r.dept) + " has no lines" +
+                             (r.store ? " of " + store_label(r.store) : ""));
   std::vector<Kind> kinds = r.kinds;
   if (kinds.empty())
     for (const auto& e : sources())

@@ -16,6 +16,7 @@ struct SyncScope {
   int32_t line = 0;   // the served line, 1 to 8
   int32_t dept = -1;  // -1: every department where the line is configured
   bool full = false;  // everything the family takes, not only what is pending
+  StoreChoice store;  // the store whose lines are served; none: every store's
 };
 
 // The message context of what the sync (or a host) is doing on this thread, such as
@@ -54,6 +55,7 @@ struct SyncReport {
   std::map<Kind, KindTally> tally;
   std::string stopped;  // why delivery stopped, when it did
   std::string holder;   // Busy: who holds the line
+  long retries = 0;     // resets tried again because another writer held the archive
   double seconds = 0;
   long records() const;
   long long bytes() const;
@@ -92,13 +94,14 @@ struct MarkRequest {
   int32_t dept = -1;           // -1: every department
   std::vector<Kind> kinds;     // empty: every kind with flags
   std::optional<int32_t> id;   // one record (key, form, lot or message number)
+  StoreChoice store;           // only this store's lines; none: every store's
 };
 struct MarkResult {
   long rows = 0;
   std::vector<std::string> skipped;  // departments where a requested line is not configured
 };
-// Marks records pending, as the back office's "send again" does. Only configured lines are
-// marked.
+// Marks records pending, as the back office's "send again" does. Only configured lines of the
+// request's store are marked.
 MarkResult mark(ArchiveTools& a, const MarkRequest& r);
 
 }  // namespace qk::sync

@@ -108,7 +108,8 @@ TEST_F(ServerArchive, WhatCannotBeUsedIsNamed) {
       {"", "DROP TABLE ETEXT", "the archive " + server + " has no table ETEXT"},
       {"", "UPDATE QK_SCHEMA SET VERSION = 1",
        "the archive " + server +
-           " has schema version 1, this version needs 2: run \"qkp archive upgrade\""},
+           " has schema version 1, this version needs " +
+           std::to_string(qk::archive::kSchemaVersion) + ": run \"qkp archive upgrade\""},
       {"", "DROP TABLE QK_SCHEMA",
        "holds no archive (its table QK_SCHEMA is missing): create one with \"qkp init\""},
   };

@@ -457,7 +457,8 @@ TEST_F(Answers, ListingsOfWhatADepartmentHolds) {
     const char* first_line;
   } cases[] = {
       {"layouts --dept 1", "TK_BNC  TK_ID  TK_DESCRIPTION"},
-      {"images --dept 2", "IM_BNC  IM_ID  IM_FILE_NAME  IM_DESCRIPTION  IM_FROM   IM_TO  IM_TYPE"},
+      {"images --dept 2",
+       "IM_BNC  IM_ID  IM_FILE_NAME  IM_DESCRIPTION  IM_FROM   IM_TO  IM_TYPE  IM_PICTURE"},
       {"ads --dept 1",
        "ADV_BNC  Id  Mode  IM_FILE_NAME  PERSISTENCE  REPEAT  Rate  MSG_LNK_ID  FLAGTRASM"},
       {"etexts --dept 1 --list", "ET_BNC  Id  Row  Descr"},
@@ -472,6 +473,8 @@ TEST_F(Answers, ListingsOfWhatADepartmentHolds) {
   EXPECT_EQ(qkp("--format json images --dept 1", &json), 0);
   EXPECT_NE(json.find("\"IM_FILE_NAME\": \"LOGO.BMP\""), std::string::npos) << json;
   EXPECT_NE(json.find("\"IM_ID\": 4,"), std::string::npos) << json;
+  // A picture is listed by its size, never as its bytes.
+  EXPECT_NE(json.find("\"IM_PICTURE\": 7902"), std::string::npos) << json;
   EXPECT_EQ(qkp("--format json lots --dept 1", &json), 0);
   EXPECT_EQ(json, "[7,12,13,14,15]\n");
   EXPECT_EQ(qkp("layouts --dept 9"), 1);

@@ -133,12 +133,15 @@ TEST_F(Workflow, ReplaceDryRunAndExportRoundTrip) {
   ASSERT_EQ(qkp_in(other, "import-csv --no-pending " + dir.file("export1")), 0) << err;
   ASSERT_EQ(qkp_in(other, "export-csv " + dir.file("export2")), 0) << err;
   int compared = 0;
-  for (const auto& e : std::filesystem::directory_iterator(dir.file("export1"))) {
-    EXPECT_EQ(file_bytes(e.path()), file_bytes(dir.file("export2/") + e.path().filename().string()))
+  // The tables, and each image's picture as a file of its own (images/<dept>/<name>).
+  for (const auto& e : std::filesystem::recursive_directory_iterator(dir.file("export1"))) {
+    if (!e.is_regular_file()) continue;
+    auto relative = std::filesystem::relative(e.path(), dir.file("export1"));
+    EXPECT_EQ(file_bytes(e.path()), file_bytes(dir.file("export2/") + relative.string()))
         << e.path();
     ++compared;
   }
-  EXPECT_EQ(compared, 13);
+  EXPECT_EQ(compared, 13 + 6);
   // An export folder that cannot be written is reported; nothing is left behind.
   std::ofstream(dir.file("plainfile")) << "x";
   EXPECT_EQ(qkp("export-csv " + dir.file("plainfile/sub")), 1);

@@ -4,6 +4,7 @@
 // form, writes are grouped in transactions.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -86,13 +87,20 @@ class Archive {
   virtual std::string suspect_sql(const archive::Table& t) const = 0;
 
   // The sync lock of one line (see ArchiveTools::lock_line).
-  virtual std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
-                                                        std::string* holder) = 0;
+  virtual std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line,
+                                                        bool wait, std::string* holder) = 0;
 
   // The reset guard of this connection: every instance on the thread shares it, so the tools set
   // it and the component's own database object honours it.
   std::optional<RowSnapshot> reset_guard;
   long guard_left = 0;  // rows the guarded writes left alone (changed, added or gone)
+  // The store whose lines this connection's flag writes may change (ArchiveStores), with its
+  // departments for each line 1..8; absent: every store's.
+  struct StoreLimit {
+    std::string store;
+    std::array<std::vector<int32_t>, 8> departments;
+  };
+  std::optional<StoreLimit> store_limit;
 
  protected:
   explicit Archive(std::string path) : path_(std::move(path)) {}

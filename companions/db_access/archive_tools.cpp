@@ -9,6 +9,7 @@
 #include "db_access/clsDbAccess.h"
 #include "db_access/pg_archive.h"
 #include "db_access/sqlite_archive.h"
+#include "qk/column_rules.h"
 #include "qk/error.h"
 
 namespace qk::companions {
@@ -86,11 +87,61 @@ void clsDbAccess::update_flags(const GroupRef& ref, const std::string& stored) {
   tx.commit();
 }
 
+std::string store_line_condition(const Archive& a, const archive::Table& t, int line) {
+  if (!a.store_limit || t.department.empty()) return "";
+  const auto& depts = a.store_limit->departments[static_cast<std::size_t>(line - 1)];
+  if (depts.empty()) return "0 = 1";
+  std::string list;
+  for (int32_t d : depts) list += (list.empty() ? "" : ", ") + std::to_string(d);
+  return std::string(t.department) + " IN (" + list + ")";
+}
+
+namespace {
+
+// "update T set F = ?n" of the table's flag column: the flags written, position by position, as
+// the server finds the row when it writes it. Under a reset guard a position is only ever
+// cleared (a reset computed before another line's reset committed cannot restore that line's
+// flag); under a store limit only the store's lines change. Any other assignment is kept.
+std::string flag_assignment(const Archive& a, const std::string& table, const std::string& set) {
+  const archive::Table* t = archive::find_table(table);
+  if (!t || t->flags.empty()) return set;
+  std::size_t eq = set.find('=');
+  if (eq == std::string::npos) return set;
+  auto trim = [](std::string x) {
+    x.erase(0, x.find_first_not_of(' '));
+    x.erase(x.find_last_not_of(' ') + 1);
+    return x;
+  };
+  std::string column = trim(set.substr(0, eq)), value = trim(set.substr(eq + 1));
+  if (!archive::same_name(column, t->flags) || value.size() < 2 || value[0] != '?' ||
+      value.find_first_not_of("0123456789", 1) != std::string::npos)
+    return set;
+  std::string f(t->flags), expr;
+  int width = archive::find_column(*t, t->flags)->flag_width;
+  for (int p = 1; p <= width; ++p) {
+    std::string now = "substr(" + f + ", " + std::to_string(p) + ", 1)";
+    std::string given = "substr(" + value + ", " + std::to_string(p) + ", 1)";
+    std::string written = a.reset_guard ? "CASE WHEN " + now + " = '1' AND " + given +
+                                              " = '1' THEN '1' ELSE '0' END"
+                                        : given;
+    std::string scope = store_line_condition(a, *t, p);
+    if (!scope.empty()) written = "CASE WHEN " + scope + " THEN " + written + " ELSE " + now + " END";
+    expr += (p > 1 ? " || " : "") + written;
+  }
+  return " " + f + " = " + expr;
+}
+
+}  // namespace
+
 void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
                     const std::string& condition, const std::vector<Variant>& params) {
   // OR FAIL: a flag update cannot break a constraint, and without the need to undo half a
   // statement SQLite keeps no statement journal.
-  std::string update = "update or fail" + update_set.substr(std::string("update").size());
+  std::string head = "update " + table + " set";
+  std::string update = update_set;
+  if (update_set.size() > head.size() && archive::same_name(update_set.substr(0, head.size()), head))
+    update = head + flag_assignment(a, table, update_set.substr(head.size()));
+  update = "update or fail" + update.substr(std::string("update").size());
   if (!a.reset_guard || a.reset_guard->table != table) {
     a.execute(update + " where " + condition, params);
     return;
@@ -278,8 +329,12 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
   std::string expr;
   for (int p = 1; p <= f.flag_width; ++p) {
     bool set = p <= static_cast<int>(lines.size()) && lines[p - 1] == '1';
+    std::string now = "substr(" + padded + ", " + std::to_string(p) + ", 1)";
+    std::string scope = set ? store_line_condition(archive(), t, p) : "";
     expr += (p > 1 ? " || " : "") +
-            (set ? std::string("'1'") : "substr(" + padded + ", " + std::to_string(p) + ", 1)");
+            (!set             ? now
+             : scope.empty() ? std::string("'1'")
+                             : "CASE WHEN " + scope + " THEN '1' ELSE " + now + " END");
   }
   std::vector<Variant> params;
   std::string w = where_sql(t, where, &params);
@@ -297,7 +352,34 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
 
 std::unique_ptr<ArchiveTools::Lock> clsDbAccess::lock_line(int32_t line, bool wait,
                                                            std::string* holder) {
-  return archive().lock_line(line, wait, holder);
+  return archive().lock_line("", line, wait, holder);
+}
+
+std::unique_ptr<ArchiveTools::Lock> clsDbAccess::lock_store_line(const std::string& store,
+                                                                 int32_t line, bool wait,
+                                                                 std::string* holder) {
+  // The name becomes part of a lock file's name: only a store's name is taken.
+  std::string problem = archive::value_problem(
+      *archive::find_column(*archive::find_table("SCALE_LINES"), "SL_STORE"), Variant(store));
+  if (!problem.empty()) raise(automation::kInvalidProcedureCall, "the store " + problem);
+  return archive().lock_line(store, line, wait, holder);
+}
+
+void clsDbAccess::limit_to_store(const std::optional<std::string>& store) {
+  Archive& a = archive();
+  if (!store) {
+    a.store_limit.reset();
+    return;
+  }
+  Archive::StoreLimit limit{*store, {}};
+  auto rs = a.query("select SL_BNC, SL_LINE from SCALE_LINES where SL_STORE = ?1", {*store});
+  for (; !rs->Eof(); rs->MoveNext()) {
+    int32_t line = rs->Fields("SL_LINE").to_int32();
+    if (line >= 1 && line <= 8)
+      limit.departments[static_cast<std::size_t>(line - 1)].push_back(
+          rs->Fields("SL_BNC").to_int32());
+  }
+  a.store_limit = std::move(limit);
 }
 
 void clsDbAccess::begin_new_archive(const std::string& database_file, bool replace) {

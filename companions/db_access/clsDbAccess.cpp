@@ -117,8 +117,9 @@ void clsDbAccess::p_GENERIC_ExecuteQuery(const Variant& sql) {
   auto p = parameterize(translate_access_sql(sql_text(sql)));
   std::string text = cp1252_to_utf8(p.sql);
   // Under a reset guard, the component's own reset statement ("update T set … where …") runs
-  // on the guard's unchanged rows only.
-  if (a.reset_guard) {
+  // on the guard's unchanged rows only; under a store limit its flags change only the store's
+  // lines.
+  if (a.reset_guard || a.store_limit) {
     std::string lowered = text;
     for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     auto start = lowered.find_first_not_of(' ');

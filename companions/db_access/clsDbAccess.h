@@ -8,12 +8,13 @@
 #include <string>
 
 #include "db_access/archive.h"
+#include "qk/archive_stores.h"
 #include "qk/archive_tools.h"
 #include "qk/companions.h"
 
 namespace qk::companions {
 
-class clsDbAccess : public DbAccess, public ArchiveTools {
+class clsDbAccess : public DbAccess, public ArchiveTools, public ArchiveStores {
  public:
   void Initialize(const Variant& database_file) override;
   RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) override;
@@ -79,6 +80,9 @@ class clsDbAccess : public DbAccess, public ArchiveTools {
   long delete_rows(const archive::Table& t, const Where& where) override;
   long mark_pending(const archive::Table& t, const Where& where, const std::string& lines) override;
   std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override;
+  void limit_to_store(const std::optional<std::string>& store) override;
+  std::unique_ptr<Lock> lock_store_line(const std::string& store, int32_t line, bool wait,
+                                        std::string* holder) override;
   void begin_new_archive(const std::string& database_file, bool replace) override;
   void publish_new_archive() override;
   void upgrade_schema(const std::string& database_file) override;
@@ -112,6 +116,10 @@ void register_db_access();
 // adding to the guard's count the rows it left alone.
 void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
                     const std::string& condition, const std::vector<Variant>& params);
+
+// Under the connection's store limit, the SQL condition that a row of `t` belongs to a department
+// whose line `line` is the store's; "" without a limit.
+std::string store_line_condition(const Archive& a, const archive::Table& t, int line);
 
 // Drops this thread's shared connection to a location, so that the next class opens it anew
 // (an archive made again on a server).

@@ -25,6 +25,7 @@ constexpr Oid kText = 25, kBool = 16, kInt8 = 20, kInt2 = 21, kInt4 = 23, kFloat
 
 // The sync lock's first key ("qk"), the line is the second.
 constexpr int kLockClass = 0x716b;
+constexpr int kWriterWaitSeconds = 120;
 
 std::string lowered(std::string_view name) {
   std::string lower(name);
@@ -71,12 +72,23 @@ std::string param_text(const Variant& v, bool* null) {
   }
 }
 
+// The first key of a store's sync locks (the second is the line): the one store "" keeps the
+// key of archives without stores; another store's is a hash of its name, never that key.
+int32_t lock_class(const std::string& store) {
+  if (store.empty()) return kLockClass;
+  uint32_t h = 2166136261u;
+  for (unsigned char ch : store) h = (h ^ ch) * 16777619u;
+  h &= 0x7fffffffu;
+  return static_cast<int32_t>(h == static_cast<uint32_t>(kLockClass) ? h + 1 : h);
+}
+
 class AdvisoryLock : public ArchiveTools::Lock {
  public:
-  AdvisoryLock(std::shared_ptr<PgArchive> a, int32_t line) : archive_(std::move(a)), line_(line) {}
+  AdvisoryLock(std::shared_ptr<PgArchive> a, int32_t key, int32_t line)
+      : archive_(std::move(a)), key_(key), line_(line) {}
   ~AdvisoryLock() override {
     try {
-      archive_->query("select pg_advisory_unlock(?1, ?2)", {kLockClass, line_});
+      archive_->query("select pg_advisory_unlock(?1, ?2)", {key_, line_});
     } catch (...) {
       // The server ends the lock with the connection anyway.
     }
@@ -84,7 +96,7 @@ class AdvisoryLock : public ArchiveTools::Lock {
 
  private:
   std::shared_ptr<PgArchive> archive_;
-  int32_t line_;
+  int32_t key_, line_;
 };
 
 }  // namespace
@@ -230,7 +242,7 @@ bool PgArchive::has_table(const std::string& name) {
   return rs->Fields("n").to_int32() > 0;
 }
 
-void PgArchive::fail(const std::string& what, const char* detail) {
+void PgArchive::fail(const std::string& what, const char* detail, bool conflict) {
   std::string why = detail && *detail ? detail : PQerrorMessage(conn_);
   while (!why.empty() && (why.back() == '\n' || why.back() == ' ')) why.pop_back();
   // The server's messages come on several lines, indented: one line here.
@@ -248,7 +260,8 @@ void PgArchive::fail(const std::string& what, const char* detail) {
     lost_ = why.empty() ? "the server closed the connection" : why;
     usable();
   }
-  raise(automation::kDatabaseError, what + ": " + why + " (archive " + path_ + ")");
+  raise(conflict ? automation::kWriteConflict : automation::kDatabaseError,
+        what + ": " + why + " (archive " + path_ + ")");
 }
 
 void PgArchive::usable() const {
@@ -261,8 +274,13 @@ PGresult* PgArchive::checked(PGresult* r, const std::string& what) {
   ExecStatusType status = PQresultStatus(r);
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return r;
   std::string why = PQresultErrorMessage(r);
+  // A deadlock broken, a serialization failure, a lock not had in time: the server ended the
+  // transaction because of another writer, and a new attempt may succeed.
+  const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
+  std::string code = state ? state : "";
+  bool conflict = code == "40P01" || code == "40001" || code == "55P03";
   PQclear(r);
-  fail(what, why.c_str());
+  fail(what, why.c_str(), conflict);
 }
 
 const PgArchive::Prepared& PgArchive::prepare(const std::string& sql) {
@@ -379,6 +397,24 @@ void PgArchive::begin(bool write) {
   PQclear(checked(PQexec(conn_, write ? "BEGIN" : "BEGIN ISOLATION LEVEL REPEATABLE READ"),
                   "cannot begin a transaction"));
   depth_ = 1;
+  // Writers take turns, as on SQLite: one lock, taken first, so two writers never hold row locks
+  // the other waits for (an import and a sync's resets touch the same tables in other orders).
+  // A writer waits for the one before it, up to kWriterWaitSeconds.
+  if (write) try {
+    PQclear(checked(PQexec(conn_, ("SET LOCAL lock_timeout = '" +
+                                   std::to_string(kWriterWaitSeconds) +
+                                   "s'; SELECT pg_advisory_xact_lock(" +
+                                   std::to_string(kLockClass) + ", 0)")
+                                      .c_str()),
+                    "another writer held the archive for more than " +
+                        std::to_string(kWriterWaitSeconds) + " seconds"));
+  } catch (...) {
+    // No transaction was begun for the caller: none is left open.
+    if (lost_.empty()) PQclear(PQexec(conn_, "ROLLBACK"));
+    depth_ = 0;
+    aborted_ = false;
+    throw;
+  }
 }
 
 void PgArchive::end(bool commit) {
@@ -411,18 +447,23 @@ int PgArchive::schema_version() {
 
 void PgArchive::upgrade() {
   // Archives on PostgreSQL start at the version that has row versions: nothing older exists.
-  if (schema_version() < archive::kSchemaVersion)
+  int from = schema_version();
+  if (from < 2)
     raise(automation::kDatabaseError,
           "the database " + path_ + " holds no archive of a known version to upgrade");
+  Transaction t(*this);
+  execute_script(pg_upgrade_schema_sql(from));
+  t.commit();
 }
 
-std::unique_ptr<ArchiveTools::Lock> PgArchive::lock_line(int32_t line, bool wait,
-                                                         std::string* holder) {
+std::unique_ptr<ArchiveTools::Lock> PgArchive::lock_line(const std::string& store, int32_t line,
+                                                         bool wait, std::string* holder) {
+  int32_t key = lock_class(store);
   // An advisory lock of the session: the server releases it when the connection ends, however
   // the process ends.
   if (wait) {
-    query("select pg_advisory_lock(?1, ?2) is null as waited", {kLockClass, line});
-  } else if (!query("select pg_try_advisory_lock(?1, ?2) as got", {kLockClass, line})
+    query("select pg_advisory_lock(?1, ?2) is null as waited", {key, line});
+  } else if (!query("select pg_try_advisory_lock(?1, ?2) as got", {key, line})
                   ->Fields("got")
                   .to_bool()) {
     if (holder) {
@@ -431,7 +472,7 @@ std::unique_ptr<ArchiveTools::Lock> PgArchive::lock_line(int32_t line, bool wait
           " host, to_char(a.backend_start, 'YYYY-MM-DD HH24:MI:SS') as since from pg_locks l"
           " join pg_stat_activity a on a.pid = l.pid where l.locktype = 'advisory' and"
           " l.classid = ?1 and l.objid = ?2 and l.granted",
-          {kLockClass, line});
+          {key, line});
       *holder = rs->Eof()
                     ? "another connection"
                     : "server process " + rs->Fields("pid").to_text() + " for " +
@@ -439,7 +480,7 @@ std::unique_ptr<ArchiveTools::Lock> PgArchive::lock_line(int32_t line, bool wait
     }
     return nullptr;
   }
-  return std::make_unique<AdvisoryLock>(shared_from_this(), line);
+  return std::make_unique<AdvisoryLock>(shared_from_this(), key, line);
 }
 
 }  // namespace qk::companions

@@ -36,8 +36,8 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   int64_t next_version() override;
   int schema_version() override;
   void upgrade() override;
-  std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
-                                                std::string* holder) override;
+  std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
+                                              std::string* holder) override;
 
   // The URI with its password replaced by "***", for messages.
   static std::string shown(const std::string& uri);
@@ -55,7 +55,8 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   pg_result* run(const std::string& sql, const std::vector<Variant>& params);
   // The result when it succeeded; otherwise clears it and raises "what: <server's reason>".
   pg_result* checked(pg_result* r, const std::string& what);
-  [[noreturn]] void fail(const std::string& what, const char* detail);
+  // Raises error 3218 (kWriteConflict) when `conflict`, else a database error.
+  [[noreturn]] void fail(const std::string& what, const char* detail, bool conflict = false);
 
   std::string lost_;  // why the connection was lost
   // A result column's table, by the identifier the server gives it ("?" for none).

@@ -58,20 +58,35 @@ constexpr Dialect kSqlite{"INTEGER", "REAL", "TEXT", "", false};
 // companion's statements run on both.
 constexpr Dialect kPostgres{"BIGINT", "DOUBLE PRECISION", "TEXT", "rowid BIGSERIAL UNIQUE", true};
 
+// "NAME TYPE NOT NULL DEFAULT … CHECK (…)": as a table is created, and as an upgrade adds it.
+std::string column_sql(const Column& c, const Dialect& d) {
+  std::string l = std::string(c.name) + " " +
+                  (c.type == ColumnType::Integer ? d.integer
+                   : c.type == ColumnType::Real  ? d.real
+                                                 : d.text);
+  if (c.not_null) l += " NOT NULL";
+  if (!c.default_value.none()) l += " DEFAULT " + literal(c.default_value);
+  if (std::string check = check_text(c); !check.empty()) l += " CHECK (" + check + ")";
+  return l;
+}
+
+// The columns later versions added to an archive of version `from`.
+std::string added_columns_sql(int from, const Dialect& d) {
+  std::string s;
+  for (const auto& added : archive::kAddedColumns)
+    if (added.version > from) {
+      const Table& t = *archive::find_table(added.table);
+      s += "ALTER TABLE " + std::string(t.name) + " ADD COLUMN " +
+           column_sql(*archive::find_column(t, added.column), d) + ";\n";
+    }
+  return s;
+}
+
 std::string table_sql(const Table& t, const Dialect& d) {
   std::string s = d.comment_on ? "" : "-- " + std::string(t.comment) + "\n";
   s += "CREATE TABLE " + std::string(t.name) + " (\n";
   std::vector<std::string> lines;
-  for (const Column& c : t.columns) {
-    std::string l = "  " + std::string(c.name) + " " +
-                    (c.type == ColumnType::Integer ? d.integer
-                     : c.type == ColumnType::Real  ? d.real
-                                                   : d.text);
-    if (c.not_null) l += " NOT NULL";
-    if (!c.default_value.none()) l += " DEFAULT " + literal(c.default_value);
-    if (std::string check = check_text(c); !check.empty()) l += " CHECK (" + check + ")";
-    lines.push_back(l);
-  }
+  for (const Column& c : t.columns) lines.push_back("  " + column_sql(c, d));
   if (*d.row_id) lines.push_back("  " + std::string(d.row_id));
   if (!t.key.empty()) lines.push_back("  PRIMARY KEY (" + joined(t.key) + ")");
   for (std::size_t i = 0; i < lines.size(); ++i)
@@ -260,16 +275,19 @@ const std::string& archive_schema_sql() {
   return sql;
 }
 
-const std::string& upgrade_schema_sql() {
-  static const std::string sql = [] {
-    std::string s;
-    for (const Table& t : archive::tables())
-      if (has_row_version(t))
-        s += "ALTER TABLE " + std::string(t.name) +
-             " ADD COLUMN ROW_VERSION INTEGER NOT NULL DEFAULT 0;\n";
-    return s + versioning_sql();
-  }();
-  return sql;
+std::string upgrade_schema_sql(int from) {
+  std::string s = added_columns_sql(from, kSqlite);
+  if (from >= 2) return s + "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
+  for (const Table& t : archive::tables())
+    if (has_row_version(t))
+      s += "ALTER TABLE " + std::string(t.name) +
+           " ADD COLUMN ROW_VERSION INTEGER NOT NULL DEFAULT 0;\n";
+  return s + versioning_sql();
+}
+
+std::string pg_upgrade_schema_sql(int from) {
+  return added_columns_sql(from, kPostgres) +
+         "UPDATE QK_SCHEMA SET VERSION = " + std::to_string(archive::kSchemaVersion) + ";\n";
 }
 
 }  // namespace qk::companions

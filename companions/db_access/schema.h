@@ -18,7 +18,10 @@ const std::string& pg_archive_schema_sql();
 // one-row table the first server archives had).
 std::string pg_drop_schema_sql(bool sequence);
 
-// Brings a version-0/1 archive (tables without ROW_VERSION) to the current version.
-const std::string& upgrade_schema_sql();
+// Brings an archive of schema version `from` to the current version, keeping every row: version
+// 0/1 archives get ROW_VERSION and its triggers, and every archive the columns added since.
+std::string upgrade_schema_sql(int from);
+// The same for a PostgreSQL archive (version 2 or later: the first the server held).
+std::string pg_upgrade_schema_sql(int from);
 
 }  // namespace qk::companions

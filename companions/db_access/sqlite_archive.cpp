@@ -174,7 +174,8 @@ void SqliteArchive::fail(const std::string& what) {
                           (read_only_requested() ? " was opened only to read"
                                                  : " may only be read by this user") +
                           " (permission denied: " + sqlite3_errmsg(db_) + ")");
-  automation::raise(automation::kDatabaseError,
+  automation::raise(code == SQLITE_BUSY || code == SQLITE_LOCKED ? automation::kWriteConflict
+                                                                  : automation::kDatabaseError,
                     what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
 }
 
@@ -350,7 +351,7 @@ bool SqliteArchive::in_transaction() {
 
 void SqliteArchive::upgrade() {
   Transaction t(*this);
-  execute_script(upgrade_schema_sql());
+  execute_script(upgrade_schema_sql(schema_version()));
   t.commit();
 }
 
@@ -374,9 +375,11 @@ std::string now_text() {
 
 }  // namespace
 
-std::unique_ptr<ArchiveTools::Lock> SqliteArchive::lock_line(int32_t line, bool wait,
+std::unique_ptr<ArchiveTools::Lock> SqliteArchive::lock_line(const std::string& store,
+                                                             int32_t line, bool wait,
                                                              std::string* holder) {
-  std::string path = path_ + ".sync-line-" + std::to_string(line) + ".lock";
+  std::string path = path_ + (store.empty() ? "" : ".store-" + store) + ".sync-line-" +
+                     std::to_string(line) + ".lock";
   int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0)
     automation::raise(automation::kPathFileAccessError,

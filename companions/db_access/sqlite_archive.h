@@ -34,8 +34,8 @@ class SqliteArchive : public Archive {
   int schema_version() override;
   bool has_table(const std::string& name) override;
   void upgrade() override;
-  std::unique_ptr<ArchiveTools::Lock> lock_line(int32_t line, bool wait,
-                                                std::string* holder) override;
+  std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
+                                              std::string* holder) override;
 
  private:
   SqliteArchive(sqlite3* db, std::string path);

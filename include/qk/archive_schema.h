@@ -30,7 +30,7 @@ inline constexpr Cascade kCascades[] = {
 
 // The version an archive's schema carries; a companion refuses an older one with a message that
 // says how to upgrade it.
-inline constexpr int kSchemaVersion = 2;
+inline constexpr int kSchemaVersion = 3;
 
 // Every flag-carrying table has this column: a number that changes with every write to the row
 // (content, or a line newly marked pending) and never when a reset only clears lines. A reset
@@ -41,7 +41,11 @@ enum class ColumnType { Integer, Real, Text };
 
 // TEXT columns whose text has a form of its own: Date is a validity date as the scales read it,
 // DDMMYYYY (eight digits of a calendar date; "01010101" is the component's "no bound"), or empty.
-enum class TextForm { Any, Date };
+// Store is a store's name: up to 40 letters, digits, "-", "_" or ".", or empty (the only store).
+// FileBytes is the content of a file in base64 (a picture held with its row); tables are
+// exported and imported with it as a file of its own, beside the table's file.
+enum class TextForm { Any, Date, Store, FileBytes };
+inline constexpr std::size_t kStoreNameMax = 40;
 
 // Range of the component's integers: every INTEGER column is read as a 32-bit number.
 inline constexpr std::int64_t kIntegerMin = INT32_MIN;
@@ -103,6 +107,11 @@ inline constexpr Column kScaleLines[] = {
     {.name = "SL_LINE", .type = T::Integer, .not_null = true, .min = 1, .max = 8},
     {.name = "SL_FAMILY", .type = T::Text, .not_null = true, .allowed = kFamilies},
     {"SL_SCALE", T::Integer, true},
+    {.name = "SL_STORE",
+     .type = T::Text,
+     .not_null = true,
+     .default_value = "",
+     .form = TextForm::Store},
 };
 inline constexpr Names kScaleLinesKey[] = {"SL_BNC", "SL_LINE"};
 
@@ -205,6 +214,11 @@ inline constexpr Column kImages[] = {
      .default_value = "",
      .form = TextForm::Date},
     {"IM_TYPE", T::Integer, true, 0},
+    {.name = "IM_PICTURE",
+     .type = T::Text,
+     .not_null = true,
+     .default_value = "",
+     .form = TextForm::FileBytes},
 };
 inline constexpr Names kImagesKey[] = {"IM_BNC", "IM_ID"};
 inline constexpr Names kImagesIndexes[] = {"IM_BNC, IM_FILE_NAME"};
@@ -349,6 +363,17 @@ inline constexpr Table kTables[] = {
 };
 
 }  // namespace detail
+
+// Columns added to an existing table by a schema version: an upgrade from an older version adds
+// them (with their declared type, default and check) on either database.
+struct QK_API AddedColumn {
+  int version;
+  std::string_view table, column;
+};
+inline constexpr AddedColumn kAddedColumns[] = {
+    {3, "SCALE_LINES", "SL_STORE"},
+    {3, "IMMAGINI", "IM_PICTURE"},
+};
 
 // Every table, in the order they are created, imported and exported.
 inline constexpr std::span<const Table> tables() {

@@ -30,6 +30,9 @@ enum ErrorNumber : long {
   kKeyAlreadyAssociated = 457,
   kRemoteServerUnavailable = 462,
   kNoCurrentRecord = 3021,
+  // Another writer held what a write needed: the database gave up waiting, or ended the
+  // transaction to break a deadlock. Nothing of the transaction was written; it may be retried.
+  kWriteConflict = 3218,
   kItemNotFound = 3265,
   kDatabaseError = -2147467259,  // E_FAIL, the number data access errors carry
 };

@@ -45,6 +45,8 @@ std::string standard_description(long number) {
     case 3021:
       return "Either BOF or EOF is True, or the current record has been deleted. "
              "Requested operation requires a current record.";
+    case 3218:
+      return "Could not update; currently locked.";
     case 3265:
       return "Item cannot be found in the collection corresponding to the requested name or "
              "ordinal.";

@@ -1,5 +1,6 @@
 #include "qk/column_rules.h"
 
+#include <cctype>
 #include <cmath>
 
 namespace qk::archive {
@@ -21,6 +22,24 @@ bool is_date(const std::string& t) {
   bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
   return month >= 1 && month <= 12 && day >= 1 &&
          day <= (month == 2 && !leap ? 28 : kDays[month - 1]);
+}
+
+bool is_store_name(const std::string& t) {
+  if (t.size() > kStoreNameMax) return false;
+  for (unsigned char ch : t)
+    if (!std::isalnum(ch) && ch != '-' && ch != '_' && ch != '.') return false;
+  return true;
+}
+
+bool is_base64(const std::string& t) {
+  if (t.size() % 4 != 0) return false;
+  std::size_t end = t.find_last_not_of('=');
+  if (end != std::string::npos && t.size() - end - 1 > 2) return false;
+  for (std::size_t i = 0; i <= end && end != std::string::npos; ++i) {
+    unsigned char ch = static_cast<unsigned char>(t[i]);
+    if (!std::isalnum(ch) && ch != '+' && ch != '/') return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -52,6 +71,12 @@ std::string value_problem(const Column& c, const Variant& v) {
   }
   if (c.form == TextForm::Date && !text.empty() && !is_date(text))
     return "holds " + shown(v) + ", not a date DDMMYYYY (eight digits, such as 31122026)";
+  if (c.form == TextForm::Store && !is_store_name(text))
+    return "holds " + shown(v) + ", not a store's name (up to " + std::to_string(kStoreNameMax) +
+           " letters, digits, \"-\", \"_\" or \".\")";
+  // Not shown: it may be hundreds of kilobytes.
+  if (c.form == TextForm::FileBytes && !is_base64(text))
+    return "does not hold a file's bytes in base64";
   if (!c.allowed.empty()) {
     for (auto a : c.allowed)
       if (text == a) return "";
