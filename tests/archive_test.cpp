@@ -1,5 +1,8 @@
 // The database companion on real archives (SQLite files, and databases of a PostgreSQL server
 // the tests start): dialect, text encoding, contract members.
+#include <algorithm>
+#include <optional>
+
 #include "archive_fixture.h"
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
@@ -147,6 +150,68 @@ TEST_P(ArchiveContract, UpdateMembersClearTheServedLineInOneTransaction) {
   EXPECT_THROW(db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 9, "11111111"), automation::Error);
   EXPECT_EQ(column_values("select TRC_FLAGTRASM from TRACEABILITY order by TRC_ROW"),
             "10100000,10100000");
+}
+
+// Flag writes under a store limit change only the store's (department, line) pairs, whoever
+// writes them (the component's own statements, the numeric members, marking); under a reset
+// guard a position is only ever cleared, so a reset computed before another line's reset
+// committed cannot restore that line's flag.
+TEST_P(ArchiveContract, FlagWritesStayOnTheirStoresLinesAndResetsOnlyClear) {
+  exec(
+      "insert into SCALE_LINES (SL_BNC, SL_LINE, SL_FAMILY, SL_SCALE, SL_STORE) values"
+      " (1, 1, '3000', 1, 'A'), (1, 2, '3000', 2, 'B'), (1, 3, '3000', 3, 'A'),"
+      " (2, 1, '3000', 1, 'B')");
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  const archive::Table& lots = *archive::find_table("TRACEABILITY");
+  auto flags = [&] {
+    return column_values("select TRC_FLAGTRASM from TRACEABILITY order by TRC_BNC");
+  };
+  struct Case {
+    std::optional<std::string> store;
+    bool guarded;
+    std::string before, write;  // write: a flag string, or "mark" for mark_pending("11111111")
+    const char* after;          // department 1, department 2
+  } cases[] = {
+      {"A", false, "11110000", "00000000", "01010000,11110000"},
+      {"A", false, "00000000", "mark", "10100000,00000000"},
+      {"B", false, "00000000", "11111111", "01000000,10000000"},
+      {"Z", false, "11111111", "00000000", "11111111,11111111"},
+      {std::nullopt, false, "11110000", "00000000", "00000000,00000000"},
+      // A stale reset of line 2 computed from "11000000" after line 1's reset committed.
+      {std::nullopt, true, "01000000", "10000000", "00000000,00000000"},
+      {"A", true, "11110000", "11111111", "11110000,11110000"},
+      {"A", true, "11110000", "01110000", "01110000,11110000"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.store.value_or("every store") + (c.guarded ? ", guarded: " : ": ") + c.write);
+    exec("delete from TRACEABILITY");
+    exec("insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
+         " (1, 7, 1, ?1), (2, 7, 1, ?1)",
+         {c.before});
+    db.limit_to_store(c.store);
+    RowSnapshot rows{"TRACEABILITY", {}};
+    for (auto rs = archive->query("select rowid as R, ROW_VERSION as V from TRACEABILITY");
+         !rs->Eof(); rs->MoveNext())
+      rows.rows.emplace_back(static_cast<int64_t>(rs->Fields("R").to_double()),
+                             static_cast<int64_t>(rs->Fields("V").to_double()));
+    std::sort(rows.rows.begin(), rows.rows.end());
+    if (c.guarded) db.guard_resets(&rows);
+    if (c.write == "mark")
+      db.mark_pending(lots, {{"TRC_ID", 7}}, "11111111");
+    else
+      db.p_GENERIC_ExecuteQuery("update TRACEABILITY set TRC_FLAGTRASM= '" + c.write +
+                                "' where TRC_ID= 7");
+    db.guard_resets(nullptr);
+    db.limit_to_store(std::nullopt);
+    EXPECT_EQ(flags(), c.after);
+  }
+  // The numeric members go through the same rule.
+  exec("update TRACEABILITY set TRC_FLAGTRASM = '11110000'");
+  db.limit_to_store("A");
+  db.p_TRACEABILITY_UpdateFlagTrasm(1, 7, 1, "11110000");
+  db.limit_to_store(std::nullopt);
+  EXPECT_EQ(flags(), "01110000,11110000");
 }
 
 // The records' states read together are what each record's own read gives: the same rows, in
