@@ -42,9 +42,20 @@ void run(const FlaggedCommand& c, const FlagOptions& o, bool is_reset) {
   auto source = sync::source_of(c.kind).open(line, form);
   // A 3000 key lives in the block of 15 that holds it.
   int32_t id = form == qk::Form::Series3000 ? qk::key_block(o.id) : o.id;
-  if (is_reset)
+  if (is_reset) {
+    // A store's installation resets only its own lines.
+    auto store = sync::installation_store();
+    std::vector<std::string> ignored;
+    bool own = !store;
+    for (const auto& l : sync::read_network(*a, &ignored))
+      own = own || (l.dept == o.dept && l.line == o.line && l.store == *store);
+    if (!own)
+      return fail("department " + std::to_string(o.dept) + " has no line " +
+                  std::to_string(o.line) + " of " + sync::store_label(store) +
+                  "; nothing was reset");
+    sync::StoreLimit limit(*a, store);
     source->reset(id);
-  else
+  } else
     std::printf("%s\n", source->flags(id).c_str());
 }
 

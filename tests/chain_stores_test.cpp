@@ -84,6 +84,8 @@ TEST_P(ChainStores, EachStoreDeliversAndResetsOnlyItsOwnLines) {
       {store_a, "lines set --dept 4 --line 1 --family 5000 --scale 9 --store B", 2,
        "this installation serves store A"},
       {store_b, "lines remove --dept 1 --line 1", 2, "belongs to store A"},
+      {store_a, "reset lots --dept 2 --lot 12 --line 1", 1,
+       "department 2 has no line 1 of store A; nothing was reset"},
       {store_a, "lines --all-stores", 0, "2      1     3000TOP  1      "},
       {home, "lines", 0, "pending  store"},
       {store_a, "init --join '" + location() + "' --store 'A B'", 2, "not a store's name"},
