@@ -6,6 +6,7 @@
 
 #include "archive_pictures.h"
 #include "commands.h"
+#include "network.h"
 #include "output.h"
 #include "picture_files.h"
 #include "qk/archive_schema.h"
@@ -18,7 +19,6 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
-#include "network.h"
 #include "row_checks.h"
 #include "session.h"
 
@@ -260,7 +260,8 @@ void add_picture(const PictureOptions& o, bool description_given) {
   auto records = probe.p_strProtocol().items();
   if (bytes->compare(0, 2, "BM") != 0 || records.empty() ||
       qk::host::reports_on_this_thread() != reports)
-    return fail(o.file + " is not a bitmap the scales can be sent (a .bmp file the component reads)");
+    return fail(o.file +
+                " is not a bitmap the scales can be sent (a .bmp file the component reads)");
   const auto& t = *qk::archive::find_table("IMMAGINI");
   std::string name = std::filesystem::path(o.file).filename().string();
   std::vector<std::string> columns = {"IM_FILE_NAME", "IM_PICTURE"};
@@ -271,7 +272,8 @@ void add_picture(const PictureOptions& o, bool description_given) {
     values.emplace_back(to_8bit(o.description, "--description"));
   }
   for (std::size_t i = 0; i < columns.size(); ++i)
-    if (std::string p = qk::archive::value_problem(*qk::archive::find_column(t, columns[i]), values[i]);
+    if (std::string p =
+            qk::archive::value_problem(*qk::archive::find_column(t, columns[i]), values[i]);
         !p.empty())
       return fail(columns[i] + " " + p);
   auto a = qk::sync::open_archive_tools();

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <iostream>
 
-#include "commands.h"
 #include "archive_pictures.h"
+#include "commands.h"
 #include "demo.h"
 #include "network.h"
 #include "qk/archive.h"
@@ -33,7 +33,8 @@ struct InitOptions {
 void check_store_name(const std::string& store) {
   const auto& t = *qk::archive::find_table("SCALE_LINES");
   std::string p = qk::archive::value_problem(*qk::archive::find_column(t, "SL_STORE"), store);
-  if (!p.empty()) throw CLI::ValidationError("--store", "\"" + store + "\" " + p.substr(p.find(',') + 2));
+  if (!p.empty())
+    throw CLI::ValidationError("--store", "\"" + store + "\" " + p.substr(p.find(',') + 2));
 }
 
 // An archive named on the command line: a server URI as it is, a file by its absolute path.

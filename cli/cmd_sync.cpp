@@ -67,17 +67,17 @@ void list_lines(const Options& g, const sync::StoreChoice& store) {
   bool stores = false;
   for (const auto& l : lines) stores = stores || !l.where.store.empty();
   auto last = [stores](const std::string& pending, const std::string& store) {
-    return stores ? (pending + std::string(pending.size() < 8 ? 8 - pending.size() : 0, ' ') +
-                     " " + store)
+    return stores ? (pending + std::string(pending.size() < 8 ? 8 - pending.size() : 0, ' ') + " " +
+                     store)
                   : pending;
   };
   std::printf("%-6s %-5s %-8s %-6s %s\n", "dept", "line", "family", "scale",
               last("pending", "store").c_str());
   for (const auto& l : lines)
-    std::printf("%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
-                l.where.scale,
-                last(l.known_family ? std::to_string(l.records.size()) : "unknown", l.where.store)
-                    .c_str());
+    std::printf(
+        "%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
+        l.where.scale,
+        last(l.known_family ? std::to_string(l.records.size()) : "unknown", l.where.store).c_str());
 }
 
 // The network as a drawing: a row per department, a box per line with its family, scale and
@@ -250,8 +250,7 @@ void run_sync(const SyncCommand& c) {
     if (t.reset_failed) extra += ", " + std::to_string(t.reset_failed) + " not reset";
     if (t.warned) extra += ", " + std::to_string(t.warned) + " with warnings";
     std::fprintf(stderr, "qkp: %-9s %6ld records delivered %9lld bytes%s\n",
-                 sync::kind_name(kind).data(),
-                 t.records, t.bytes, extra.c_str());
+                 sync::kind_name(kind).data(), t.records, t.bytes, extra.c_str());
   }
   std::fprintf(stderr, "qkp: sync of line %d%s: %ld records, %lld bytes delivered in %.3f s%s\n",
                o.scope.line, of_store(o.scope.store).c_str(), r.records(), r.bytes(), r.seconds,

@@ -64,8 +64,7 @@ void run_import_mdb(const TableOptions& o) {
   MdbTables m = read_mdb(o.mdb, only);
   for (const auto& s : m.skipped) note(o.mdb + ": table " + s + " is not in the archive; skipped");
   if (m.files.empty()) throw std::runtime_error(o.mdb + " has no table the archive knows");
-  import_files(m.files, o,
-               std::filesystem::absolute(o.mdb).parent_path().string());
+  import_files(m.files, o, std::filesystem::absolute(o.mdb).parent_path().string());
 }
 
 // Runs an import; any refusal leaves the archive as it was, and says so.

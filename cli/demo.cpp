@@ -51,7 +51,7 @@ class Rows {
     auto cols = qk::archive::written_columns(t);
     for (std::size_t i = values.size(); i < cols.size(); ++i) {
       const auto& d = qk::archive::find_column(t, cols[i])->default_value;
-      values.push_back(d.none() ? Variant::null()
+      values.push_back(d.none()                                     ? Variant::null()
                        : d.kind == qk::archive::Default::Kind::Text ? Variant(std::string(d.text))
                                                                     : Variant(d.integer));
     }
@@ -183,8 +183,7 @@ void fill_demo_archive(qk::ArchiveTools& tools) {
     for (auto [id, name, description] :
          {std::tuple{4, "LOGO.BMP", "Logo negozio"}, {5, "SMALL.BMP", "Marchio"}})
       a.put_columns("IMMAGINI", {"IM_BNC", "IM_ID", "IM_FILE_NAME", "IM_DESCRIPTION", "IM_PICTURE"},
-                    {bnc, id, name, description,
-                     qk::sync::picture_text(demo_pictures().at(name))});
+                    {bnc, id, name, description, qk::sync::picture_text(demo_pictures().at(name))});
   }
 
   // Two layouts per department: an 80 x 60 mm ticket with a text, a barcode and a logo; a

@@ -15,6 +15,6 @@ void list_rows(const Options& g, const std::string& table, int32_t dept);
 
 // Adds a command listing one table's rows of a department; returns it.
 CLI::App* add_listing_command(CLI::App& app, Options& g, const std::string& name,
-                         const std::string& table, const std::string& what);
+                              const std::string& table, const std::string& what);
 
 }  // namespace qkp

@@ -704,15 +704,15 @@ ImportResult import_tables(qk::ArchiveTools& a, const std::vector<CsvInput>& inp
   }
   result.marked = importer.marked();
   result.diffs = std::move(importer.diffs());
-  bool images = std::any_of(planned.begin(), planned.end(), [](const Planned& p) {
-    return p.header.table->name == "IMMAGINI";
-  });
+  bool images = std::any_of(planned.begin(), planned.end(),
+                            [](const Planned& p) { return p.header.table->name == "IMMAGINI"; });
   if (images && !o.pictures_folder.empty()) {
     auto load = qk::sync::load_missing_pictures(a, o.pictures_folder);
     for (const auto& m : load.missing)
-      result.notes.push_back(m + ": no picture file beside the tables (images/<dept>/NAME, "
-                                 "images/NAME or NAME in " + o.pictures_folder +
-                             "); it has none until \"qkp images add\"");
+      result.notes.push_back(m +
+                             ": no picture file beside the tables (images/<dept>/NAME, "
+                             "images/NAME or NAME in " +
+                             o.pictures_folder + "); it has none until \"qkp images add\"");
   }
   if (!o.dry_run) write.commit();
   return result;
@@ -747,9 +747,9 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
           auto bytes = qk::sync::picture_bytes(rs->Fields("IM_PICTURE").to_text());
           std::string name = rs->Fields("IM_FILE_NAME").to_text();
           if (bytes && !bytes->empty() && !name.empty())
-            files.emplace_back(qk::sync::picture_file_candidates(
-                                   folder, rs->Fields("IM_BNC").to_int32(), name)[0],
-                               std::move(*bytes));
+            files.emplace_back(
+                qk::sync::picture_file_candidates(folder, rs->Fields("IM_BNC").to_int32(), name)[0],
+                std::move(*bytes));
         }
       }
       files.emplace_back(folder + "/" + std::string(t.name) + ".csv", text);

@@ -53,7 +53,8 @@ std::string materialised_picture(const std::string& folder, const std::string& b
     name += hex[digest[i] >> 4];
     name += hex[digest[i] & 15];
   }
-  std::string dir = (folder.ends_with("/") ? folder.substr(0, folder.size() - 1) : folder) + "/.archive";
+  std::string dir =
+      (folder.ends_with("/") ? folder.substr(0, folder.size() - 1) : folder) + "/.archive";
   std::string path = dir + "/" + name + ".bmp";
   if (read_whole_file(path) != bytes) {
     std::filesystem::create_directories(dir);
@@ -88,8 +89,7 @@ PictureLoad load_missing_pictures(ArchiveTools& a, const std::string& folder) {
                              std::to_string(r.dept) + " (" + r.name + ")");
       continue;
     }
-    a.update_rows(t, {{"IM_BNC", r.dept}, {"IM_ID", r.id}}, {"IM_PICTURE"},
-                  {picture_text(*bytes)});
+    a.update_rows(t, {{"IM_BNC", r.dept}, {"IM_ID", r.id}}, {"IM_PICTURE"}, {picture_text(*bytes)});
     ++load.loaded;
   }
   return load;

@@ -15,8 +15,8 @@ namespace qk::sync {
 std::string picture_text(const std::string& bytes);
 std::optional<std::string> picture_bytes(const std::string& text);
 
-// A file holding exactly `bytes`, in `folder`/.archive/ and named by their SHA-256: written (atomically)
-// when it is missing or holds anything else, so a stale or damaged file is never read.
+// A file holding exactly `bytes`, in `folder`/.archive/ and named by their SHA-256: written
+// (atomically) when it is missing or holds anything else, so a stale or damaged file is never read.
 std::string materialised_picture(const std::string& folder, const std::string& bytes);
 
 // The whole content of a file, or nullopt when it cannot be read.

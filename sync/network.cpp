@@ -26,9 +26,8 @@ ArchiveWrite::~ArchiveWrite() {
   try {
     a_.rollback();
   } catch (const std::exception& e) {
-    host::event_log(host::kEventWarning,
-                    "a rollback failed (" + std::string(e.what()) +
-                        "); the archive's server ends the transaction itself");
+    host::event_log(host::kEventWarning, "a rollback failed (" + std::string(e.what()) +
+                                             "); the archive's server ends the transaction itself");
   }
 }
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <map>
 
+#include "archive_pictures.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsBarCode.h"
@@ -16,7 +17,6 @@
 #include "qk/clsSimple.h"
 #include "qk/clsTraceability.h"
 #include "qk/host.h"
-#include "archive_pictures.h"
 #include "row_checks.h"
 
 namespace qk::sync {
@@ -320,9 +320,11 @@ class ImageSource : public RecordSource {
     std::string where = "image " + std::to_string(id) + " of department " +
                         std::to_string(c_.where.dept) + " (file " + r[0] + ")";
     if (r[4].empty())
-      throw RecordRefused(where + " has no picture in the archive: add it with \"qkp images add "
-                                  "--dept " + std::to_string(c_.where.dept) + " --id " +
-                          std::to_string(id) + " " + r[0] + "\"");
+      throw RecordRefused(where +
+                          " has no picture in the archive: add it with \"qkp images add "
+                          "--dept " +
+                          std::to_string(c_.where.dept) + " --id " + std::to_string(id) + " " +
+                          r[0] + "\"");
     auto bytes = picture_bytes(r[4]);
     if (!bytes) throw RecordRefused(where + ": its picture in the archive is not base64");
     std::string path = materialised_picture(c_.images_folder, *bytes);

@@ -448,8 +448,8 @@ int for_each_line(ArchiveTools& a, const SyncScope& scope, const LineVisitor& ea
 SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   auto start = std::chrono::steady_clock::now();
   SyncReport r;
-  auto locks = lock_line_of(a, o.scope.store, read_network(a, nullptr), o.scope.line, o.wait,
-                            &r.holder);
+  auto locks =
+      lock_line_of(a, o.scope.store, read_network(a, nullptr), o.scope.line, o.wait, &r.holder);
   if (locks.empty()) {
     r.status = SyncReport::Busy;
     return r;

@@ -107,8 +107,7 @@ TEST_F(ServerArchive, WhatCannotBeUsedIsNamed) {
        "cannot connect to the archive server postgresql://qk:***@/nosuchdb"},
       {"", "DROP TABLE ETEXT", "the archive " + server + " has no table ETEXT"},
       {"", "UPDATE QK_SCHEMA SET VERSION = 1",
-       "the archive " + server +
-           " has schema version 1, this version needs " +
+       "the archive " + server + " has schema version 1, this version needs " +
            std::to_string(qk::archive::kSchemaVersion) + ": run \"qkp archive upgrade\""},
       {"", "DROP TABLE QK_SCHEMA",
        "holds no archive (its table QK_SCHEMA is missing): create one with \"qkp init\""},

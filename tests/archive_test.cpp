@@ -186,9 +186,10 @@ TEST_P(ArchiveContract, FlagWritesStayOnTheirStoresLinesAndResetsOnlyClear) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.store.value_or("every store") + (c.guarded ? ", guarded: " : ": ") + c.write);
     exec("delete from TRACEABILITY");
-    exec("insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
-         " (1, 7, 1, ?1), (2, 7, 1, ?1)",
-         {c.before});
+    exec(
+        "insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
+        " (1, 7, 1, ?1), (2, 7, 1, ?1)",
+        {c.before});
     db.limit_to_store(c.store);
     RowSnapshot rows{"TRACEABILITY", {}};
     for (auto rs = archive->query("select rowid as R, ROW_VERSION as V from TRACEABILITY");

@@ -30,8 +30,8 @@ inline pid_t start_logged_sync(const std::string& home, const std::string& args,
   if (pid == 0) {
     std::string cmd = std::string(QKP_BINARY) + " --home " + home + " sync " + args +
                       " --exec 'printf \"%s %s %s \" $QK_DEPT $QK_KIND $QK_ID >> " + log +
-                      "; cat >> " + log + "; printf \"\\\\0\" >> " + log +
-                      "; sleep 0.01' 2>" + log + ".err";
+                      "; cat >> " + log + "; printf \"\\\\0\" >> " + log + "; sleep 0.01' 2>" +
+                      log + ".err";
     execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
     _exit(127);
   }

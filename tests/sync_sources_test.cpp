@@ -98,7 +98,8 @@ struct Sync : ArchiveFixture {
     tools = sync::open_archive_tools();
   }
   void line(int dept, int line, const char* family, int scale) {
-    exec("insert into SCALE_LINES (SL_BNC, SL_LINE, SL_FAMILY, SL_SCALE) values (?1, ?2, ?3, ?4)", {dept, line, family, scale});
+    exec("insert into SCALE_LINES (SL_BNC, SL_LINE, SL_FAMILY, SL_SCALE) values (?1, ?2, ?3, ?4)",
+         {dept, line, family, scale});
   }
   void key(int dept, int scale, int k, const char* flags) {
     exec(

@@ -121,11 +121,12 @@ std::string flag_assignment(const Archive& a, const std::string& table, const st
   for (int p = 1; p <= width; ++p) {
     std::string now = "substr(" + f + ", " + std::to_string(p) + ", 1)";
     std::string given = "substr(" + value + ", " + std::to_string(p) + ", 1)";
-    std::string written = a.reset_guard ? "CASE WHEN " + now + " = '1' AND " + given +
-                                              " = '1' THEN '1' ELSE '0' END"
-                                        : given;
+    std::string written =
+        a.reset_guard ? "CASE WHEN " + now + " = '1' AND " + given + " = '1' THEN '1' ELSE '0' END"
+                      : given;
     std::string scope = store_line_condition(a, *t, p);
-    if (!scope.empty()) written = "CASE WHEN " + scope + " THEN " + written + " ELSE " + now + " END";
+    if (!scope.empty())
+      written = "CASE WHEN " + scope + " THEN " + written + " ELSE " + now + " END";
     expr += (p > 1 ? " || " : "") + written;
   }
   return " " + f + " = " + expr;
@@ -139,7 +140,8 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
   // statement SQLite keeps no statement journal.
   std::string head = "update " + table + " set";
   std::string update = update_set;
-  if (update_set.size() > head.size() && archive::same_name(update_set.substr(0, head.size()), head))
+  if (update_set.size() > head.size() &&
+      archive::same_name(update_set.substr(0, head.size()), head))
     update = head + flag_assignment(a, table, update_set.substr(head.size()));
   update = "update or fail" + update.substr(std::string("update").size());
   if (!a.reset_guard || a.reset_guard->table != table) {
@@ -331,10 +333,10 @@ long clsDbAccess::mark_pending(const archive::Table& t, const Where& where,
     bool set = p <= static_cast<int>(lines.size()) && lines[p - 1] == '1';
     std::string now = "substr(" + padded + ", " + std::to_string(p) + ", 1)";
     std::string scope = set ? store_line_condition(archive(), t, p) : "";
-    expr += (p > 1 ? " || " : "") +
-            (!set             ? now
-             : scope.empty() ? std::string("'1'")
-                             : "CASE WHEN " + scope + " THEN '1' ELSE " + now + " END");
+    expr += (p > 1 ? " || " : "") + (!set ? now
+                                     : scope.empty()
+                                         ? std::string("'1'")
+                                         : "CASE WHEN " + scope + " THEN '1' ELSE " + now + " END");
   }
   std::vector<Variant> params;
   std::string w = where_sql(t, where, &params);

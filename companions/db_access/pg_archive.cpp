@@ -401,20 +401,19 @@ void PgArchive::begin(bool write) {
   // the other waits for (an import and a sync's resets touch the same tables in other orders).
   // A writer waits for the one before it, up to kWriterWaitSeconds.
   if (write) try {
-    PQclear(checked(PQexec(conn_, ("SET LOCAL lock_timeout = '" +
-                                   std::to_string(kWriterWaitSeconds) +
-                                   "s'; SELECT pg_advisory_xact_lock(" +
-                                   std::to_string(kLockClass) + ", 0)")
-                                      .c_str()),
-                    "another writer held the archive for more than " +
-                        std::to_string(kWriterWaitSeconds) + " seconds"));
-  } catch (...) {
-    // No transaction was begun for the caller: none is left open.
-    if (lost_.empty()) PQclear(PQexec(conn_, "ROLLBACK"));
-    depth_ = 0;
-    aborted_ = false;
-    throw;
-  }
+      PQclear(checked(
+          PQexec(conn_, ("SET LOCAL lock_timeout = '" + std::to_string(kWriterWaitSeconds) +
+                         "s'; SELECT pg_advisory_xact_lock(" + std::to_string(kLockClass) + ", 0)")
+                            .c_str()),
+          "another writer held the archive for more than " + std::to_string(kWriterWaitSeconds) +
+              " seconds"));
+    } catch (...) {
+      // No transaction was begun for the caller: none is left open.
+      if (lost_.empty()) PQclear(PQexec(conn_, "ROLLBACK"));
+      depth_ = 0;
+      aborted_ = false;
+      throw;
+    }
 }
 
 void PgArchive::end(bool commit) {

@@ -37,7 +37,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   int schema_version() override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
-                                              std::string* holder) override;
+                                                std::string* holder) override;
 
   // The URI with its password replaced by "***", for messages.
   static std::string shown(const std::string& uri);

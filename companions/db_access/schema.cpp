@@ -277,7 +277,8 @@ const std::string& archive_schema_sql() {
 
 std::string upgrade_schema_sql(int from) {
   std::string s = added_columns_sql(from, kSqlite);
-  if (from >= 2) return s + "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
+  if (from >= 2)
+    return s + "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
   for (const Table& t : archive::tables())
     if (has_row_version(t))
       s += "ALTER TABLE " + std::string(t.name) +

@@ -175,7 +175,7 @@ void SqliteArchive::fail(const std::string& what) {
                                                  : " may only be read by this user") +
                           " (permission denied: " + sqlite3_errmsg(db_) + ")");
   automation::raise(code == SQLITE_BUSY || code == SQLITE_LOCKED ? automation::kWriteConflict
-                                                                  : automation::kDatabaseError,
+                                                                 : automation::kDatabaseError,
                     what + ": " + sqlite3_errmsg(db_) + " (archive " + path_ + ")");
 }
 
@@ -375,9 +375,8 @@ std::string now_text() {
 
 }  // namespace
 
-std::unique_ptr<ArchiveTools::Lock> SqliteArchive::lock_line(const std::string& store,
-                                                             int32_t line, bool wait,
-                                                             std::string* holder) {
+std::unique_ptr<ArchiveTools::Lock> SqliteArchive::lock_line(const std::string& store, int32_t line,
+                                                             bool wait, std::string* holder) {
   std::string path = path_ + (store.empty() ? "" : ".store-" + store) + ".sync-line-" +
                      std::to_string(line) + ".lock";
   int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);

@@ -35,7 +35,7 @@ class SqliteArchive : public Archive {
   bool has_table(const std::string& name) override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
-                                              std::string* holder) override;
+                                                std::string* holder) override;
 
  private:
   SqliteArchive(sqlite3* db, std::string path);
