@@ -409,8 +409,32 @@ std::string pg_dialect(const std::string& sqlite_sql, std::vector<bool>* used) {
   return out;
 }
 
+namespace {
+
+// qk_flags(current, written, clear_only, writable): see register_access_functions' header.
+void fn_flags(sqlite3_context* ctx, int, sqlite3_value** v) {
+  auto text = [&](int i) {
+    const unsigned char* t = sqlite3_value_text(v[i]);
+    return std::string(t ? reinterpret_cast<const char*>(t) : "");
+  };
+  std::string current = text(0), written = text(1);
+  bool clear_only = sqlite3_value_int(v[2]) != 0;
+  bool all = sqlite3_value_type(v[3]) == SQLITE_NULL;
+  std::string writable = text(3);
+  std::string out = current;
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    if (!all && (i >= writable.size() || writable[i] != '1')) continue;
+    char w = i < written.size() ? written[i] : '0';
+    out[i] = clear_only ? (current[i] == '1' && w == '1' ? '1' : '0') : w;
+  }
+  sqlite3_result_text(ctx, out.data(), static_cast<int>(out.size()), SQLITE_TRANSIENT);
+}
+
+}  // namespace
+
 void register_access_functions(sqlite3* db) {
   int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
+  sqlite3_create_function(db, "qk_flags", 4, flags, nullptr, fn_flags, nullptr, nullptr);
   sqlite3_create_function(db, "int", 1, flags, nullptr, fn_int, nullptr, nullptr);
   sqlite3_create_function(db, "qk_mod", 2, flags, nullptr, fn_mod, nullptr, nullptr);
   sqlite3_create_function(db, "qk_intdiv", 2, flags, nullptr, fn_intdiv, nullptr, nullptr);

@@ -36,7 +36,11 @@ Parameterized parameterize(const std::string& sqlite_sql);
 // qk_int(x). `used` gets one entry per placeholder number up to the highest, true where used.
 std::string pg_dialect(const std::string& sqlite_sql, std::vector<bool>* used);
 
-// Registers int, qk_mod and qk_intdiv on a connection.
+// Registers int, qk_mod and qk_intdiv on a connection, and the companion's flag writer
+// qk_flags(current, written, clear_only, writable): the flag string `written` put over
+// `current` position by position, only where `writable` holds "1" (everywhere when it is Null),
+// and with `clear_only` a position becomes "1" only where both hold "1". PostgreSQL has the same
+// function (schema.cpp).
 void register_access_functions(sqlite3* db);
 
 }  // namespace qk::companions

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <map>
 
 #include "db_access/clsDbAccess.h"
 #include "db_access/pg_archive.h"
@@ -87,6 +88,10 @@ void clsDbAccess::update_flags(const GroupRef& ref, const std::string& stored) {
   tx.commit();
 }
 
+namespace {
+
+// Under the connection's store limit, the SQL condition that a row of `t` belongs to a department
+// whose line `line` is the store's; "" without a limit.
 std::string store_line_condition(const Archive& a, const archive::Table& t, int line) {
   if (!a.store_limit || t.department.empty()) return "";
   const auto& depts = a.store_limit->departments[static_cast<std::size_t>(line - 1)];
@@ -96,10 +101,8 @@ std::string store_line_condition(const Archive& a, const archive::Table& t, int 
   return std::string(t.department) + " IN (" + list + ")";
 }
 
-namespace {
-
-// "update T set F = ?n" of the table's flag column: the flags written, position by position, as
-// the server finds the row when it writes it. Under a reset guard a position is only ever
+// "update T set F = ?n" of the table's flag column: the flags written with qk_flags, position by
+// position over what the row holds when it is written. Under a reset guard a position is only ever
 // cleared (a reset computed before another line's reset committed cannot restore that line's
 // flag); under a store limit only the store's lines change. Any other assignment is kept.
 std::string flag_assignment(const Archive& a, const std::string& table, const std::string& set) {
@@ -116,19 +119,25 @@ std::string flag_assignment(const Archive& a, const std::string& table, const st
   if (!archive::same_name(column, t->flags) || value.size() < 2 || value[0] != '?' ||
       value.find_first_not_of("0123456789", 1) != std::string::npos)
     return set;
-  std::string f(t->flags), expr;
-  int width = archive::find_column(*t, t->flags)->flag_width;
-  for (int p = 1; p <= width; ++p) {
-    std::string now = "substr(" + f + ", " + std::to_string(p) + ", 1)";
-    std::string given = "substr(" + value + ", " + std::to_string(p) + ", 1)";
-    std::string written =
-        a.reset_guard ? "CASE WHEN " + now + " = '1' AND " + given + " = '1' THEN '1' ELSE '0' END"
-                      : given;
-    std::string scope = store_line_condition(a, *t, p);
-    if (!scope.empty())
-      written = "CASE WHEN " + scope + " THEN " + written + " ELSE " + now + " END";
-    expr += (p > 1 ? " || " : "") + written;
+  // The positions the store may write, per department: "CASE dept WHEN 1 THEN '10100000' … END".
+  std::string writable = "NULL";
+  if (a.store_limit && !t->department.empty()) {
+    int width = archive::find_column(*t, t->flags)->flag_width;
+    std::map<int32_t, std::string> masks;
+    for (int line = 1; line <= width && line <= 8; ++line)
+      for (int32_t d : a.store_limit->departments[static_cast<std::size_t>(line - 1)]) {
+        auto& m =
+            masks.try_emplace(d, std::string(static_cast<std::size_t>(width), '0')).first->second;
+        m[static_cast<std::size_t>(line - 1)] = '1';
+      }
+    std::string none = "'" + std::string(static_cast<std::size_t>(width), '0') + "'";
+    writable = masks.empty() ? none : "CASE " + std::string(t->department);
+    for (const auto& [d, m] : masks) writable += " WHEN " + std::to_string(d) + " THEN '" + m + "'";
+    if (!masks.empty()) writable += " ELSE " + none + " END";
   }
+  std::string f(t->flags);
+  std::string expr =
+      "qk_flags(" + f + ", " + value + ", " + (a.reset_guard ? "1" : "0") + ", " + writable + ")";
   return " " + f + " = " + expr;
 }
 

@@ -117,10 +117,6 @@ void register_db_access();
 void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
                     const std::string& condition, const std::vector<Variant>& params);
 
-// Under the connection's store limit, the SQL condition that a row of `t` belongs to a department
-// whose line `line` is the store's; "" without a limit.
-std::string store_line_condition(const Archive& a, const archive::Table& t, int line);
-
 // Drops this thread's shared connection to a location, so that the next class opens it anew
 // (an archive made again on a server).
 void forget_shared_archive(const std::string& location);

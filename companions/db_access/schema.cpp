@@ -191,6 +191,7 @@ const char* kPgNextVersion = "(SELECT qk_next_version())";
 struct PgFunction {
   const char* name;
   const char* create;
+  int since = 2;  // the schema version that added it (an upgrade creates the newer ones)
 };
 constexpr PgFunction kPgFunctions[] = {
     {"qk_next_version",
@@ -208,6 +209,13 @@ constexpr PgFunction kPgFunctions[] = {
     {"qk_intdiv",
      "CREATE FUNCTION qk_intdiv(a DOUBLE PRECISION, b DOUBLE PRECISION) RETURNS BIGINT\n"
      "  LANGUAGE sql IMMUTABLE STRICT AS 'SELECT round(a)::BIGINT / round(b)::BIGINT';\n"},
+    // The flag writer the SQLite connection registers (access_sql.h), on bit strings.
+    {"qk_flags",
+     "CREATE FUNCTION qk_flags(c TEXT, w TEXT, clear_only INTEGER, m TEXT) RETURNS TEXT\n"
+     "  LANGUAGE sql IMMUTABLE AS 'SELECT ((c::varbit & ~(coalesce(m, repeat(''1'', "
+     "length(c)))::varbit)) | ((CASE WHEN clear_only = 1 THEN c::varbit & w::varbit ELSE "
+     "w::varbit END) & coalesce(m, repeat(''1'', length(c)))::varbit))::text';\n",
+     3},
 };
 
 std::string pg_version_triggers_sql(const Table& t) {
@@ -287,8 +295,10 @@ std::string upgrade_schema_sql(int from) {
 }
 
 std::string pg_upgrade_schema_sql(int from) {
-  return added_columns_sql(from, kPostgres) +
-         "UPDATE QK_SCHEMA SET VERSION = " + std::to_string(archive::kSchemaVersion) + ";\n";
+  std::string s = added_columns_sql(from, kPostgres);
+  for (const auto& f : kPgFunctions)
+    if (f.since > from) s += "CREATE OR REPLACE" + std::string(f.create).substr(6);
+  return s + "UPDATE QK_SCHEMA SET VERSION = " + std::to_string(archive::kSchemaVersion) + ";\n";
 }
 
 }  // namespace qk::companions
