@@ -1,8 +1,11 @@
 // layout: the arrays of a layout for one series, or --check to list what would not travel well.
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
+#include "archive_pictures.h"
 #include "commands.h"
 #include "output.h"
 #include "picture_files.h"
@@ -169,8 +172,19 @@ void add_layout_command(CLI::App& app, Options& g) {
   pv->callback([vo] {
     qk::sync::ContextScope context("layout " + std::to_string(vo->layout) + " of department " +
                                    std::to_string(vo->dept));
-    qk::LayoutPreview p = qk::preview_layout(vo->dept, vo->layout, vo->family,
-                                             qk::path_in(qk::installation_folder(), "images"));
+    // Logos as the archive holds them, as the sync sends them, from a folder of this run's own
+    // (the installation folder stays as it is: the preview only looks).
+    std::string tmpl = (std::filesystem::temp_directory_path() / "qkp-pictures-XXXXXX").string();
+    if (!::mkdtemp(tmpl.data())) return fail("cannot make a temporary folder for the pictures");
+    struct Removed {
+      std::string path;
+      ~Removed() {
+        std::error_code ec;
+        std::filesystem::remove_all(path, ec);
+      }
+    } pictures{tmpl};
+    qk::sync::write_department_pictures(*qk::sync::open_archive_tools(), tmpl, vo->dept);
+    qk::LayoutPreview p = qk::preview_layout(vo->dept, vo->layout, vo->family, tmpl);
     if (!p.exists) return fail("does not exist");
     std::string out = vo->file.empty() ? "layout-" + std::to_string(vo->dept) + "-" +
                                              std::to_string(vo->layout) + ".svg"

@@ -63,6 +63,17 @@ std::string materialised_picture(const std::string& folder, const std::string& b
   return path;
 }
 
+void write_department_pictures(ArchiveTools& a, const std::string& folder, int32_t dept) {
+  const archive::Table& t = *archive::find_table("IMMAGINI");
+  for (auto rs = a.select_rows(t, {{"IM_BNC", dept}}); !rs->Eof(); rs->MoveNext()) {
+    std::string name = rs->Fields("IM_FILE_NAME").to_text();
+    auto bytes = picture_bytes(rs->Fields("IM_PICTURE").to_text());
+    // Names are the archive's: one with a folder in it is not written.
+    if (name.empty() || name.find('/') != std::string::npos || !bytes || bytes->empty()) continue;
+    save_file_atomically(folder + "/" + name, *bytes);
+  }
+}
+
 std::vector<std::string> picture_file_candidates(const std::string& folder, int32_t dept,
                                                  const std::string& name) {
   return {folder + "/images/" + std::to_string(dept) + "/" + name, folder + "/images/" + name,

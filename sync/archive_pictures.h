@@ -22,6 +22,10 @@ std::string materialised_picture(const std::string& folder, const std::string& b
 // The whole content of a file, or nullopt when it cannot be read.
 std::optional<std::string> read_whole_file(const std::string& path);
 
+// The department's pictures as the archive holds them, written by file name into `folder` for
+// what reads pictures by name (the layout preview). An image without a picture has no file there.
+void write_department_pictures(ArchiveTools& a, const std::string& folder, int32_t dept);
+
 // Where a row's picture file is looked for in a folder: images/<department>/<name> (as the CSV
 // export writes them), images/<name> (as an installation keeps them), then <name>.
 std::vector<std::string> picture_file_candidates(const std::string& folder, int32_t dept,
