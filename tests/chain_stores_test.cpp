@@ -33,9 +33,17 @@ QK_ON_BOTH_BACKENDS(ChainStores);
 // stores sync line 1 at once while the chain office imports; each transport gets its own
 // departments only, and neither store's sync, mark or reset touches the other's lines.
 TEST_P(ChainStores, EachStoreDeliversAndResetsOnlyItsOwnLines) {
-  ASSERT_EQ(run_sql("UPDATE SCALE_LINES SET SL_STORE = CASE WHEN SL_BNC = 1 AND SL_LINE <> 2 "
-                    "THEN 'A' ELSE 'B' END"),
-            "");
+  // The chain office gives the demo's lines to the stores by importing the network.
+  std::filesystem::create_directories(dir.file("network"));
+  std::ofstream(dir.file("network/SCALE_LINES.csv"))
+      << "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE,SL_STORE\n1,1,3000,1,A\n1,2,5000,2,B\n1,3,2000,3,A\n"
+         "2,1,3000TOP,1,B\n2,2,VELTA,2,B\n2,3,5000,3,B\n3,1,KESTRA,1,B\n3,2,3000,2,B\n";
+  ASSERT_EQ(qkp("import-csv --replace " + dir.file("network")), 0) << err;
+  std::ofstream(dir.file("network/SCALE_LINES.csv"))
+      << "SL_BNC,SL_LINE,SL_FAMILY,SL_SCALE,SL_STORE\n1,1,3000,1,A B\n";
+  EXPECT_EQ(qkp("import-csv --replace " + dir.file("network")), 1);
+  EXPECT_NE(err.find("column SL_STORE: holds \"A B\", not a store's name"), std::string::npos)
+      << err;
   std::string store_a = dir.file("storeA"), store_b = dir.file("storeB");
   ASSERT_EQ(qkp_in(store_a, "init --join '" + location() + "' --store A"), 0) << err;
   ASSERT_EQ(qkp_in(store_b, "init --join '" + location() + "' --store B"), 0) << err;
