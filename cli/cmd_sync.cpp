@@ -305,11 +305,23 @@ void add_sync_commands(CLI::App& app, Options& g) {
     qk::Where key{{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}};
     sync::ArchiveWrite write(*a);
     check_own_line(*a, key, lo->all_stores);
-    if (a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE"},
-                       {lo->family, lo->scale, given}) == 0)
+    auto before = a->select_rows(t, key);
+    bool added = before->Eof();
+    // A new scale, or another family or scale number on the line, has none of the department's
+    // records yet: every one becomes pending there.
+    bool changed = added || before->Fields("SL_FAMILY").to_text() != lo->family ||
+                   before->Fields("SL_SCALE").to_int32() != lo->scale;
+    if (added)
       a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE", "SL_STORE"},
                     {lo->dept, lo->line, lo->family, lo->scale, given});
+    else
+      a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE"}, {lo->family, lo->scale, given});
+    long marked = changed ? sync::mark_line_pending(*a, lo->dept, lo->line, lo->family) : 0;
     write.commit();
+    std::string where =
+        "department " + std::to_string(lo->dept) + ", line " + std::to_string(lo->line);
+    std::printf("%s %s: %s marked pending there\n", added ? "added" : changed ? "changed" : "unchanged",
+                where.c_str(), counted(marked, "row").c_str());
   });
   auto* remove = lines->add_subcommand("remove", "Remove a line of a department");
   remove->add_option("--dept", lo->dept)->required()->check(CLI::NonNegativeNumber);
@@ -321,8 +333,13 @@ void add_sync_commands(CLI::App& app, Options& g) {
     sync::ArchiveWrite write(*a);
     check_own_line(*a, key, lo->all_stores);
     if (a->delete_rows(*qk::archive::find_table("SCALE_LINES"), key) == 0)
-      fail("department " + std::to_string(lo->dept) + " has no line " + std::to_string(lo->line));
+      return fail("department " + std::to_string(lo->dept) + " has no line " +
+                  std::to_string(lo->line));
+    long left = sync::rows_pending_on(*a, lo->dept, lo->line);
     write.commit();
+    std::printf("removed department %d, line %d: %s of the department still hold it pending "
+                "(a line set there again gets everything anyway)\n",
+                lo->dept, lo->line, counted(left, "row").c_str());
   });
   auto svg = std::make_shared<std::string>();
   lines->add_option("--svg", *svg,

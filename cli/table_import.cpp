@@ -462,9 +462,8 @@ class Importer {
       int32_t dept = r.values[t.index("SL_BNC")].to_int32();
       int32_t line = r.values[t.index("SL_LINE")].to_int32();
       lines_.reset();
-      for (const auto& ft : archive::tables())
-        if (!ft.flags.empty())
-          marked_ += a_.mark_pending(ft, {{std::string(ft.department), dept}}, mask(ft, {line}));
+      marked_ +=
+          qk::sync::mark_line_pending(a_, dept, line, r.values[t.index("SL_FAMILY")].to_text());
       return;
     }
     if (table.name == "MESSAGES") {

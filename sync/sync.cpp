@@ -563,4 +563,30 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
   return result;
 }
 
+long mark_line_pending(ArchiveTools& a, int32_t dept, int32_t line, const std::string& family) {
+  const Family* forms = forms_of(family);
+  long rows = 0;
+  for (const auto& e : sources()) {
+    auto g = e.flagged && forms ? group_of(e.kind, Form::None) : std::nullopt;
+    if (!g || forms->form(e.kind) == Form::None) continue;
+    const archive::Table& t = group_table(*g);
+    rows += a.mark_pending(t, {{std::string(t.department), dept}},
+                           line_mask(archive::find_column(t, t.flags)->flag_width, {line}));
+  }
+  return rows;
+}
+
+long rows_pending_on(ArchiveTools& a, int32_t dept, int32_t line) {
+  long rows = 0;
+  for (const auto& t : archive::tables()) {
+    if (t.flags.empty()) continue;
+    for (auto rs = a.select_rows(t, {{std::string(t.department), dept}}); !rs->Eof();
+         rs->MoveNext()) {
+      std::string f = rs->Fields(std::string(t.flags)).to_text();
+      rows += line >= 1 && static_cast<std::size_t>(line) <= f.size() && f[line - 1] == '1';
+    }
+  }
+  return rows;
+}
+
 }  // namespace qk::sync

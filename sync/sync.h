@@ -104,4 +104,10 @@ struct MarkResult {
 // request's store are marked.
 MarkResult mark(ArchiveTools& a, const MarkRequest& r);
 
+// A new or changed line: every flag-carrying record of the department that the line's family
+// takes becomes pending on it (in the caller's write transaction). Returns the rows marked.
+long mark_line_pending(ArchiveTools& a, int32_t dept, int32_t line, const std::string& family);
+// The rows of the department whose flags hold the line pending.
+long rows_pending_on(ArchiveTools& a, int32_t dept, int32_t line);
+
 }  // namespace qk::sync

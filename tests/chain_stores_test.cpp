@@ -188,4 +188,34 @@ TEST_P(ChainStores, APictureAddedInOneFolderIsSentByAnother) {
   EXPECT_NE(sent.find("banner.bmp    Banner"), std::string::npos) << sent;
 }
 
+// A scale added to a department gets everything the department has for its family: `lines set`
+// marks it and says how many rows, and the next sync sends the flagged records `--full` sends.
+using NetworkLines = Tool;
+
+TEST_F(NetworkLines, ANewLineGetsEverythingItsDepartmentHas) {
+  std::string out;
+  EXPECT_EQ(qkp("lines set --dept 1 --line 4 --family 5000 --scale 2", &out), 0) << err;
+  EXPECT_EQ(out, "added department 1, line 4: 114 rows marked pending there\n");
+  EXPECT_EQ(qkp("lines set --dept 1 --line 4 --family 5000 --scale 2", &out), 0) << err;
+  EXPECT_EQ(out, "unchanged department 1, line 4: 0 rows marked pending there\n");
+  std::string added = dir.file("added.log"), full = dir.file("full.log");
+  EXPECT_EQ(exit_status_of(start_logged_sync(home, "--line 4", added)), 0);
+  start_logged_sync(home, "--line 4 --full", full);
+  while (wait(nullptr) > 0) {
+  }
+  auto flagged = [](const std::string& log) {
+    std::multiset<std::string> strings;
+    for (const auto& s : logged_strings(log))
+      for (const char* kind : {" keys ", " barcodes ", " lots ", " ads "})
+        if (s.find(kind) == 1) strings.insert(s);
+    return strings;
+  };
+  EXPECT_FALSE(flagged(added).empty());
+  EXPECT_EQ(flagged(added), flagged(full));
+  EXPECT_EQ(qkp("lines remove --dept 1 --line 4", &out), 0) << err;
+  EXPECT_EQ(out,
+            "removed department 1, line 4: 0 rows of the department still hold it pending (a line "
+            "set there again gets everything anyway)\n");
+}
+
 }  // namespace
