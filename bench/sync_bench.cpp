@@ -6,6 +6,7 @@
 #include <libpq-fe.h>
 #include <sqlite3.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -85,6 +86,7 @@ void full_sync_of_line1(benchmark::State& state, const std::string& folder) {
   qk::sync::SyncOptions o;
   o.scope.line = 1;
   o.scope.full = true;
+  o.say = [](const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); };
   std::string out = folder + "/sent.bin";
   auto tools = qk::sync::open_archive_tools();
   qk::sync::MarkRequest all_pending;

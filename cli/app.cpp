@@ -75,7 +75,9 @@ bool only_reads(const std::string& command) {
                                                  "flags lots",
                                                  "flags ads",
                                                  "layouts",
-                                                 "images"};
+                                                 "images",
+                                                 "journal",
+                                                 "runs"};
   return kReaders.count(command) > 0;
 }
 
@@ -95,6 +97,7 @@ void add_commands(CLI::App& app, Options& options) {
   add_params_command(app, options);
   add_layout_command(app, options);
   add_sync_commands(app, options);
+  add_journal_commands(app, options);
   add_listing_command(app, options, "layouts", "TICKET", "ticket layouts");
   add_picture_command(*add_listing_command(app, options, "images", "IMMAGINI", "images"));
   read_numbers_as_decimal(app);

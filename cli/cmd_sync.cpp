@@ -219,6 +219,12 @@ void run_sync(const SyncCommand& c) {
        ": archive " + a->location() + ", settings " + qk::host::settings_file());
   bool terminal = ::isatty(2);
   sync::SyncOptions o = c.options;
+  o.by = "qkp sync --line " + std::to_string(o.scope.line) +
+         (o.scope.dept >= 0 ? " --dept " + std::to_string(o.scope.dept) : "") +
+         (o.scope.full ? " --full" : "");
+  o.transport = !c.out_file.empty() ? "file " + c.out_file
+                : !c.sender.empty() ? "sender " + c.sender
+                                    : "exec " + c.exec;
   o.say = [terminal](const std::string& text) {
     std::fprintf(stderr, "%sqkp: %s\n", terminal ? "\r" : "", text.c_str());
   };
@@ -320,7 +326,10 @@ void add_sync_commands(CLI::App& app, Options& g) {
     write.commit();
     std::string where =
         "department " + std::to_string(lo->dept) + ", line " + std::to_string(lo->line);
-    std::printf("%s %s: %s marked pending there\n", added ? "added" : changed ? "changed" : "unchanged",
+    std::printf("%s %s: %s marked pending there\n",
+                added     ? "added"
+                : changed ? "changed"
+                          : "unchanged",
                 where.c_str(), counted(marked, "row").c_str());
   });
   auto* remove = lines->add_subcommand("remove", "Remove a line of a department");
@@ -337,9 +346,10 @@ void add_sync_commands(CLI::App& app, Options& g) {
                   std::to_string(lo->line));
     long left = sync::rows_pending_on(*a, lo->dept, lo->line);
     write.commit();
-    std::printf("removed department %d, line %d: %s of the department still hold it pending "
-                "(a line set there again gets everything anyway)\n",
-                lo->dept, lo->line, counted(left, "row").c_str());
+    std::printf(
+        "removed department %d, line %d: %s of the department still hold it pending "
+        "(a line set there again gets everything anyway)\n",
+        lo->dept, lo->line, counted(left, "row").c_str());
   });
   auto svg = std::make_shared<std::string>();
   lines->add_option("--svg", *svg,

@@ -102,6 +102,7 @@ MdbTables read_mdb(const std::string& path, const std::vector<std::string>& only
     if (!name.empty() && name.back() == '\r') name.pop_back();
     if (name.empty()) continue;
     const qk::archive::Table* t = qk::archive::find_table_any_case(name);
+    if (t && t->own) t = nullptr;  // the journal is the syncs' own
     bool asked = only.empty();
     for (auto it = wanted.begin(); it != wanted.end(); ++it)
       if (strcasecmp(it->c_str(), name.c_str()) == 0) {

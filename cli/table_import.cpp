@@ -247,10 +247,13 @@ TableRows check_header(const std::string& path,
                        const std::vector<std::optional<std::string>>* header, bool ignore_extra) {
   std::string name = std::filesystem::path(path).stem().string();
   const archive::Table* t = archive::find_table_any_case(name);
+  if (t && t->own)
+    refuse(path + ": " + std::string(t->name) +
+           " is the delivery journal, written by the syncs themselves; it is not imported");
   if (!t) {
     std::string known;
     for (const auto& table : archive::tables())
-      known += (known.empty() ? "" : ", ") + std::string(table.name);
+      if (!table.own) known += (known.empty() ? "" : ", ") + std::string(table.name);
     refuse(path + ": the archive has no table " + name +
            " (files are named after a table: " + known + ")");
   }
@@ -727,7 +730,7 @@ std::vector<std::pair<std::string, long>> export_tables(qk::ArchiveTools& a,
   a.begin_read();
   try {
     for (const auto& t : archive::tables()) {
-      if (!only.empty() && t.name != only) continue;
+      if ((!only.empty() && t.name != only) || (only.empty() && t.own)) continue;
       // A file's bytes go to a file of their own (images/<dept>/<name>), not into the table.
       std::vector<std::string> cols;
       for (const auto& c : archive::written_columns(t))

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "content_hash.h"
 #include "qk/host.h"
 
 namespace qk::sync {
@@ -44,15 +45,7 @@ std::optional<std::string> read_whole_file(const std::string& path) {
 }
 
 std::string materialised_picture(const std::string& folder, const std::string& bytes) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int size = 0;
-  EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha256(), nullptr);
-  static const char* hex = "0123456789abcdef";
-  std::string name;
-  for (unsigned int i = 0; i < size; ++i) {
-    name += hex[digest[i] >> 4];
-    name += hex[digest[i] & 15];
-  }
+  std::string name = sha256_hex(bytes);
   std::string dir =
       (folder.ends_with("/") ? folder.substr(0, folder.size() - 1) : folder) + "/.archive";
   std::string path = dir + "/" + name + ".bmp";

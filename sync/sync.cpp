@@ -4,6 +4,9 @@
 #include <span>
 #include <thread>
 
+#include "child_process.h"
+#include "content_hash.h"
+#include "journal.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "row_checks.h"
@@ -54,6 +57,8 @@ class LineSync {
  public:
   LineSync(ArchiveTools& a, Transport& t, const SyncOptions& o, SyncReport& r)
       : a_(a), t_(t), o_(o), r_(r) {}
+  // The run whose journal gets the confirmed records.
+  void journal_to(const Run* run) { run_ = run; }
 
   // One department's line; false when delivery stopped.
   bool run(const LineContext& line) {
@@ -145,6 +150,7 @@ class LineSync {
     std::optional<GroupRef> group;
     RowSnapshot snapshot;
     std::string context;  // "department 1, line 2 (5000, scale 2), key 7"
+    JournalEntry entry;   // what the journal says of it once confirmed
   };
 
   void problem(const std::string& text) {
@@ -173,7 +179,7 @@ class LineSync {
     }
     ContextScope context(line_context_ + ", " + source.label(id));
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, current_context()};
+    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, current_context(), {}};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;
@@ -224,7 +230,11 @@ class LineSync {
       if (!t_.send(envelope_, s)) return false;
       w.bytes += static_cast<long long>(s.size());
       ++w.strings;
+      hash_.add(s);
     }
+    w.entry = {envelope_.dept,   envelope_.line, envelope_.scale,
+               envelope_.family, envelope_.kind, id,
+               w.bytes,          hash_.hex()};
     waiting_.push_back(std::move(w));
     in_flight_.clear();
     o_.progress(++delivered_);
@@ -291,7 +301,7 @@ class LineSync {
       tally.bytes += w.bytes;
       resets = resets || w.source;
     }
-    if (resets) reset_waiting();
+    if (resets || run_) reset_waiting();
     waiting_.clear();
   }
 
@@ -320,8 +330,12 @@ class LineSync {
   std::string try_reset_waiting() {
     try {
       a_.begin_write();
+      std::vector<JournalEntry> confirmed;
       for (const auto& w : waiting_) {
-        if (!w.source) continue;
+        if (!w.source) {
+          confirmed.push_back(w.entry);
+          continue;
+        }
         ContextScope context(w.context);
         Watch watch;
         a_.guard_resets(w.group ? &w.snapshot : nullptr);
@@ -335,8 +349,13 @@ class LineSync {
         if (watch.reported()) {
           ++r_.tally[w.kind].reset_failed;
           problem("delivered, but its flags could not be reset; it will be sent again");
+        } else {
+          confirmed.push_back(w.entry);
         }
       }
+      // The journal's rows commit with the resets: one exists exactly when its record was
+      // confirmed and reset.
+      if (run_) write_journal(a_, *run_, utc_now(), confirmed);
       a_.commit();
     } catch (const std::exception& ex) {
       a_.guard_resets(nullptr);
@@ -382,6 +401,8 @@ class LineSync {
   Transport& t_;
   const SyncOptions& o_;
   SyncReport& r_;
+  const Run* run_ = nullptr;  // the journal's run; none: no journal
+  ContentHash hash_;
   Envelope envelope_;
   std::string line_context_;
   std::string in_flight_;  // the record being handed to the transport
@@ -457,9 +478,14 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   StoreLimit limit(a, o.scope.store);
   std::vector<std::string> problems;
   bool stopped = false;
+  std::optional<Run> run;
   LineSync lines(a, t, o, r);
   int visited = 0;
   try {
+    if (o.journal) {
+      run = begin_run(a, o.by, o.scope.store.value_or(""), o.scope.line, o.transport);
+      lines.journal_to(&*run);
+    }
     visited = for_each_line(
         a, o.scope,
         [&](const LineContext& c) {
@@ -487,6 +513,25 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
   if (!problems.empty() || stopped) r.status = SyncReport::Failed;
   if (visited == 0 && problems.empty()) r.status = SyncReport::NoLine;
   r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  // After a lost connection nothing more is tried on the archive: the run keeps no end and is
+  // listed as interrupted.
+  if (run && !lines.lost()) {
+    run->records = r.records();
+    run->bytes = r.bytes();
+    run->retries = r.retries;
+    run->outcome = stop_signal() != 0               ? "stopped"
+                   : r.status == SyncReport::Done   ? "done"
+                   : r.status == SyncReport::NoLine ? "no line"
+                                                    : "failed";
+    run->error = !r.stopped.empty() ? r.stopped : problems.empty() ? "" : problems.front();
+    r.run = run->id;
+    try {
+      end_run(a, *run);
+    } catch (const std::exception& e) {
+      // A lost archive: the run keeps no end and is listed as interrupted.
+      o.say("the run's end could not be written to the journal: " + error_text(e));
+    }
+  }
   return r;
 }
 

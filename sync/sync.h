@@ -56,6 +56,7 @@ struct SyncReport {
   std::string stopped;  // why delivery stopped, when it did
   std::string holder;   // Busy: who holds the line
   long retries = 0;     // resets tried again because another writer held the archive
+  std::string run;      // the run's id in the journal
   double seconds = 0;
   long records() const;
   long long bytes() const;
@@ -68,6 +69,9 @@ struct SyncOptions {
   std::function<void(const std::string&)> say = [](const std::string&) {};
   // Called after each delivered record with the running count.
   std::function<void(long)> progress = [](long) {};
+  // The delivery journal (QK_RUNS, QK_JOURNAL): who ran the sync, over what transport.
+  bool journal = true;
+  std::string by, transport;
 };
 
 // Runs the sync. What was not delivered stays pending; a record delivered but not reset is sent

@@ -119,9 +119,11 @@ TEST_P(ChainStores, AnUpgradedArchiveIsOneStoreWithItsPictures) {
   ASSERT_EQ(qkp("sync --line 1 --dept 1 --full --out " + dir.file("before.txt")), 1) << err;
   ASSERT_EQ(run_sql(server.empty()
                         ? "ALTER TABLE SCALE_LINES DROP COLUMN SL_STORE; ALTER TABLE IMMAGINI DROP "
-                          "COLUMN IM_PICTURE; PRAGMA user_version = 2;"
+                          "COLUMN IM_PICTURE; DROP TABLE QK_JOURNAL; DROP TABLE QK_RUNS; PRAGMA "
+                          "user_version = 2;"
                         : "ALTER TABLE SCALE_LINES DROP COLUMN SL_STORE; ALTER TABLE IMMAGINI DROP "
-                          "COLUMN IM_PICTURE; UPDATE QK_SCHEMA SET VERSION = 2;"),
+                          "COLUMN IM_PICTURE; DROP TABLE QK_JOURNAL; DROP TABLE QK_RUNS; UPDATE "
+                          "QK_SCHEMA SET VERSION = 2;"),
             "");
   EXPECT_EQ(qkp("lines"), 1);
   EXPECT_NE(err.find("run \"qkp archive upgrade\""), std::string::npos) << err;

@@ -70,9 +70,13 @@ std::string column_sql(const Column& c, const Dialect& d) {
   return l;
 }
 
-// The columns later versions added to an archive of version `from`.
+std::string table_sql(const Table& t, const Dialect& d);
+
+// The tables and columns later versions added to an archive of version `from`.
 std::string added_columns_sql(int from, const Dialect& d) {
   std::string s;
+  for (const auto& added : archive::kAddedTables)
+    if (added.version > from) s += table_sql(*archive::find_table(added.table), d);
   for (const auto& added : archive::kAddedColumns)
     if (added.version > from) {
       const Table& t = *archive::find_table(added.table);

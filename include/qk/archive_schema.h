@@ -94,6 +94,8 @@ struct QK_API Table {
   std::string_view flags;       // the flag column of the sync's flag-carrying kinds, or empty
   std::string_view record_id;   // with flags: the column that numbers the records
   std::span<const std::string_view> indexes;  // extra index column lists, "A, B, C"
+  // Written only by the tools themselves (the delivery journal): not exported, not imported.
+  bool own = false;
 };
 
 namespace detail {
@@ -258,6 +260,36 @@ inline constexpr Column kArticles[] = {
 };
 inline constexpr Names kArticlesKey[] = {"BNC", "Plu"};
 
+// Times are UTC, "2026-11-20T14:02:05Z"; a run's id is its start time, host, process and the
+// process's count of runs.
+inline constexpr Column kRuns[] = {
+    {"RUN_ID", T::Text, true},
+    {"RUN_START", T::Text, true},
+    {"RUN_END", T::Text},  // Null while it runs, or when it was killed
+    {"RUN_BY", T::Text, true, ""},
+    {"RUN_STORE", T::Text, true, ""},
+    {"RUN_LINE", T::Integer, true, 0},
+    {"RUN_TRANSPORT", T::Text, true, ""},
+    {"RUN_RECORDS", T::Integer, true, 0},
+    {"RUN_BYTES", T::Integer, true, 0},
+    {"RUN_RETRIES", T::Integer, true, 0},
+    {"RUN_OUTCOME", T::Text, true, "running"},
+    {"RUN_ERROR", T::Text, true, ""},
+};
+inline constexpr Names kRunsKey[] = {"RUN_ID"};
+inline constexpr Names kRunsIndexes[] = {"RUN_START"};
+
+inline constexpr Column kJournal[] =
+    {
+        {"J_TIME", T::Text, true},      {"J_RUN", T::Text, true},
+        {"J_STORE", T::Text, true, ""}, {"J_BNC", T::Integer, true},
+        {"J_LINE", T::Integer, true},   {"J_SCALE", T::Integer, true},
+        {"J_FAMILY", T::Text, true},    {"J_KIND", T::Text, true},
+        {"J_ID", T::Integer, true},     {"J_LENGTH", T::Integer, true},
+        {"J_HASH", T::Text, true},  // SHA-256 of the record's bytes as delivered, in hexadecimal
+};
+inline constexpr Names kJournalIndexes[] = {"J_BNC, J_LINE, J_KIND, J_ID", "J_RUN", "J_TIME"};
+
 inline constexpr Table kTables[] = {
     {"SCALE_LINES",
      "The network: which lines exist per department, the family and scale number of each.",
@@ -360,6 +392,26 @@ inline constexpr Table kTables[] = {
      {},
      {},
      {}},
+    {"QK_RUNS",
+     "The delivery journal: one row per sync run.",
+     kRuns,
+     kRunsKey,
+     {},
+     "",
+     {},
+     {},
+     kRunsIndexes,
+     true},
+    {"QK_JOURNAL",
+     "The delivery journal: one row per record a line confirmed, written with its reset.",
+     kJournal,
+     {},
+     {},
+     "",
+     {},
+     {},
+     kJournalIndexes,
+     true},
 };
 
 }  // namespace detail
@@ -374,6 +426,12 @@ inline constexpr AddedColumn kAddedColumns[] = {
     {3, "SCALE_LINES", "SL_STORE"},
     {3, "IMMAGINI", "IM_PICTURE"},
 };
+// Tables a schema version added: an upgrade from an older version creates them.
+struct QK_API AddedTable {
+  int version;
+  std::string_view table;
+};
+inline constexpr AddedTable kAddedTables[] = {{3, "QK_RUNS"}, {3, "QK_JOURNAL"}};
 
 // Every table, in the order they are created, imported and exported.
 inline constexpr std::span<const Table> tables() {
