@@ -98,10 +98,14 @@ std::string outcome_of(qk::ArchiveTools& a, const nlohmann::json& run) {
   std::string outcome = run["RUN_OUTCOME"].get<std::string>();
   if (!run["RUN_END"].is_null()) return outcome;
   std::string store = run["RUN_STORE"].get<std::string>(), holder;
-  auto locks =
-      sync::lock_line_of(a, store.empty() ? sync::StoreChoice() : store, {},
-                         static_cast<int32_t>(run["RUN_LINE"].get<long long>()), false, &holder);
-  return locks.empty() ? "running" : "interrupted";
+  try {
+    auto locks =
+        sync::lock_line_of(a, store.empty() ? sync::StoreChoice() : store, {},
+                           static_cast<int32_t>(run["RUN_LINE"].get<long long>()), false, &holder);
+    return locks.empty() ? "running" : "interrupted";
+  } catch (const std::exception&) {
+    return "running or interrupted";  // a user who may not take the lock cannot tell which
+  }
 }
 
 void show_runs(const Options& g, int limit) {
