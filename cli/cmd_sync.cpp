@@ -6,6 +6,7 @@
 
 #include "child_process.h"
 #include "commands.h"
+#include "content_pending.h"
 #include "picture_files.h"
 #include "qk/column_rules.h"
 #include "qk/error.h"
@@ -154,7 +155,8 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
         records.push_back({{"kind", sync::kind_name(r.kind)},
                            {"id", r.id},
                            {"label", qk::cp1252_to_utf8(r.label)},
-                           {"flags", r.flags}});
+                           {"flags", r.flags},
+                           {"reason", r.reason}});
       out.push_back({{"dept", l.where.dept},
                      {"line", l.where.line},
                      {"family", l.where.family},
@@ -170,7 +172,8 @@ void show_pending(const Options& g, const sync::SyncScope& scope) {
       if (l.records.empty()) std::printf("  nothing pending\n");
       for (const auto& r : l.records)
         std::printf("  %-9s %-24s %s\n", sync::kind_name(r.kind).data(),
-                    qk::cp1252_to_utf8(r.label).c_str(), r.flags.c_str());
+                    qk::cp1252_to_utf8(r.label).c_str(),
+                    (r.reason.empty() ? r.flags : r.reason).c_str());
     }
   }
   if (total == 0) set_exit_status(kExitNothing);
@@ -323,6 +326,8 @@ void add_sync_commands(CLI::App& app, Options& g) {
     else
       a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE"}, {lo->family, lo->scale, given});
     long marked = changed ? sync::mark_line_pending(*a, lo->dept, lo->line, lo->family) : 0;
+    // The records without flags follow: nothing is on record for the line's new scale.
+    if (changed) sync::forget_delivered(*a, lo->dept, lo->line);
     write.commit();
     std::string where =
         "department " + std::to_string(lo->dept) + ", line " + std::to_string(lo->line);
@@ -345,6 +350,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
       return fail("department " + std::to_string(lo->dept) + " has no line " +
                   std::to_string(lo->line));
     long left = sync::rows_pending_on(*a, lo->dept, lo->line);
+    sync::forget_delivered(*a, lo->dept, lo->line);
     write.commit();
     std::printf(
         "removed department %d, line %d: %s of the department still hold it pending "

@@ -36,6 +36,20 @@ void import_files(const std::vector<CsvInput>& files, const TableOptions& o,
                 t.changed, t.unchanged);
   if (io.mark)
     std::printf("%s marked pending on their configured lines\n", counted(r.marked, "row").c_str());
+  // Tables without flags whose rows records are built from: their changes show by content.
+  auto by_content = [](std::string_view name) {
+    for (const auto& c : qk::archive::kCascades)
+      if (c.child == name) name = c.parent;
+    const auto* table = qk::archive::find_table(name);
+    return table && table->flags.empty() &&
+           qk::archive::find_column(*table, qk::archive::kRowVersionColumn);
+  };
+  for (const auto& t : r.tables) {
+    if (t.inserted + t.changed > 0 && by_content(t.table))
+      std::printf("%s: the records built from the changed rows are pending by content on every "
+                  "line that takes them (qkp pending)\n",
+                  t.table.c_str());
+  }
   if (io.dry_run) std::printf("dry run: nothing was written\n");
 }
 

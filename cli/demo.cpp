@@ -250,7 +250,7 @@ void fill_demo_archive(qk::ArchiveTools& tools) {
                                 {11, "1"},
                                 {13, "2000"},
                                 {14, "2000"}}},
-                              {3, 3, {{0, "50"}, {4, "99"}, {10, "1"}}}};
+                              {3, 3, {{0, "50"}, {4, "37"}, {10, "1"}}}};
   for (int bnc = 1; bnc <= 3; ++bnc) {
     for (auto [id, objects] : {std::pair{1, &first}, {2, &second}}) {
       a.put("TICKET", {bnc, id, id == 1 ? "Etichetta standard" : "Etichetta ridotta"});

@@ -56,9 +56,9 @@ void write_journal(ArchiveTools& a, const Run& run, const std::string& time,
   const archive::Table& t = *archive::find_table("QK_JOURNAL");
   static const std::vector<std::string> columns = archive::written_columns(t);
   for (const auto& e : entries)
-    a.insert_row(t, columns,
-                 {time, run.id, run.store, e.dept, e.line, e.scale, e.family, e.kind, e.id,
-                  e.length, e.hash});
+    a.insert_row(
+        t, columns,
+        {time, run.id, e.store, e.dept, e.line, e.scale, e.family, e.kind, e.id, e.length, e.hash});
 }
 
 }  // namespace qk::sync

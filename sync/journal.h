@@ -32,6 +32,7 @@ Run begin_run(ArchiveTools& a, std::string by, std::string store, int32_t line,
 void end_run(ArchiveTools& a, Run& run);
 
 struct JournalEntry {
+  std::string store;  // the line's
   int32_t dept, line, scale;
   std::string family, kind;
   int32_t id;

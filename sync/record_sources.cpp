@@ -369,10 +369,12 @@ const std::vector<SourceEntry>& sources() {
        [](const LineContext&, Form form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<DateSource>(form);
        }},
-      {Kind::Vat, false,
+      {Kind::Vat,
+       false,
        [](const LineContext&, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<VatSource>();
-       }},
+       },
+       {"ALIQUOTE"}},
       {Kind::Barcodes, true,
        [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<BarcodeSource>(c);
@@ -383,12 +385,15 @@ const std::vector<SourceEntry>& sources() {
        [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<AdSource>(c);
        }},
-      {Kind::ETexts, false,
+      {Kind::ETexts,
+       false,
        [](const LineContext& c, Form) -> std::unique_ptr<RecordSource> {
          return std::make_unique<TextSource>(c);
-       }},
-      {Kind::Layouts, false, with_form<LayoutSource>},
-      {Kind::Images, false, with_form<ImageSource>},
+       },
+       {"ETEXT", "Id", true}},
+      // A 5000 layout's logo names its image's file.
+      {Kind::Layouts, false, with_form<LayoutSource>, {"TICKET", "TK_ID", false, "IMMAGINI"}},
+      {Kind::Images, false, with_form<ImageSource>, {"IMMAGINI", "IM_ID"}},
   };
   return table;
 }

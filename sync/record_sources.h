@@ -52,11 +52,21 @@ class RecordSource {
   virtual void reset(int32_t) {}
 };
 
+// The archive rows a record without flags is built from: compared with its last delivery to
+// tell whether it is pending (content_pending.h).
+struct ContentRows {
+  const char* table = nullptr;   // none: never pending by content (the date goes with the rest)
+  const char* record = nullptr;  // the column numbering the records; none: the table read whole
+  bool by_position = false;      // records are numbered 1, 2, … in the order of that column
+  const char* also = nullptr;    // a table of the department every record reads too
+};
+
 struct SourceEntry {
   Kind kind;
-  bool flagged;  // the records carry transmission flags; the others are sent only with --full
+  bool flagged;  // the records carry transmission flags; the others are pending by content
   // A source for the line in the family's form of the kind.
   std::unique_ptr<RecordSource> (*open)(const LineContext& line, Form form);
+  ContentRows rows = {};
 };
 
 // One department's line for records taken one at a time, outside a sync (the tool's single-record

@@ -6,6 +6,7 @@
 
 #include "child_process.h"
 #include "content_hash.h"
+#include "content_pending.h"
 #include "journal.h"
 #include "qk/error.h"
 #include "qk/host.h"
@@ -56,7 +57,7 @@ class Watch {
 class LineSync {
  public:
   LineSync(ArchiveTools& a, Transport& t, const SyncOptions& o, SyncReport& r)
-      : a_(a), t_(t), o_(o), r_(r) {}
+      : a_(a), t_(t), o_(o), r_(r), content_(a) {}
   // The run whose journal gets the confirmed records.
   void journal_to(const Run* run) { run_ = run; }
 
@@ -64,6 +65,7 @@ class LineSync {
   bool run(const LineContext& line) {
     line_context_ = describe(line.where);
     line_ = line.where.line;
+    store_ = line.where.store;
     forget_states();  // they say what is pending on one line
     ContextScope context(line_context_);
     LineContext c = line;
@@ -83,13 +85,19 @@ class LineSync {
     if (lost_) return false;
     for (const SourceEntry& e : sources()) {
       Form form = c.forms->form(e.kind);
-      if (form == Form::None || (!e.flagged && !o_.scope.full && e.kind != Kind::Date)) continue;
+      if (form == Form::None) continue;
       try {
+        // A record without flags goes when its rows differ from its last delivery here.
+        bool by_content = !e.flagged && e.rows.table && !o_.scope.full;
+        std::map<int32_t, std::string> changed;
+        if (by_content) changed = content_.pending(c.where, e.kind);
+        if (by_content && changed.empty()) continue;
         std::vector<std::string> problems;
         auto source = e.open(c, form);
         auto ids = source->ids(e.flagged && !o_.scope.full ? c.where.line : 0, &problems);
         for (const auto& p : problems) problem(p);
-        if (e.flagged) pending += ids.size();
+        if (by_content) std::erase_if(ids, [&](int32_t id) { return !changed.contains(id); });
+        if (e.flagged || by_content) pending += ids.size();
         kinds.push_back({e.kind, e.flagged, form, std::move(source), std::move(ids)});
       } catch (const std::exception& ex) {
         if (lost(&ex)) return false;
@@ -151,6 +159,7 @@ class LineSync {
     RowSnapshot snapshot;
     std::string context;  // "department 1, line 2 (5000, scale 2), key 7"
     JournalEntry entry;   // what the journal says of it once confirmed
+    std::string rows;     // a record without flags: its rows as built (content_pending.h)
   };
 
   void problem(const std::string& text) {
@@ -179,7 +188,7 @@ class LineSync {
     }
     ContextScope context(line_context_ + ", " + source.label(id));
     KindTally& tally = r_.tally[kind];
-    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, current_context(), {}};
+    Waiting w{kind, 0, 0, nullptr, id, source.group(id), {}, current_context(), {}, {}};
     std::vector<std::string> strings;
     Watch watch;
     warned_ = false;
@@ -201,6 +210,8 @@ class LineSync {
           w.snapshot = snapshot_of(group_table(w.group->group), *rows);
         }
       }
+      // Read before the record is built: what it is kept with is never newer than what it sent.
+      if (!flagged) w.rows = content_.rows_of(kind, envelope_.dept, id);
       strings = source.build(id);
     } catch (const RecordRefused& ex) {
       ++tally.failed;
@@ -232,9 +243,9 @@ class LineSync {
       ++w.strings;
       hash_.add(s);
     }
-    w.entry = {envelope_.dept,   envelope_.line, envelope_.scale,
-               envelope_.family, envelope_.kind, id,
-               w.bytes,          hash_.hex()};
+    w.entry = {
+        store_, envelope_.dept, envelope_.line, envelope_.scale, envelope_.family, envelope_.kind,
+        id,     w.bytes,        hash_.hex()};
     waiting_.push_back(std::move(w));
     in_flight_.clear();
     o_.progress(++delivered_);
@@ -299,7 +310,7 @@ class LineSync {
       KindTally& tally = r_.tally[w.kind];
       ++tally.records;
       tally.bytes += w.bytes;
-      resets = resets || w.source;
+      resets = resets || w.source || !w.rows.empty();
     }
     if (resets || run_) reset_waiting();
     waiting_.clear();
@@ -331,9 +342,14 @@ class LineSync {
     try {
       a_.begin_write();
       std::vector<JournalEntry> confirmed;
+      std::string now = utc_now();
       for (const auto& w : waiting_) {
         if (!w.source) {
           confirmed.push_back(w.entry);
+          if (!w.rows.empty())
+            record_delivered(
+                a_, {w.entry.dept, w.entry.line, w.entry.family, w.entry.scale, w.entry.store},
+                w.kind, w.id, w.rows, w.entry.hash, now, run_ ? run_->id : "");
           continue;
         }
         ContextScope context(w.context);
@@ -355,7 +371,7 @@ class LineSync {
       }
       // The journal's rows commit with the resets: one exists exactly when its record was
       // confirmed and reset.
-      if (run_) write_journal(a_, *run_, utc_now(), confirmed);
+      if (run_) write_journal(a_, *run_, now, confirmed);
       a_.commit();
     } catch (const std::exception& ex) {
       a_.guard_resets(nullptr);
@@ -402,9 +418,10 @@ class LineSync {
   const SyncOptions& o_;
   SyncReport& r_;
   const Run* run_ = nullptr;  // the journal's run; none: no journal
+  ContentPending content_;
   ContentHash hash_;
   Envelope envelope_;
-  std::string line_context_;
+  std::string line_context_, store_;
   std::string in_flight_;  // the record being handed to the transport
   std::vector<Waiting> waiting_;
   // The group states read in this read transaction: one scope, records first..last.
@@ -538,6 +555,7 @@ SyncReport run_sync(ArchiveTools& a, Transport& t, const SyncOptions& o) {
 std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
                                       std::vector<std::string>* problems) {
   std::vector<PendingLine> out;
+  ContentPending content(a);
   for_each_line(
       a, scope,
       [&](const LineContext& c) {
@@ -545,11 +563,17 @@ std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
         PendingLine p{c.where, true, {}};
         for (const SourceEntry& e : sources()) {
           Form form = c.forms->form(e.kind);
-          if (form == Form::None || !e.flagged) continue;
+          if (form == Form::None || (!e.flagged && !e.rows.table)) continue;
           try {
+            std::map<int32_t, std::string> changed;
+            if (!e.flagged && (changed = content.pending(c.where, e.kind)).empty()) continue;
             auto source = e.open(c, form);
-            for (int32_t id : source->ids(c.where.line, problems))
-              p.records.push_back({e.kind, id, source->label(id), source->flags(id)});
+            for (int32_t id : source->ids(e.flagged ? c.where.line : 0, problems)) {
+              if (e.flagged)
+                p.records.push_back({e.kind, id, source->label(id), source->flags(id), ""});
+              else if (changed.contains(id))
+                p.records.push_back({e.kind, id, source->label(id), "", changed[id]});
+            }
           } catch (const std::exception& ex) {
             if (problems)
               problems->push_back(describe(c.where) + ": " + std::string(kind_name(e.kind)) +

@@ -15,7 +15,7 @@ namespace qk::sync {
 struct SyncScope {
   int32_t line = 0;   // the served line, 1 to 8
   int32_t dept = -1;  // -1: every department where the line is configured
-  bool full = false;  // everything the family takes, not only what is pending
+  bool full = false;  // everything the family takes, not only what is pending (flags or content)
   StoreChoice store;  // the store whose lines are served; none: every store's
 };
 
@@ -82,6 +82,7 @@ struct PendingRecord {
   Kind kind;
   int32_t id;
   std::string label, flags;
+  std::string reason;  // a record without flags: "never sent", "changed since …"
 };
 struct PendingLine {
   ScaleLine where;

@@ -102,9 +102,14 @@ TEST_F(ArchiveFixture, ArchiveSettingNamesTheFile) {
 }
 
 TEST_P(ArchiveContract, TextCrossesAsEightBit) {
-  exec("insert into ETEXT values (1, 1, 1, ?1)", {Variant("Caff\xE8 2 \x80")});
+  exec("insert into ETEXT (ET_BNC, Id, Row, Descr) values (1, 1, 1, ?1)",
+       {Variant("Caff\xE8 2 \x80")});
   EXPECT_EQ(stored_hex("Descr", "ETEXT"), "43616666C3A8203220E282AC");
-  exec("insert into ETEXT values (1, 2, 1, '\xE6\x97\xA5')");  // a character with no 8-bit form
+  exec(
+      "insert into ETEXT (ET_BNC, Id, Row, Descr) values (1, 2, 1, '\xE6\x97\xA5')");  // a
+                                                                                       // character
+                                                                                       // with no
+                                                                                       // 8-bit form
   companions::clsDbAccess db;
   db.Initialize(Variant("Archivi.mdb"));
   EXPECT_EQ(db.p_ETEXT_objRetrieveRowsById(1, 0, 1)->Fields("Descr").to_string(),
@@ -119,7 +124,7 @@ TEST_P(ArchiveContract, TextCrossesAsEightBit) {
 }
 
 TEST_P(ArchiveContract, HierarchicalLayoutRecordset) {
-  exec("insert into TICKET values (1, 5, 'T')");
+  exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, 5, 'T')");
   exec("insert into TICKET_DETAIL values (1, 5, 1, 4), (1, 5, 2, 3)");
   exec(
       "insert into TICKET_PROPERTY values (1, 5, 1, 1, '60'), (1, 5, 1, 5, '80'),"

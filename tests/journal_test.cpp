@@ -36,15 +36,8 @@ struct Journal : ToolOnBoth {
   // "DEPT KIND ID sha256" of each record a logged sync delivered: its strings, one after the
   // other, hashed together.
   static std::vector<std::string> delivered(const std::string& log) {
-    std::vector<std::pair<std::string, std::string>> records;  // "DEPT KIND ID", bytes
-    for (const auto& s : logged_strings(log)) {
-      std::size_t third = s.find(' ', s.find(' ', s.find(' ') + 1) + 1);
-      std::string who = s.substr(0, third);
-      if (records.empty() || records.back().first != who) records.emplace_back(who, "");
-      records.back().second += s.substr(third + 1);
-    }
     std::vector<std::string> v;
-    for (const auto& [who, bytes] : records) v.push_back(who + " " + sha256(bytes));
+    for (const auto& [who, bytes] : logged_records(log)) v.push_back(who + " " + sha256(bytes));
     return v;
   }
   static std::vector<std::string> journaled(const nlohmann::json& rows) {

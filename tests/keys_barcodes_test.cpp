@@ -190,7 +190,7 @@ TEST_F(Barcodes, KeyWithoutFormsAndReset) {
 }
 
 TEST_F(ArchiveFixture, VatRatesAndTotals) {
-  exec("insert into ALIQUOTE values (4, 4), (7, 22.5), (12, 22)");
+  exec("insert into ALIQUOTE (Id, percentage) values (4, 4), (7, 22.5), (12, 22)");
   clsIva iva;
   iva.Initialize();
   ASSERT_EQ(iva.RecordCount(), 3);

@@ -242,7 +242,7 @@ TEST_F(Receive, BadInputNamesThePlaceAndTheReason) {
 }
 
 TEST_F(Receive, AnUnreadableLayoutChangesNothing) {
-  exec("insert into TICKET values (1, 9, 'kept')");
+  exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, 9, 'kept')");
   std::string before = count("TICKET_PROPERTY") + count("TICKET_DETAIL") + count("TICKET");
   receive({"969999000064004803", "96999900070260"}, 1, 9, false);
   EXPECT_EQ(reported(), (std::vector<long>{automation::kInvalidProcedureCall}));
@@ -266,7 +266,7 @@ TEST_F(Receive, RoundTripOverGeneratedLayouts) {
       exec("delete from TICKET_PROPERTY");
       exec("delete from TICKET_DETAIL");
       exec("delete from TICKET");
-      exec("insert into TICKET values (1, 1, 'generated')");
+      exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, 1, 'generated')");
       int obj = 0;
       auto object = [&](int type, std::vector<std::pair<int, std::string>> props) {
         ++obj;

@@ -30,7 +30,9 @@ struct Layouts : ArchiveFixture {
     ArchiveFixture::SetUp();
     dir.write("Configurazione.xml", kConfig);
   }
-  void layout(int id) { exec("insert into TICKET values (1, ?1, 'L')", {id}); }
+  void layout(int id) {
+    exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, ?1, 'L')", {id});
+  }
   void object(int layout_id, int type, std::vector<std::pair<int, std::string>> props) {
     int obj = next_object++;
     exec("insert into TICKET_DETAIL values (1, ?1, ?2, ?3)", {layout_id, obj, type});
@@ -174,7 +176,7 @@ TEST_F(Layouts, BadValuesAreReported) {
   auto l = build(6);
   EXPECT_EQ(l->p_lngMaxItem(), 1);  // text and barcode builders failed: their rows are absent
   EXPECT_EQ(reported(), (std::vector<long>{13, 13, 6, 6}));
-  exec("insert into TICKET values (1, 3000000, 'too far')");
+  exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, 3000000, 'too far')");
   auto far = std::make_unique<clsLayout>();
   far->p_lngBnc(1);
   far->p_lngTicketId(3000000);  // x 1000 overflows: the assembly fails

@@ -53,6 +53,19 @@ inline std::vector<std::string> logged_strings(const std::string& log) {
   return strings;
 }
 
+// The records a logged sync delivered, in order, as ("DEPT KIND ID", bytes): its strings with the
+// same "DEPT KIND ID" in a row are one record (an image's rows repeat identical strings).
+inline std::vector<std::pair<std::string, std::string>> logged_records(const std::string& log) {
+  std::vector<std::pair<std::string, std::string>> records;
+  for (const auto& s : logged_strings(log)) {
+    std::size_t third = s.find(' ', s.find(' ', s.find(' ') + 1) + 1);
+    std::string who = s.substr(0, third);
+    if (records.empty() || records.back().first != who) records.emplace_back(who, "");
+    records.back().second += s.substr(third + 1);
+  }
+  return records;
+}
+
 // Another process importing one lot row after the other (department and lot first..first+lots-1
 // chosen at random, text "MARK-<n>-END" unique to each import), with keys of a department, until
 // stopped. Each import that

@@ -273,7 +273,8 @@ TEST_F(Ads, GlobalWalkAndReset) {
 
 TEST_F(ArchiveFixture, ElectronicTexts) {
   exec(
-      "insert into ETEXT values (1, 12, 7, 'sette'), (1, 12, 123, 'cento'), (1, 3, 1, 'x'),"
+      "insert into ETEXT (ET_BNC, Id, Row, Descr) values (1, 12, 7, 'sette'), (1, 12, 123, "
+      "'cento'), (1, 3, 1, 'x'),"
       " (2, 40, 1, 'other counter')");
   clsEText before;
   EXPECT_EQ(before.Protocol().to_string(), "");  // before InitializeGlobal: reported

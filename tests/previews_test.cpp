@@ -145,7 +145,7 @@ struct LayoutDrawing : ArchiveFixture {
 };
 
 TEST_F(LayoutDrawing, ObjectsSitWhereTheRecordsPutThem) {
-  exec("insert into TICKET values (1, 1, 'drawn')");
+  exec("insert into TICKET (TK_BNC, TK_ID, TK_DESCRIPTION) values (1, 1, 'drawn')");
   // A ticket 80 x 60 mm whose origin is 2,5 mm right and 1 mm down (decimal commas).
   object(4, {{1, "60"}, {2, "3"}, {5, "80"}, {6, "2,5"}, {7, "1"}});
   object(3, props("0=7 1=0 2=10 3=0 4=1 5=0 7=12,5 9=1 10=1 11=10 13=0 14=0"));

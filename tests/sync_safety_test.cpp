@@ -184,9 +184,10 @@ TEST_P(SyncSafety, OneSyncOfALineAtATime) {
   EXPECT_EQ(exit_status_of(pid), 0);
   EXPECT_FALSE(std::filesystem::exists(second));
   std::set<std::string> seen;
-  auto strings = logged_strings(first);
-  EXPECT_GT(strings.size(), 40u);
-  for (const auto& line : strings) EXPECT_TRUE(seen.insert(line).second) << "sent twice: " << line;
+  auto records = logged_records(first);
+  EXPECT_GT(records.size(), 40u);
+  for (const auto& [who, bytes] : records)
+    EXPECT_TRUE(seen.insert(who + " " + bytes).second) << "sent twice: " << who;
   EXPECT_EQ(qkp("pending --line 2 --dept 1"), 3);
 }
 
@@ -222,9 +223,10 @@ TEST_P(SyncSafety, ConcurrentSyncsDeliverEachRecordOnceAndResetOnlyWhatWent) {
       EXPECT_EQ(exit_status_of(started[i].first), 0)
           << runs[i].args << ": " << file_bytes(started[i].second + ".err");
       std::set<std::string> seen;
-      for (const auto& string : logged_strings(started[i].second)) {
-        EXPECT_TRUE(seen.insert(string).second) << runs[i].args << " sent twice: " << string;
-        delivered[runs[i].line] += string + "\n";
+      for (const auto& [who, bytes] : logged_records(started[i].second)) {
+        EXPECT_TRUE(seen.insert(who + " " + bytes).second)
+            << runs[i].args << " sent twice: " << who;
+        delivered[runs[i].line] += who + " " + bytes + "\n";
       }
     }
     EXPECT_EQ(importer.failures(), "") << "round " << round;

@@ -261,7 +261,10 @@ TEST_F(Workflow, ExitStatusesScriptsCanTrust) {
   EXPECT_EQ(qkp("sync --line 1 --dept -7 --out " + dir.file("x")), 2);
   EXPECT_EQ(qkp("pending --line 9"), 2);
   // A layout with an unknown data type, during a sync: named with its department and layout.
-  EXPECT_EQ(qkp("sync --full --line 2 --dept 1 --out " + dir.file("full.bin")), 1);
+  std::filesystem::create_directories(dir.file("bad"));
+  dir.write("bad/TICKET_PROPERTY.csv", "TD_BNC,TD_ID,TD_OBJ,Id,value\n1,2,3,4,99\n");
+  ASSERT_EQ(qkp("import-csv --replace " + dir.file("bad")), 0) << err;
+  EXPECT_EQ(qkp("sync --line 2 --dept 1 --out " + dir.file("full.bin")), 1);
   EXPECT_NE(err.find("department 1, line 2 (5000, scale 2), layout 2: Valore del campo#50 "
                      "sconosciuto! (unknown data type"),
             std::string::npos)

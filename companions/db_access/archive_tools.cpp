@@ -305,6 +305,18 @@ RecordsetPtr clsDbAccess::select_rows(const archive::Table& t, const Where& wher
                          params);
 }
 
+RecordsetPtr clsDbAccess::row_versions(const archive::Table& t,
+                                       const std::vector<std::string>& by) {
+  column_of(t, archive::kRowVersionColumn);
+  std::string cols;
+  for (const auto& c : by) cols += (cols.empty() ? "" : ", ") + std::string(column_of(t, c).name);
+  std::string group = cols.empty() ? "" : " group by " + cols + " order by " + cols;
+  return archive().query("select " + cols + (cols.empty() ? "" : ", ") +
+                             "count(*) as ROWS, max(ROW_VERSION) as VERSION from " +
+                             std::string(t.name) + group,
+                         {});
+}
+
 void clsDbAccess::insert_row(const archive::Table& t, const std::vector<std::string>& columns,
                              const std::vector<Variant>& values) {
   std::string cols, marks;

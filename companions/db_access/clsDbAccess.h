@@ -10,11 +10,15 @@
 #include "db_access/archive.h"
 #include "qk/archive_stores.h"
 #include "qk/archive_tools.h"
+#include "qk/archive_versions.h"
 #include "qk/companions.h"
 
 namespace qk::companions {
 
-class clsDbAccess : public DbAccess, public ArchiveTools, public ArchiveStores {
+class clsDbAccess : public DbAccess,
+                    public ArchiveTools,
+                    public ArchiveStores,
+                    public ArchiveVersions {
  public:
   void Initialize(const Variant& database_file) override;
   RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) override;
@@ -83,6 +87,8 @@ class clsDbAccess : public DbAccess, public ArchiveTools, public ArchiveStores {
   void limit_to_store(const std::optional<std::string>& store) override;
   std::unique_ptr<Lock> lock_store_line(const std::string& store, int32_t line, bool wait,
                                         std::string* holder) override;
+  automation::RecordsetPtr row_versions(const archive::Table& t,
+                                        const std::vector<std::string>& by) override;
   void begin_new_archive(const std::string& database_file, bool replace) override;
   void publish_new_archive() override;
   void upgrade_schema(const std::string& database_file) override;

@@ -160,21 +160,20 @@ std::string version_triggers_sql(const Table& t) {
          next_version(t, "NEW") + "END;\n";
 }
 
-// The cascades of qk/archive_schema.h: a trigger per event and row image on the child.
-std::string cascade_triggers_sql() {
+// A cascade of qk/archive_schema.h: a trigger per event and row image on the child.
+std::string cascade_triggers_sql(const archive::Cascade& c) {
   std::string s;
-  for (const auto& c : archive::kCascades)
-    for (const char* event : {"INSERT", "UPDATE", "DELETE"})
-      for (const char* row : {"NEW", "OLD"}) {
-        if ((std::string(event) == "INSERT" && std::string(row) == "OLD") ||
-            (std::string(event) == "DELETE" && std::string(row) == "NEW"))
-          continue;
-        s += "CREATE TRIGGER " + std::string(c.child) + "_" + event + "_" + row + " AFTER " +
-             event + " ON " + std::string(c.child) +
-             " BEGIN\n  UPDATE QK_SEQUENCE SET N = N + 1;\n  UPDATE " + std::string(c.parent) +
-             " SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE)\n   WHERE " + cascade_match(c, row) +
-             ";\nEND;\n";
-      }
+  for (const char* event : {"INSERT", "UPDATE", "DELETE"})
+    for (const char* row : {"NEW", "OLD"}) {
+      if ((std::string(event) == "INSERT" && std::string(row) == "OLD") ||
+          (std::string(event) == "DELETE" && std::string(row) == "NEW"))
+        continue;
+      s += "CREATE TRIGGER " + std::string(c.child) + "_" + event + "_" + row + " AFTER " + event +
+           " ON " + std::string(c.child) +
+           " BEGIN\n  UPDATE QK_SEQUENCE SET N = N + 1;\n  UPDATE " + std::string(c.parent) +
+           " SET ROW_VERSION = (SELECT N FROM QK_SEQUENCE)\n   WHERE " + cascade_match(c, row) +
+           ";\nEND;\n";
+    }
   return s;
 }
 
@@ -183,7 +182,7 @@ std::string versioning_sql() {
       "CREATE TABLE QK_SEQUENCE (N INTEGER NOT NULL);\nINSERT INTO QK_SEQUENCE VALUES (0);\n";
   for (const Table& t : archive::tables())
     if (has_row_version(t)) s += version_triggers_sql(t);
-  s += cascade_triggers_sql();
+  for (const auto& c : archive::kCascades) s += cascade_triggers_sql(c);
   s += "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
   return s;
 }
@@ -233,6 +232,31 @@ std::string pg_version_triggers_sql(const Table& t) {
          "_VERSION();\n";
 }
 
+std::string pg_cascade_sql(const archive::Cascade& c) {
+  std::string child(c.child), renew = "    UPDATE " + std::string(c.parent) +
+                                      " SET ROW_VERSION = " + kPgNextVersion + "\n     WHERE ";
+  return "CREATE FUNCTION " + child +
+         "_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
+         "  IF TG_OP <> 'DELETE' THEN\n" +
+         renew + cascade_match(c, "NEW") + ";\n  END IF;\n  IF TG_OP <> 'INSERT' THEN\n" + renew +
+         cascade_match(c, "OLD") + ";\n  END IF;\n  RETURN NULL;\nEND $$;\nCREATE TRIGGER " +
+         child + "_VERSION AFTER INSERT OR UPDATE OR DELETE ON " + child +
+         " FOR EACH ROW EXECUTE FUNCTION " + child + "_VERSION();\n";
+}
+
+// The versioning a schema version after `from` added: the triggers of tables that got
+// ROW_VERSION since, and the cascades added since, in either database's form.
+std::string versioning_added_sql(int from, std::string (*triggers)(const Table&),
+                                 std::string (*cascade)(const archive::Cascade&)) {
+  std::string s;
+  for (const Table& t : archive::tables())
+    if (has_row_version(t) && archive::added_in(t.name, archive::kRowVersionColumn) > from)
+      s += triggers(t);
+  for (const auto& c : archive::kCascades)
+    if (c.since > from) s += cascade(c);
+  return s;
+}
+
 }  // namespace
 
 const std::string& pg_archive_schema_sql() {
@@ -248,17 +272,7 @@ const std::string& pg_archive_schema_sql() {
     for (const auto& f : kPgFunctions) s += std::string(f.create);
     for (const Table& t : archive::tables())
       if (has_row_version(t)) s += pg_version_triggers_sql(t);
-    for (const auto& c : archive::kCascades) {
-      std::string child(c.child), renew = "    UPDATE " + std::string(c.parent) +
-                                          " SET ROW_VERSION = " + kPgNextVersion + "\n     WHERE ";
-      s += "CREATE FUNCTION " + child +
-           "_VERSION() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
-           "  IF TG_OP <> 'DELETE' THEN\n" +
-           renew + cascade_match(c, "NEW") + ";\n  END IF;\n  IF TG_OP <> 'INSERT' THEN\n" + renew +
-           cascade_match(c, "OLD") + ";\n  END IF;\n  RETURN NULL;\nEND $$;\nCREATE TRIGGER " +
-           child + "_VERSION AFTER INSERT OR UPDATE OR DELETE ON " + child +
-           " FOR EACH ROW EXECUTE FUNCTION " + child + "_VERSION();\n";
-    }
+    for (const auto& c : archive::kCascades) s += pg_cascade_sql(c);
     return s;
   }();
   return sql;
@@ -290,9 +304,11 @@ const std::string& archive_schema_sql() {
 std::string upgrade_schema_sql(int from) {
   std::string s = added_columns_sql(from, kSqlite);
   if (from >= 2)
-    return s + "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
+    return s + versioning_added_sql(from, version_triggers_sql, cascade_triggers_sql) +
+           "PRAGMA user_version = " + std::to_string(archive::kSchemaVersion) + ";\n";
+  // The first versioned tables; the later ones got the column from added_columns_sql.
   for (const Table& t : archive::tables())
-    if (has_row_version(t))
+    if (has_row_version(t) && archive::added_in(t.name, archive::kRowVersionColumn) == 0)
       s += "ALTER TABLE " + std::string(t.name) +
            " ADD COLUMN ROW_VERSION INTEGER NOT NULL DEFAULT 0;\n";
   return s + versioning_sql();
@@ -302,6 +318,7 @@ std::string pg_upgrade_schema_sql(int from) {
   std::string s = added_columns_sql(from, kPostgres);
   for (const auto& f : kPgFunctions)
     if (f.since > from) s += "CREATE OR REPLACE" + std::string(f.create).substr(6);
+  s += versioning_added_sql(from, pg_version_triggers_sql, pg_cascade_sql);
   return s + "UPDATE QK_SCHEMA SET VERSION = " + std::to_string(archive::kSchemaVersion) + ";\n";
 }
 

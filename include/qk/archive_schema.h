@@ -17,24 +17,29 @@
 namespace qk::archive {
 
 // A change to a row of `child` is a change to the row of `parent` it belongs to (the parent's
-// ROW_VERSION is renewed): an advertising message's texts are part of the message. Both
-// databases' schemas render these rules.
+// ROW_VERSION is renewed): an advertising message's texts are part of the message, a layout's
+// objects and properties part of the layout. Both databases' schemas render these rules.
 struct QK_API Cascade {
   std::string_view child, parent;
   // parent column = child column, for each pair
   std::array<std::pair<std::string_view, std::string_view>, 2> match;
+  int since;  // the schema version that added the rule
 };
 inline constexpr Cascade kCascades[] = {
-    {"MESSAGES", "ADVERTISING", {{{"ADV_BNC", "MSG_BNC"}, {"MSG_LNK_ID", "MSG_LNK_ID"}}}},
+    {"MESSAGES", "ADVERTISING", {{{"ADV_BNC", "MSG_BNC"}, {"MSG_LNK_ID", "MSG_LNK_ID"}}}, 2},
+    {"TICKET_DETAIL", "TICKET", {{{"TK_BNC", "TD_BNC"}, {"TK_ID", "TD_ID"}}}, 4},
+    {"TICKET_PROPERTY", "TICKET", {{{"TK_BNC", "TD_BNC"}, {"TK_ID", "TD_ID"}}}, 4},
 };
 
 // The version an archive's schema carries; a companion refuses an older one with a message that
 // says how to upgrade it.
-inline constexpr int kSchemaVersion = 3;
+inline constexpr int kSchemaVersion = 4;
 
 // Every flag-carrying table has this column: a number that changes with every write to the row
 // (content, or a line newly marked pending) and never when a reset only clears lines. A reset
-// applies only to rows whose number is what it was when the record was built.
+// applies only to rows whose number is what it was when the record was built. The tables of the
+// records without flags have it too: their rows' count and highest number say whether a record
+// changed since it was last delivered (the numbers only grow).
 inline constexpr std::string_view kRowVersionColumn = "ROW_VERSION";
 
 enum class ColumnType { Integer, Real, Text };
@@ -197,6 +202,7 @@ inline constexpr Column kTexts[] = {
     {"Id", T::Integer, true},
     {"Row", T::Integer, true},
     {"Descr", T::Text, true, ""},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kTextsKey[] = {"ET_BNC", "Id", "Row"};
 
@@ -221,6 +227,7 @@ inline constexpr Column kImages[] = {
      .not_null = true,
      .default_value = "",
      .form = TextForm::FileBytes},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kImagesKey[] = {"IM_BNC", "IM_ID"};
 inline constexpr Names kImagesIndexes[] = {"IM_BNC, IM_FILE_NAME"};
@@ -229,6 +236,7 @@ inline constexpr Column kTickets[] = {
     {"TK_BNC", T::Integer, true},
     {"TK_ID", T::Integer, true},
     {"TK_DESCRIPTION", T::Text, true, ""},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kTicketsKey[] = {"TK_BNC", "TK_ID"};
 
@@ -249,6 +257,7 @@ inline constexpr Names kTicketPropertiesKey[] = {"TD_BNC", "TD_ID", "TD_OBJ", "I
 inline constexpr Column kVat[] = {
     {"Id", T::Integer, true},
     {"percentage", T::Real, true, 0},
+    {"ROW_VERSION", T::Integer, true, 0},
 };
 inline constexpr Names kVatKey[] = {"Id"};
 
@@ -289,6 +298,16 @@ inline constexpr Column kJournal[] =
         {"J_HASH", T::Text, true},  // SHA-256 of the record's bytes as delivered, in hexadecimal
 };
 inline constexpr Names kJournalIndexes[] = {"J_BNC, J_LINE, J_KIND, J_ID", "J_RUN", "J_TIME"};
+
+// The last confirmed delivery of each record without flags to each line: what the pending list
+// compares with the record's rows now. Kept when the journal is pruned.
+inline constexpr Column kDelivered[] = {
+    {"D_BNC", T::Integer, true}, {"D_LINE", T::Integer, true},   {"D_KIND", T::Text, true},
+    {"D_ID", T::Integer, true},  {"D_STORE", T::Text, true, ""}, {"D_SCALE", T::Integer, true},
+    {"D_FAMILY", T::Text, true}, {"D_ROWS", T::Text, true},  // "count:highest ROW_VERSION"
+    {"D_HASH", T::Text, true},   {"D_TIME", T::Text, true},      {"D_RUN", T::Text, true, ""},
+};
+inline constexpr Names kDeliveredKey[] = {"D_BNC", "D_LINE", "D_KIND", "D_ID"};
 
 inline constexpr Table kTables[] = {
     {"SCALE_LINES",
@@ -412,6 +431,16 @@ inline constexpr Table kTables[] = {
      {},
      kJournalIndexes,
      true},
+    {"QK_DELIVERED",
+     "The last confirmed delivery of each record without flags to each line.",
+     kDelivered,
+     kDeliveredKey,
+     {},
+     "",
+     {},
+     {},
+     {},
+     true},
 };
 
 }  // namespace detail
@@ -423,19 +452,27 @@ struct QK_API AddedColumn {
   std::string_view table, column;
 };
 inline constexpr AddedColumn kAddedColumns[] = {
-    {3, "SCALE_LINES", "SL_STORE"},
-    {3, "IMMAGINI", "IM_PICTURE"},
+    {3, "SCALE_LINES", "SL_STORE"}, {3, "IMMAGINI", "IM_PICTURE"}, {4, "ETEXT", "ROW_VERSION"},
+    {4, "IMMAGINI", "ROW_VERSION"}, {4, "TICKET", "ROW_VERSION"},  {4, "ALIQUOTE", "ROW_VERSION"},
 };
 // Tables a schema version added: an upgrade from an older version creates them.
 struct QK_API AddedTable {
   int version;
   std::string_view table;
 };
-inline constexpr AddedTable kAddedTables[] = {{3, "QK_RUNS"}, {3, "QK_JOURNAL"}};
+inline constexpr AddedTable kAddedTables[] = {
+    {3, "QK_RUNS"}, {3, "QK_JOURNAL"}, {4, "QK_DELIVERED"}};
 
 // Every table, in the order they are created, imported and exported.
 inline constexpr std::span<const Table> tables() {
   return detail::kTables;
+}
+
+// The schema version that gave a table's column, 0 for one it always had.
+inline constexpr int added_in(std::string_view table, std::string_view column) {
+  for (const AddedColumn& a : kAddedColumns)
+    if (a.table == table && a.column == column) return a.version;
+  return 0;
 }
 
 // The table of that name (exact spelling), or nullptr.
