@@ -125,6 +125,44 @@ BENCHMARK(BM_FullSyncOfLine1_PostgreSQL)
     ->Arg(0)
     ->Unit(benchmark::kMillisecond);
 
+// The daily sync of line 1 (only what is pending) when the line is up to date: what every
+// unattended pass over a line costs. A full sync before the timed runs delivers everything.
+void up_to_date_sync_of_line1(benchmark::State& state, const std::string& folder) {
+  qk::sync::SyncOptions o;
+  o.scope.line = 1;
+  o.say = [](const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); };
+  std::string out = folder + "/sent.bin";
+  auto tools = qk::sync::open_archive_tools();
+  {
+    qk::sync::SyncOptions full = o;
+    full.scope.full = true;
+    auto transport = qk::sync::file_transport(out, qk::sync::Separator::CrLf, std::nullopt);
+    qk::sync::run_sync(*tools, *transport, full);
+  }
+  std::filesystem::remove(out);
+  for (auto _ : state) {
+    auto transport = qk::sync::file_transport(out, qk::sync::Separator::CrLf, std::nullopt);
+    qk::sync::run_sync(*tools, *transport, o);
+  }
+  state.counters["bytes_sent"] =
+      std::filesystem::exists(out) ? static_cast<double>(std::filesystem::file_size(out)) : 0;
+}
+
+void BM_SyncOfLine1_UpToDate(benchmark::State& state) {
+  up_to_date_sync_of_line1(state, large_archive());
+}
+BENCHMARK(BM_SyncOfLine1_UpToDate)->Unit(benchmark::kMillisecond);
+
+void BM_SyncOfLine1_UpToDate_PostgreSQL(benchmark::State& state) {
+  std::string uri, folder = large_server_archive(&uri);
+  if (folder.empty()) {
+    state.SkipWithError(("no PostgreSQL server: " + qk::testing::PgServer::get().why()).c_str());
+    return;
+  }
+  up_to_date_sync_of_line1(state, folder);
+}
+BENCHMARK(BM_SyncOfLine1_UpToDate_PostgreSQL)->Unit(benchmark::kMillisecond);
+
 // Every row of every table the sync of line 1 reads, each column stepped.
 void BM_PlainReadOfTheSameRows(benchmark::State& state) {
   std::string folder = large_archive();

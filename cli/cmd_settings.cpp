@@ -4,9 +4,9 @@
 #include <iterator>
 
 #include "commands.h"
+#include "qk/archive.h"
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/archive.h"
 #include "session.h"
 
 namespace qkp {

@@ -271,11 +271,11 @@ void run_sync(const SyncCommand& c) {
   }
 }
 
-// The kinds a user may name, with the flags.
-std::vector<std::string> flagged_kind_names() {
+// The kinds a user may mark: all but the date, which goes with anything pending.
+std::vector<std::string> markable_kind_names() {
   std::vector<std::string> names;
   for (const auto& e : sync::sources())
-    if (e.flagged) names.emplace_back(sync::kind_name(e.kind));
+    if (e.flagged || e.rows.table) names.emplace_back(sync::kind_name(e.kind));
   return names;
 }
 
@@ -435,9 +435,10 @@ void add_sync_commands(CLI::App& app, Options& g) {
   line->excludes(all);
   all->excludes(line);
   mark->add_option("--dept", mo->dept, "only this department")->check(CLI::NonNegativeNumber);
-  mark->add_option("--kind", mo->kind, "keys, barcodes, lots or ads (default: all four)")
-      ->check(CLI::IsMember(flagged_kind_names()));
-  auto* id = mark->add_option("--id", mo->id, "one record: key, form, lot or message number");
+  mark->add_option("--kind", mo->kind,
+                   "keys, barcodes, lots, ads, vat, etexts, layouts or images (default: all)")
+      ->check(CLI::IsMember(markable_kind_names()));
+  auto* id = mark->add_option("--id", mo->id, "one record: its key, form, lot, message, … number");
   add_all_stores(mark, &mo->all_stores);
   mark->callback([mo, id] {
     if (mo->line == 0 && !mo->all_lines)
@@ -457,6 +458,9 @@ void add_sync_commands(CLI::App& app, Options& g) {
     for (const auto& s : result.skipped) note(s + ": not marked");
     if (mo->dept >= 0 && result.rows == 0 && !result.skipped.empty()) set_exit_status(kExitFailed);
     std::printf("%s marked pending\n", counted(result.rows, "row").c_str());
+    if (result.records > 0)
+      std::printf("%s without flags marked pending (their last delivery there is forgotten)\n",
+                  counted(result.records, "record").c_str());
   });
 
   auto* status = app.add_subcommand("status", "The installation: folder, settings, archive, files");

@@ -46,9 +46,10 @@ void import_files(const std::vector<CsvInput>& files, const TableOptions& o,
   };
   for (const auto& t : r.tables) {
     if (t.inserted + t.changed > 0 && by_content(t.table))
-      std::printf("%s: the records built from the changed rows are pending by content on every "
-                  "line that takes them (qkp pending)\n",
-                  t.table.c_str());
+      std::printf(
+          "%s: the records built from the changed rows are pending by content on every "
+          "line that takes them (qkp pending)\n",
+          t.table.c_str());
   }
   if (io.dry_run) std::printf("dry run: nothing was written\n");
 }

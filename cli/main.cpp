@@ -3,9 +3,9 @@
 #include <cstdlib>
 
 #include "commands.h"
+#include "qk/archive.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "qk/archive.h"
 #include "qk/version.h"
 #include "session.h"
 

@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <map>
 
+#include "qk/archive.h"
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/archive.h"
 #include "qk/translations.h"
 #include "sync.h"
 

@@ -604,7 +604,7 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
   std::vector<Kind> kinds = r.kinds;
   if (kinds.empty())
     for (const auto& e : sources())
-      if (e.flagged) kinds.push_back(e.kind);
+      if (e.flagged || e.rows.table) kinds.push_back(e.kind);
   ArchiveWrite write(a);
   {
     for (const auto& [dept, lines] : configured) {
@@ -618,6 +618,9 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
       }
       if (chosen.empty()) continue;
       for (Kind k : kinds) {
+        // A record without flags is sent again once its last delivery is forgotten.
+        if (!source_of(k).flagged && source_of(k).rows.table)
+          for (int32_t l : chosen) result.records += forget_delivered(a, dept, l, k, r.id);
         auto g = group_of(k, Form::None);
         if (!g) continue;
         const archive::Table& t = group_table(*g);

@@ -97,15 +97,17 @@ std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
 struct MarkRequest {
   std::vector<int32_t> lines;  // empty: every line configured in the department
   int32_t dept = -1;           // -1: every department
-  std::vector<Kind> kinds;     // empty: every kind with flags
+  std::vector<Kind> kinds;     // empty: every kind but the date
   std::optional<int32_t> id;   // one record (key, form, lot or message number)
   StoreChoice store;           // only this store's lines; none: every store's
 };
 struct MarkResult {
   long rows = 0;
+  long records = 0;  // records without flags whose last delivery on a line was forgotten
   std::vector<std::string> skipped;  // departments where a requested line is not configured
 };
-// Marks records pending, as the back office's "send again" does. Only configured lines of the
+// Marks records pending, as the back office's "send again" does: flags are set, and for the
+// kinds without flags the last delivery to the line is forgotten. Only configured lines of the
 // request's store are marked.
 MarkResult mark(ArchiveTools& a, const MarkRequest& r);
 

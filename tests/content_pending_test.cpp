@@ -105,6 +105,11 @@ TEST_P(ContentPending, ChangedRowsMakeTheirRecordsPendingAndASyncSendsOnlyThose)
   ASSERT_EQ(qkp("sync --full --line 2 --out " + dir.file("full.bin")), 0) << err;
   EXPECT_GT(last_run(2).size(), 20u);
   EXPECT_EQ(qkp("pending --line 2"), 3) << err;
+  // "Send again" of a record without flags forgets its last delivery there.
+  std::string out;
+  ASSERT_EQ(qkp("mark --line 2 --dept 1 --kind layouts --id 2", &out), 0) << err;
+  EXPECT_NE(out.find("1 record without flags marked pending"), std::string::npos) << out;
+  EXPECT_EQ(by_content(2), std::set<std::string>{"1 layouts 2 never sent"});
   // A removed line's deliveries are forgotten with it.
   ASSERT_EQ(qkp("lines remove --dept 1 --line 3"), 0) << err;
   ASSERT_EQ(qkp("lines set --dept 1 --line 3 --family 2000 --scale 3"), 0) << err;
