@@ -83,7 +83,9 @@ bool only_reads(const std::string& command) {
 
 void add_commands(CLI::App& app, Options& options) {
   app.add_option("--home", options.home,
-                 "installation folder (the component's own folder; sets QK_HOME)");
+                 "installation folder (sets QK_HOME; without it and QK_HOME, the data folder: "
+                 "$XDG_DATA_HOME/qk_protocol, else /var/lib/qk_protocol for root, else "
+                 "~/.local/share/qk_protocol)");
   app.add_option("--format", options.format_name, "text, hex, raw or json")
       ->check(CLI::IsMember({"text", "hex", "raw", "json"}));
   add_date_command(app, options);

@@ -476,7 +476,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
     }
     std::vector<std::pair<std::string, std::string>> rows = {
         {"component folder", qk::component_folder()},
-        {"installation folder", folder},
+        {"installation folder", folder + " (" + home_source() + ")"},
         {"settings", settings + (exists(settings) ? "" : " (missing: defaults apply)")},
         {"archive", archive},
         {"store", sync::store_label(sync::installation_store())},

@@ -15,7 +15,13 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string("qkp ") + QK_VERSION);
   app.parse_complete_callback([&] {
-    if (!options.home.empty()) setenv("QK_HOME", options.home.c_str(), 1);
+    if (!options.home.empty()) {
+      setenv("QK_HOME", options.home.c_str(), 1);
+      qkp::set_home_source("--home");
+    } else if (const char* h = std::getenv("QK_HOME"); !h || !*h) {
+      setenv("QK_HOME", qkp::default_home().c_str(), 1);
+      qkp::set_home_source("the data folder: neither --home nor QK_HOME names one");
+    }
     qkp::parse_format(options.format_name, &options.format);
     if (qkp::only_reads(qkp::command_path(app))) qk::open_archives_read_only(true);
     qkp::start_session();

@@ -1,8 +1,10 @@
 #include "session.h"
 
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "qk/archive.h"
@@ -12,6 +14,26 @@
 #include "sync.h"
 
 namespace qkp {
+
+std::string default_home() {
+  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg == '/')
+    return std::string(xdg) + "/qk_protocol";
+  if (::geteuid() == 0) return "/var/lib/qk_protocol";
+  const char* home = std::getenv("HOME");
+  return std::string(home && *home ? home : ".") + "/.local/share/qk_protocol";
+}
+
+namespace {
+std::string g_home_source = "QK_HOME";
+}
+
+const std::string& home_source() {
+  return g_home_source;
+}
+
+void set_home_source(std::string source) {
+  g_home_source = std::move(source);
+}
 
 namespace {
 

@@ -17,6 +17,14 @@ enum Exit : int {
   kExitBusy = 4,     // sync: another sync holds the line
 };
 
+// The installation folder when neither --home nor QK_HOME names one: $XDG_DATA_HOME/qk_protocol
+// when set, else /var/lib/qk_protocol for root and ~/.local/share/qk_protocol for a user.
+// Never the folder of the libraries, which an installed program may not even write.
+std::string default_home();
+// Where the installation folder came from: "--home", "QK_HOME" or "the data folder".
+const std::string& home_source();
+void set_home_source(std::string source);
+
 // Registers the companions and installs the callbacks. Call once, before any class is created.
 void start_session();
 

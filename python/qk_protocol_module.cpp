@@ -10,6 +10,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include "qk/archive.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsBarCode.h"
@@ -25,7 +26,6 @@
 #include "qk/clsTraceability.h"
 #include "qk/host.h"
 #include "qk/registry_helper.h"
-#include "qk/archive.h"
 #include "qk/translations.h"
 
 namespace py = pybind11;
@@ -244,16 +244,29 @@ void picture_members(py::class_<C>& c) {
                              [](C& self) { return wire_list(self.p_strProtocol()); });
 }
 
+// A class needs the companions start() registers: made before, it would build nothing and say
+// so only to a C++ host. The constructor refuses instead.
+template <class C>
+auto after_start() {
+  return py::init([] {
+    if (!qk::host::started())
+      throw std::runtime_error(
+          "call qk_protocol.start() before creating a class: it registers the archive, "
+          "translations and settings companions every class uses");
+    return std::make_unique<C>();
+  });
+}
+
 void bind_classes(py::module_& m) {
   py::class_<qk::clsSimple>(m, "clsSimple")
-      .def(py::init<>())
+      .def(after_start<qk::clsSimple>())
       .def_property_readonly("DataOra", [](qk::clsSimple& s) { return wire(s.DataOra()); })
       .def_property_readonly("DataOraO5000",
                              [](qk::clsSimple& s) { return wire(s.DataOraO5000()); });
 
   using Keys = qk::clsAbbinamentoTasti;
   py::class_<Keys> keys(m, "clsAbbinamentoTasti");
-  keys.def(py::init<>()).def("InitializeGlobal", &Keys::InitializeGlobal);
+  keys.def(after_start<Keys>()).def("InitializeGlobal", &Keys::InitializeGlobal);
   text_property(keys, "p_strScale", static_cast<std::string (Keys::*)() const>(&Keys::p_strScale),
                 static_cast<void (Keys::*)(const std::string&)>(&Keys::p_strScale));
   keys.def_property("CursorPosition", nullptr, &Keys::CursorPosition)
@@ -282,7 +295,7 @@ void bind_classes(py::module_& m) {
 
   using Barcodes = qk::clsBarCode;
   py::class_<Barcodes> bc(m, "clsBarCode");
-  bc.def(py::init<>());
+  bc.def(after_start<Barcodes>());
   text_property(bc, "p_strForm",
                 static_cast<std::string (Barcodes::*)() const>(&Barcodes::p_strForm),
                 static_cast<void (Barcodes::*)(const std::string&)>(&Barcodes::p_strForm));
@@ -302,7 +315,7 @@ void bind_classes(py::module_& m) {
 
   using Lots = qk::clsTraceability;
   py::class_<Lots> lots(m, "clsTraceability");
-  lots.def(py::init<>())
+  lots.def(after_start<Lots>())
       .def_property("p_lngBnc", static_cast<int32_t (Lots::*)() const>(&Lots::p_lngBnc),
                     static_cast<void (Lots::*)(int32_t)>(&Lots::p_lngBnc));
   text_property(lots, "p_strTraceabilityId",
@@ -347,7 +360,7 @@ void bind_classes(py::module_& m) {
 
   using Ads = qk::clsAdvertisingMessage;
   py::class_<Ads> ads(m, "clsAdvertisingMessage");
-  ads.def(py::init<>())
+  ads.def(after_start<Ads>())
       .def_property("Counter", static_cast<int32_t (Ads::*)() const>(&Ads::Counter),
                     [](Ads& a, int32_t v) { a.Counter(v); })
       .def_property("Id", static_cast<int32_t (Ads::*)() const>(&Ads::Id),
@@ -366,7 +379,7 @@ void bind_classes(py::module_& m) {
 
   using Texts = qk::clsEText;
   py::class_<Texts>(m, "clsEText")
-      .def(py::init<>())
+      .def(after_start<Texts>())
       .def("InitializeGlobal", &Texts::InitializeGlobal)
       .def_property_readonly("RecordCount", &Texts::RecordCount)
       .def_property("CursorPosition", nullptr, &Texts::CursorPosition)
@@ -377,7 +390,7 @@ void bind_classes(py::module_& m) {
 
   using Vat = qk::clsIva;
   py::class_<Vat>(m, "clsIva")
-      .def(py::init<>())
+      .def(after_start<Vat>())
       .def_property("Mode", nullptr,
                     [](Vat& v, const py::object& mode) {
                       std::string s = text_in(mode, "Mode");
@@ -394,7 +407,7 @@ void bind_classes(py::module_& m) {
 
   using Totals = qk::clsTotals;
   py::class_<Totals>(m, "clsTotals")
-      .def(py::init<>())
+      .def(after_start<Totals>())
       .def_property("Mode", nullptr,
                     [](Totals& t, const py::object& mode) {
                       std::string s = text_in(mode, "Mode");
@@ -408,7 +421,7 @@ void bind_classes(py::module_& m) {
 
   using Layout = qk::clsLayout;
   py::class_<Layout>(m, "clsLayout")
-      .def(py::init<>())
+      .def(after_start<Layout>())
       .def_property("p_lngBnc", static_cast<int32_t (Layout::*)() const>(&Layout::p_lngBnc),
                     static_cast<void (Layout::*)(int32_t)>(&Layout::p_lngBnc))
       .def_property("p_lngTicketId",
@@ -443,7 +456,7 @@ void bind_classes(py::module_& m) {
           py::arg("strMessage"));
 
   py::class_<qk::clsImage> image(m, "clsImage");
-  image.def(py::init<>());
+  image.def(after_start<qk::clsImage>());
   picture_members(image);
   image
       .def_property("p_lngType",
@@ -457,7 +470,7 @@ void bind_classes(py::module_& m) {
           py::arg("text"));
 
   py::class_<qk::clsImageKestra> kestra(m, "clsImageKestra");
-  kestra.def(py::init<>())
+  kestra.def(after_start<qk::clsImageKestra>())
       .def_property(
           "p_lngType",
           static_cast<int32_t (qk::clsImageKestra::*)() const>(&qk::clsImageKestra::p_lngType),
@@ -466,7 +479,7 @@ void bind_classes(py::module_& m) {
 
   using Printer = qk::clsPrinterImage;
   py::class_<Printer> printer(m, "clsPrinterImage");
-  printer.def(py::init<>())
+  printer.def(after_start<Printer>())
       .def_property("p_strFullPath",
                     static_cast<std::string (Printer::*)() const>(&Printer::p_strFullPath),
                     static_cast<void (Printer::*)(const std::string&)>(&Printer::p_strFullPath));
@@ -480,7 +493,7 @@ void bind_classes(py::module_& m) {
 
   using Requests = qk::clsKplMakeRequest;
   py::class_<Requests> requests(m, "clsKplMakeRequest");
-  requests.def(py::init<>());
+  requests.def(after_start<Requests>());
   for (const auto& entry :
        std::initializer_list<std::pair<const char*, std::string (Requests::*)()>>{
            {"p_RX_strTrasmettiRichiestaRicezioneTotaliPlu",

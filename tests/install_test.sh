@@ -69,4 +69,31 @@ c++ -o "$work/by_pkg_config" "$source/examples/host_barcodes/main.cpp" \
   $(pkg-config --cflags --libs qk_protocol) -Wl,-rpath,"$prefix/lib"
 "$work/by_pkg_config" "$work/shop" 2 >"$work/pkg.txt"
 grep -q '^line 1: 189999001A06B13$' "$work/pkg.txt"
+
+# Without --home and QK_HOME the installed qkp uses the data folder, never its libraries'.
+env -u QK_HOME XDG_DATA_HOME="$work/xdg" "$prefix/bin/qkp" init --demo 2>/dev/null
+test -f "$work/xdg/qk_protocol/Archivi.sqlite"
+test ! -e "$prefix/lib/Archivi.sqlite"
+env -u QK_HOME XDG_DATA_HOME="$work/xdg" "$prefix/bin/qkp" status >"$work/status.txt"
+grep -q "^installation folder  $work/xdg/qk_protocol (the data folder" "$work/status.txt"
+if [ "$(id -u)" != 0 ]; then
+  env -u QK_HOME -u XDG_DATA_HOME HOME="$work/user" "$prefix/bin/qkp" init 2>/dev/null
+  test -f "$work/user/.local/share/qk_protocol/Archivi.sqlite"
+fi
+
+# The example senders are installed beside the templates.
+test -x "$prefix/share/qk_protocol/senders/tcp_sender.py"
+test -f "$prefix/share/qk_protocol/senders/qk_sender.py"
+test ! -e "$prefix/share/qk_protocol/senders/test_senders.py"
+
+# The Python module, from the prefix: in Python's own layout, on PYTHONPATH.
+if [ -n "${QK_PYTHON:-}" ]; then
+  module=$(ls "$prefix"/lib/python3*/*-packages/qk_protocol*.so)
+  PYTHONPATH=$(dirname "$module") "$QK_PYTHON" -c 'import qk_protocol; print(qk_protocol.__file__)' \
+    | grep -q "^$prefix/"
+  # A class made before start() says what to do.
+  PYTHONPATH=$(dirname "$module") "$QK_PYTHON" -c 'import qk_protocol; qk_protocol.clsBarCode()' \
+    2>"$work/early.txt" && exit 1
+  grep -q "RuntimeError: call qk_protocol.start() before creating a class" "$work/early.txt"
+fi
 echo "installed package: ok"
