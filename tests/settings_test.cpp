@@ -32,6 +32,35 @@ int count_files(const std::string& folder) {
 
 }  // namespace
 
+// The headless default box: the error reporter's box stays quiet while Debug/Silent is "Y" (its
+// default, as for the reporter itself); the plain boxes of the readers always print. And a logger
+// the reporter would never call is refused when handed over.
+TEST_F(StoreFixture, TheDefaultBoxHonoursSilentAndALoggerNeedsAPath) {
+  qk::host::set_message_box(nullptr);
+  qk::host::create_settings_store(false);
+  struct Row {
+    const char* silent;  // nullptr: no setting
+    int style;
+    bool printed;
+  } rows[] = {{nullptr, qk::host::kErrorBox, false},
+              {"Y", qk::host::kErrorBox, false},
+              {"N", qk::host::kErrorBox, true},
+              {"y", qk::host::kErrorBox, true},
+              {"Y", qk::host::kCritical, true}};
+  for (const auto& r : rows) {
+    if (r.silent) qk::host::save_setting("Debug", "Silent", r.silent);
+    ::testing::internal::CaptureStderr();
+    int answer = qk::host::message_box("Attenzione!", "Error", r.style);
+    std::string printed = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(printed.empty(), !r.printed) << (r.silent ? r.silent : "(none)") << " " << r.style;
+    EXPECT_NE(answer, qk::host::kAnswerCancel);
+  }
+  spy->path = "";
+  EXPECT_EQ(error_of([&] { qk::host::set_logger(spy); }), qk::automation::kInvalidProcedureCall);
+  spy->path = "log";
+  qk::host::set_logger(spy);
+}
+
 TEST_F(StoreFixture, GetSettingUsesTheNameOnly) {
   clsRegistry2Xml store;
   EXPECT_EQ(store.file_name(), dir.file("registry.xml"));

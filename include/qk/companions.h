@@ -103,7 +103,11 @@ class QK_API RegistryHelper : public automation::Object {
   virtual std::vector<KeyValue> EnumKeyValues(unsigned long hive, const std::string& path) = 0;
 };
 
-// The optional logger hook: a host-side extension may set one in the shared state.
+// The optional logger hook: a host-side extension may set one (host::start, start_thread,
+// set_logger). The error reporter calls WriteLog(2, project, module, procedure, description, 0,
+// number) for every trapped error, whether or not a box is shown, and only while Path() is not
+// empty; the host API therefore refuses a logger whose Path() is empty (error 5). WriteLog runs
+// on the thread that met the error.
 class QK_API Logger : public automation::Object {
  public:
   Logger() = default;

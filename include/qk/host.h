@@ -51,7 +51,9 @@ struct QK_API StartOptions {
   // The component's own folder (its files and, by default, the installation). Empty: $QK_HOME,
   // or else the folder of the qk_protocol library.
   std::string installation_folder;
-  MessageBoxFn message_box;  // empty: the headless default
+  // Empty: the headless default, which prints "[title] text" on stderr, except the error
+  // reporter's box (style kErrorBox) while the setting Debug/Silent is "Y" (its default).
+  MessageBoxFn message_box;
   EventLogFn event_log;
   ExitProcessFn exit_process;
   // The logger hook of the error reporter for the calling thread (nothing in the component sets

@@ -28,7 +28,11 @@ Callbacks& callbacks() {
   return c;
 }
 
+// The error reporter's box (Retry/Cancel, critical) is not shown while the setting Debug/Silent
+// is "Y", its default, as the reporter itself does once a class has read it; the plain boxes of
+// the image reader and the layout encoder are always shown.
 int default_box(const std::string& text, const std::string& title, int style) {
+  if (style == kErrorBox && setting("Debug", "Silent", "Y") == "Y") return kAnswerRetry;
   std::string shown = title.empty() ? "QK_Protocol" : title;
   std::fprintf(stderr, "[%s] %s\n", cp1252_to_utf8(shown).c_str(), cp1252_to_utf8(text).c_str());
   return (style & 0x0F) == kRetryCancel ? kAnswerRetry : kAnswerOk;

@@ -4,6 +4,7 @@
 #include "config/clsRegistry2Xml.h"
 #include "frame/globals.h"
 #include "frame/paths.h"
+#include "qk/error.h"
 #include "qk/host.h"
 
 namespace qk::host {
@@ -12,7 +13,21 @@ namespace {
 std::atomic<bool> g_started{false};
 }  // namespace
 
+namespace {
+
+// The error reporter calls WriteLog only while Path() is not empty: a logger that gives none
+// would never hear of anything, so the host is told when it hands one over.
+void check_logger(const std::shared_ptr<Logger>& logger) {
+  if (logger && logger->Path().empty())
+    automation::raise(automation::kInvalidProcedureCall,
+                      "the logger's Path() is empty: the component writes its reports only to a "
+                      "logger whose Path() names where they go");
+}
+
+}  // namespace
+
 void start(const StartOptions& options) {
+  check_logger(options.logger);
   set_component_folder(options.installation_folder);
   set_message_box(options.message_box);
   set_event_log(options.event_log);
@@ -22,6 +37,7 @@ void start(const StartOptions& options) {
 }
 
 void start_thread(std::shared_ptr<Logger> logger) {
+  check_logger(logger);
   // Classes that only load translations read settings through a store an earlier class created.
   globals().objRegistry = std::make_shared<clsRegistry2Xml>();
   globals().objLogger = std::move(logger);
@@ -32,6 +48,7 @@ bool started() {
 }
 
 void set_logger(std::shared_ptr<Logger> logger) {
+  check_logger(logger);
   globals().objLogger = std::move(logger);
 }
 
