@@ -6,6 +6,7 @@
 // other texts are str, converted from and to the component's 8-bit code page 1252 (a character
 // with no 8-bit form raises ValueError naming the member). Variants map to None, bool, int,
 // float, str and (nested) lists.
+#include <pybind11/eval.h>
 #include <pybind11/functional.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -525,6 +526,45 @@ void bind_classes(py::module_& m) {
       py::arg("strMode"));
 }
 
+// pybind11 says "incompatible function arguments" without the member: every property setter
+// and method of the classes is wrapped so that a TypeError names it and the type it takes
+// ("clsTraceability.p_lngBnc: expected int, got str").
+void name_type_errors(py::module_& m) {
+  py::dict scope;
+  scope["module"] = m;
+  py::exec(R"(
+import functools, re
+
+def _named(cls, name, call):
+    @functools.wraps(call)
+    def wrapped(*args, **kwargs):
+        try:
+            return call(*args, **kwargs)
+        except TypeError as e:
+            text = str(e)
+            if not text.startswith('(') and 'incompatible' not in text:
+                raise
+            sig = re.search(r'1\. \((.*?)\) ->', text)
+            params = sig.group(1).split(', ')[1:] if sig else []
+            wanted = [p.split(': ', 1)[-1] for p in params]
+            got = ', '.join(type(a).__name__ for a in list(args[1:]) + list(kwargs.values()))
+            raise TypeError(f"{cls.__name__}.{name}: expected {', '.join(wanted) or 'no value'}, "
+                            f"got {got or 'nothing'}") from None
+    return wrapped
+
+for cls in [c for c in vars(module).values() if isinstance(c, type) and c.__name__.startswith('cls')]:
+    for name, attr in list(vars(cls).items()):
+        if name.startswith('_'):
+            continue
+        if isinstance(attr, property):
+            if attr.fset is not None:
+                setattr(cls, name, property(attr.fget, _named(cls, name, attr.fset), None, attr.__doc__))
+        elif callable(attr):
+            setattr(cls, name, _named(cls, name, attr))
+)",
+           scope);
+}
+
 }  // namespace
 
 PYBIND11_MODULE(qk_protocol, m) {
@@ -574,4 +614,5 @@ PYBIND11_MODULE(qk_protocol, m) {
       py::arg("section"), py::arg("key"), py::arg("fallback") = "");
   m.def("installation_folder", &qk::installation_folder);
   bind_classes(m);
+  name_type_errors(m);
 }

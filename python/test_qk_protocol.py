@@ -142,8 +142,16 @@ class Failures(unittest.TestCase):
             keys.p_varKey = {"not": "a value"}
         with self.assertRaisesRegex(TypeError, "p_strScale"):
             keys.p_strScale = 12
-        with self.assertRaises(TypeError):
-            keys.p_intLine = "one"
+        lots = qk.clsTraceability()
+        for wrong, named in ((lambda: setattr(keys, "p_intLine", "one"),
+                              "clsAbbinamentoTasti.p_intLine: expected int, got str"),
+                             (lambda: setattr(lots, "p_lngBnc", "1"),
+                              "clsTraceability.p_lngBnc: expected int, got str"),
+                             (lambda: lots.p_ResetFlagTrasm("x"),
+                              "clsTraceability.p_ResetFlagTrasm: expected int, got str")):
+            with self.assertRaises(TypeError) as caught:
+                wrong()
+            self.assertEqual(str(caught.exception), named)
         with self.assertRaisesRegex(ValueError, "p_strScale"):
             keys.p_strScale = "\u4e00"
 
