@@ -166,6 +166,15 @@ TEST_P(ChainStores, AnUpgradedArchiveIsOneStoreWithItsPictures) {
   std::size_t logo = a.find("Logo negozio");
   ASSERT_NE(logo, std::string::npos);
   EXPECT_NE(b.find(a.substr(logo, 2000)), std::string::npos);
+  // The upgrade's triggers keep the versions: a layout property changed after the full sync (which
+  // delivered the layouts) makes only its layout pending again.
+  std::filesystem::create_directories(dir.file("edit"));
+  std::ofstream(dir.file("edit/TICKET_PROPERTY.csv"))
+      << "TD_BNC,TD_ID,TD_OBJ,Id,value\n1,2,1,1,41\n";
+  ASSERT_EQ(qkp("import-csv --replace " + dir.file("edit")), 0) << err;
+  ASSERT_EQ(qkp("pending --line 1 --dept 1", &out), 0) << err;
+  EXPECT_NE(out.find("layout 2                 changed since"), std::string::npos) << out;
+  EXPECT_EQ(out.find("layout 1 "), std::string::npos) << out;
 }
 
 // A picture added in one folder is what another folder's sync sends, byte for byte; a file the
