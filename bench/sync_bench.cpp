@@ -111,13 +111,18 @@ BENCHMARK(BM_FullSyncOfLine1)
     ->Arg(0)
     ->Unit(benchmark::kMillisecond);
 
-void BM_FullSyncOfLine1_PostgreSQL(benchmark::State& state) {
+// Runs a sync benchmark on the server's copy of the large network, or says why it cannot.
+void on_server(benchmark::State& state, void (*run)(benchmark::State&, const std::string& folder)) {
   std::string uri, folder = large_server_archive(&uri);
   if (folder.empty()) {
     state.SkipWithError(("no PostgreSQL server: " + qk::testing::PgServer::get().why()).c_str());
     return;
   }
-  full_sync_of_line1(state, folder);
+  run(state, folder);
+}
+
+void BM_FullSyncOfLine1_PostgreSQL(benchmark::State& state) {
+  on_server(state, full_sync_of_line1);
 }
 BENCHMARK(BM_FullSyncOfLine1_PostgreSQL)
     ->ArgName("all_pending")
@@ -154,12 +159,7 @@ void BM_SyncOfLine1_UpToDate(benchmark::State& state) {
 BENCHMARK(BM_SyncOfLine1_UpToDate)->Unit(benchmark::kMillisecond);
 
 void BM_SyncOfLine1_UpToDate_PostgreSQL(benchmark::State& state) {
-  std::string uri, folder = large_server_archive(&uri);
-  if (folder.empty()) {
-    state.SkipWithError(("no PostgreSQL server: " + qk::testing::PgServer::get().why()).c_str());
-    return;
-  }
-  up_to_date_sync_of_line1(state, folder);
+  on_server(state, up_to_date_sync_of_line1);
 }
 BENCHMARK(BM_SyncOfLine1_UpToDate_PostgreSQL)->Unit(benchmark::kMillisecond);
 
