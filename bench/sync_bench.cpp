@@ -17,7 +17,7 @@
 #include "qk/host.h"
 #include "registry/clsRegistry.h"
 #include "session.h"
-#include "sync.h"
+#include "qk/sync.h"
 #include "translate/clsTranslate.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include "commands.h"
 #include "listing.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "numbers.h"
 #include "qk/error.h"
 #include "qk/host.h"

@@ -3,7 +3,7 @@
 
 #include "commands.h"
 #include "qk/host.h"
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 #include "session.h"
 
 namespace qkp {

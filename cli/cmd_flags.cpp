@@ -1,9 +1,9 @@
 // flags and reset: a record's pending-line flags, and the reset after a transmission, for each
 // kind with flags, through the sync's own record sources.
 #include "commands.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/archive_tools.h"
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 #include "session.h"
 
 namespace qkp {

@@ -4,9 +4,9 @@
 #include <iterator>
 #include <map>
 
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 #include "commands.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "output.h"
 #include "picture_files.h"
 #include "qk/archive_schema.h"
@@ -19,7 +19,7 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
-#include "row_checks.h"
+#include "qk/sync/row_checks.h"
 #include "session.h"
 
 namespace qkp {

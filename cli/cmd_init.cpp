@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <iostream>
 
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 #include "commands.h"
 #include "demo.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/archive.h"
 #include "qk/archive_tools.h"
 #include "qk/column_rules.h"

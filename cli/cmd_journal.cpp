@@ -5,12 +5,12 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "journal.h"
-#include "network.h"
+#include "qk/sync/journal.h"
+#include "qk/sync/network.h"
 #include "qk/archive_schema.h"
 #include "qk/host.h"
 #include "session.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

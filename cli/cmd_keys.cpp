@@ -1,13 +1,13 @@
 // keys, barcodes, vat, totals, and the flags/reset commands of keys and barcodes.
 #include "commands.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/archive_tools.h"
 #include "qk/clsBarCode.h"
 #include "qk/clsIva.h"
 #include "qk/clsTotals.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 #include "session.h"
 
 namespace qkp {

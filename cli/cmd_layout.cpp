@@ -5,7 +5,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 #include "commands.h"
 #include "output.h"
 #include "picture_files.h"
@@ -13,9 +13,9 @@
 #include "qk/host.h"
 #include "qk/layout_check.h"
 #include "qk/previews.h"
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 #include "session.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

@@ -3,16 +3,16 @@
 
 #include "commands.h"
 #include "listing.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsEText.h"
 #include "qk/clsTraceability.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "qk/parameters.h"
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 #include "session.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

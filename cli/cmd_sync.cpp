@@ -4,15 +4,15 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "child_process.h"
+#include "qk/sync/child_process.h"
 #include "commands.h"
-#include "content_pending.h"
+#include "qk/sync/content_pending.h"
 #include "picture_files.h"
 #include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "session.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

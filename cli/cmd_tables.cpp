@@ -6,7 +6,7 @@
 
 #include "commands.h"
 #include "mdb_import.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/error.h"
 #include "qk/host.h"
 #include "session.h"

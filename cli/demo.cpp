@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <tuple>
 
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 #include "qk/archive_tools.h"
 #include "qk/host.h"
 #include "qk/pictures.h"

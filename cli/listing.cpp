@@ -3,8 +3,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "archive_pictures.h"
-#include "network.h"
+#include "qk/sync/archive_pictures.h"
+#include "qk/sync/network.h"
 #include "qk/archive_schema.h"
 #include "qk/host.h"
 #include "session.h"

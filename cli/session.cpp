@@ -11,7 +11,7 @@
 #include "qk/host.h"
 #include "qk/registry_helper.h"
 #include "qk/translations.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

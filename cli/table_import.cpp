@@ -13,12 +13,12 @@
 #include <map>
 #include <set>
 
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 #include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "row_checks.h"
-#include "sync.h"
+#include "qk/sync/row_checks.h"
+#include "qk/sync.h"
 
 namespace qkp {
 

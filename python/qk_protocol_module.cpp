@@ -28,6 +28,7 @@
 #include "qk/host.h"
 #include "qk/registry_helper.h"
 #include "qk/translations.h"
+#include "sync_bindings.h"
 
 namespace py = pybind11;
 using qk::automation::Variant;
@@ -615,4 +616,5 @@ PYBIND11_MODULE(qk_protocol, m) {
   m.def("installation_folder", &qk::installation_folder);
   bind_classes(m);
   name_type_errors(m);
+  bind_sync(m);
 }

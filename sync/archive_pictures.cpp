@@ -1,4 +1,4 @@
-#include "archive_pictures.h"
+#include "qk/sync/archive_pictures.h"
 
 #include <openssl/evp.h>
 

@@ -1,6 +1,6 @@
-#include "content_pending.h"
+#include "qk/sync/content_pending.h"
 
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 
 namespace qk::sync {
 

@@ -1,4 +1,4 @@
-#include "delivery.h"
+#include "qk/sync/delivery.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include <sstream>
 #include <vector>
 
-#include "child_process.h"
+#include "qk/sync/child_process.h"
 
 namespace qk::sync {
 
@@ -256,6 +256,45 @@ std::unique_ptr<Transport> file_transport(const std::string& path, Separator sep
 
 std::unique_ptr<Transport> command_transport(const std::string& command) {
   return std::make_unique<CommandTransport>(command);
+}
+
+namespace {
+
+class FunctionTransport : public Transport {
+ public:
+  explicit FunctionTransport(Deliver deliver) : deliver_(std::move(deliver)) {}
+  bool send(const Envelope& to, const std::string& bytes) override {
+    try {
+      deliver_(to, bytes);
+      ++confirmed_;
+      return true;
+    } catch (const std::exception& e) {
+      error_ = *e.what() ? e.what() : "the delivery function failed";
+    } catch (...) {
+      error_ = "the delivery function failed";
+    }
+    return false;
+  }
+  // Every string is confirmed when the function returns: the resets of a batch are written
+  // together, and after a failure those that returned still count.
+  bool commit() override {
+    confirmed_ = 0;
+    return true;
+  }
+  std::size_t batch() const override { return 256; }
+  std::size_t confirmed() const override { return confirmed_; }
+  const std::string& error() const override { return error_; }
+
+ private:
+  Deliver deliver_;
+  std::size_t confirmed_ = 0;
+  std::string error_;
+};
+
+}  // namespace
+
+std::unique_ptr<Transport> function_transport(Deliver deliver) {
+  return std::make_unique<FunctionTransport>(std::move(deliver));
 }
 
 }  // namespace qk::sync

@@ -1,11 +1,11 @@
-#include "journal.h"
+#include "qk/sync/journal.h"
 
 #include <unistd.h>
 
 #include <atomic>
 #include <ctime>
 
-#include "network.h"
+#include "qk/sync/network.h"
 
 namespace qk::sync {
 

@@ -1,12 +1,12 @@
-#include "network.h"
+#include "qk/sync/network.h"
 
 #include <algorithm>
 #include <set>
 
-#include "families.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "row_checks.h"
+#include "qk/sync/families.h"
+#include "qk/sync/row_checks.h"
 
 namespace qk::sync {
 

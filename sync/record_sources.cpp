@@ -1,11 +1,10 @@
-#include "record_sources.h"
+#include "qk/sync/record_sources.h"
 
 #include <unistd.h>
 
 #include <array>
 #include <map>
 
-#include "archive_pictures.h"
 #include "qk/clsAbbinamentoTasti.h"
 #include "qk/clsAdvertisingMessage.h"
 #include "qk/clsBarCode.h"
@@ -17,7 +16,8 @@
 #include "qk/clsSimple.h"
 #include "qk/clsTraceability.h"
 #include "qk/host.h"
-#include "row_checks.h"
+#include "qk/sync/archive_pictures.h"
+#include "qk/sync/row_checks.h"
 
 namespace qk::sync {
 

@@ -1,4 +1,4 @@
-#include "row_checks.h"
+#include "qk/sync/row_checks.h"
 
 namespace qk::sync {
 

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <deque>
 
-#include "child_process.h"
-#include "delivery.h"
+#include "qk/sync/child_process.h"
+#include "qk/sync/delivery.h"
 
 namespace qk::sync {
 

@@ -1,16 +1,16 @@
-#include "sync.h"
+#include "qk/sync.h"
 
 #include <chrono>
 #include <span>
 #include <thread>
 
-#include "child_process.h"
 #include "content_hash.h"
-#include "content_pending.h"
-#include "journal.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "row_checks.h"
+#include "qk/sync/child_process.h"
+#include "qk/sync/content_pending.h"
+#include "qk/sync/journal.h"
+#include "qk/sync/row_checks.h"
 
 namespace qk::sync {
 
@@ -590,6 +590,8 @@ std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
 }
 
 MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
+  if (r.id && r.kinds.size() != 1)
+    throw std::invalid_argument("an id names a key, a form, a lot or a message: give one kind");
   MarkResult result;
   std::vector<std::string> problems;
   std::vector<ScaleLine> network = read_network(a, &problems);

@@ -6,9 +6,9 @@
 #include "archive_fixture.h"
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/error.h"
-#include "row_checks.h"
+#include "qk/sync/row_checks.h"
 
 using namespace qk;
 using namespace qk::testing;

@@ -29,17 +29,18 @@ grep -q 'QK::sqlite_archive' "$prefix"/lib*/cmake/QK_Protocol/QK_ProtocolConfig.
 # there, a sample of internals (the frame, the encoders' helpers, pugixml, the companions' own
 # classes) is not.
 exported=$work/exported.txt
-for lib in protocol archive translate registry; do
+for lib in protocol archive translate registry sync; do
   nm -DC --defined-only "$prefix"/lib*/libqk_$lib.so >>"$exported"
 done
 for public in 'qk::clsSimple::DataOra' 'qk::clsBarCode::p_strProtocol' 'qk::host::start(' \
   'qk::automation::Variant::to_string' 'qk::register_archive()' 'qk::register_sqlite_archive()' \
-  'qk::register_translations()'; do
+  'qk::register_translations()' 'qk::sync::run_sync(' 'qk::sync::function_transport('; do
   grep -qF "$public" "$exported" || { echo "not exported: $public" >&2; exit 1; }
 done
 for internal in 'qk::images::compress_byte' 'qk::totals_query' 'qk::layout::image_file_name' \
   'qk::config::load_document' 'qk::images::m_strBitmap2Scales' 'qk::numeric_record::' \
-  'qk::automation::format_digits' 'pugi::' 'qk::SqliteArchive' 'qk::PgArchive' 'qk::clsRegistry::'; do
+  'qk::automation::format_digits' 'pugi::' 'qk::SqliteArchive' 'qk::PgArchive' 'qk::clsRegistry::' \
+  'qk::sync::ContentHash' 'qk::sync::sha256_hex'; do
   if grep -qF "$internal" "$exported"; then echo "exported but internal: $internal" >&2; exit 1; fi
 done
 
@@ -63,12 +64,40 @@ diff -u "$work/expected.txt" "$work/first.txt"
 "$work/example/host_barcodes" "$work/shop" 1 >"$work/second.txt"
 test ! -s "$work/second.txt"
 
+# A host's guarded sync through QK::sync, with its own transport: somebody adds a row to lot 12
+# while the lot is being sent, and that lot stays pending while everything else is reset.
+cmake -S "$source/examples/host_sync" -B "$work/host_sync" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/host_sync" >/dev/null
+"$prefix/bin/qkp" --home "$work/guarded" init --demo 2>/dev/null
+mkdir "$work/edits"
+cat >"$work/edits/TRACEABILITY.csv" <<'END'
+TRC_BNC,TRC_ID,TRC_ROW,TRC_ID_LOT,TRC_DESC1,TRC_FLAGTRASM
+1,12,2,"L12-2026","Added while sent",11111111
+END
+during="if [ \$QK_DEPT = 1 ] && [ \$QK_KIND = lots ] && [ \$QK_ID = 12 ]; then $prefix/bin/qkp --home $work/guarded import-csv $work/edits >/dev/null; fi"
+"$work/host_sync/host_sync" "$work/guarded" 2 "$work/guarded.txt" "$during" >"$work/host.txt" 2>&1
+grep -q "lot 12: changed in the archive while it was sent" "$work/host.txt"
+"$prefix/bin/qkp" --home "$work/guarded" pending --line 2 >"$work/left.txt"
+test "$(grep -c 'lot' "$work/left.txt")" = 1
+grep -q 'lot 12' "$work/left.txt"
+"$prefix/bin/qkp" --home "$work/guarded" runs | grep -q 'host_sync'
+# The next run sends the lot with its new row and leaves nothing pending.
+"$work/host_sync/host_sync" "$work/guarded" 2 "$work/guarded.txt" >/dev/null 2>&1
+grep -q "Added while sent" "$work/guarded.txt"
+status=0
+"$prefix/bin/qkp" --home "$work/guarded" pending --line 2 >/dev/null || status=$?
+test "$status" = 3
+
 # pkg-config
 export PKG_CONFIG_PATH="$(dirname "$(ls "$prefix"/lib*/pkgconfig/qk_protocol.pc)")"
 c++ -o "$work/by_pkg_config" "$source/examples/host_barcodes/main.cpp" \
   $(pkg-config --cflags --libs qk_protocol) -Wl,-rpath,"$prefix/lib"
 "$work/by_pkg_config" "$work/shop" 2 >"$work/pkg.txt"
 grep -q '^line 1: 189999001A06B13$' "$work/pkg.txt"
+c++ -o "$work/sync_by_pkg_config" "$source/examples/host_sync/main.cpp" \
+  $(pkg-config --cflags --libs qk_protocol) -Wl,-rpath,"$prefix/lib"
+"$work/sync_by_pkg_config" "$work/shop" 3 "$work/line3.txt" >/dev/null 2>&1
+test -s "$work/line3.txt"
 
 # Without --home and QK_HOME the installed qkp uses the data folder, never its libraries'.
 env -u QK_HOME XDG_DATA_HOME="$work/xdg" "$prefix/bin/qkp" init --demo 2>/dev/null
@@ -95,5 +124,31 @@ if [ -n "${QK_PYTHON:-}" ]; then
   PYTHONPATH=$(dirname "$module") "$QK_PYTHON" -c 'import qk_protocol; qk_protocol.clsBarCode()' \
     2>"$work/early.txt" && exit 1
   grep -q "RuntimeError: call qk_protocol.start() before creating a class" "$work/early.txt"
+  # The daily job from Python delivers what qkp sync delivers, byte for byte (the date records,
+  # which carry the time of sending, are left out of both).
+  "$prefix/bin/qkp" --home "$work/by_python" init --demo 2>/dev/null
+  cp -r "$work/by_python" "$work/by_qkp"
+  "$prefix/bin/qkp" --home "$work/by_qkp" sync --line 1 --out "$work/qkp_sync.txt" 2>/dev/null
+  PYTHONPATH=$(dirname "$module") "$QK_PYTHON" - "$work" <<'END'
+import sys, qk_protocol
+work = sys.argv[1]
+qk_protocol.start(work + "/by_python")
+assert qk_protocol.pending(line=1), "nothing pending on a new demo"
+dates = []
+with open(work + "/python_sync.txt", "wb") as out:
+    def deliver(data, dept, line, scale, family, kind, id):
+        if kind == "date":
+            dates.append(out.tell())
+        out.write(data + b"\r\n")
+    report = qk_protocol.sync(line=1, deliver=deliver)
+assert report["status"] == "done" and report["records"] > 0, report
+assert qk_protocol.pending(line=1) == []
+open(work + "/python_dates.txt", "w").write("".join(f"{d}\n" for d in dates))
+END
+  drop_dates() { LC_ALL=C awk 'NR==FNR { skip[$1] = 1; next } { if (!(at in skip)) print; at += length($0) + 1 }' "$work/python_dates.txt" "$1"; }
+  drop_dates "$work/python_sync.txt" >"$work/python_rest.txt"
+  drop_dates "$work/qkp_sync.txt" >"$work/qkp_rest.txt"
+  test -s "$work/qkp_rest.txt"
+  cmp "$work/python_rest.txt" "$work/qkp_rest.txt"
 fi
 echo "installed package: ok"

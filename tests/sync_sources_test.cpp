@@ -1,7 +1,7 @@
 // The sync library on a real archive, with a transport that keeps what it is given: which kinds
 // each family takes, sources with nothing pending, unknown families, and the reset guard.
 #include "archive_fixture.h"
-#include "sync.h"
+#include "qk/sync.h"
 
 using namespace qk;
 using namespace qk::testing;

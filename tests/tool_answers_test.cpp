@@ -10,7 +10,7 @@
 #include <pugixml.hpp>
 
 #include "commands.h"
-#include "delivery.h"
+#include "qk/sync/delivery.h"
 #include "tool_fixture.h"
 
 namespace qk::testing {

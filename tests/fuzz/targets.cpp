@@ -15,7 +15,7 @@
 #include "images/bitmap_reader.h"
 #include "layout/clsConvertion.h"
 #include "layout/layout_receive.h"
-#include "network.h"
+#include "qk/sync/network.h"
 #include "qk/archive_schema.h"
 #include "qk/clsLayout.h"
 #include "qk/error.h"

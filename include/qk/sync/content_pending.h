@@ -9,11 +9,13 @@
 #include <string>
 #include <tuple>
 
-#include "network.h"
 #include "qk/archive_versions.h"
+#include "qk/export.h"
 #include "qk/families.h"
+#include "qk/sync/network.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 class ContentPending {
  public:
@@ -59,4 +61,5 @@ void record_delivered(ArchiveTools& a, const ScaleLine& where, Kind k, int32_t i
 long forget_delivered(ArchiveTools& a, int32_t dept, int32_t line, std::optional<Kind> k = {},
                       std::optional<int32_t> id = {});
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

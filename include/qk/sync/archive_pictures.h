@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "qk/archive_tools.h"
+#include "qk/export.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 // The column's text for a file's bytes, and the bytes back (nullopt: not base64).
 std::string picture_text(const std::string& bytes);
@@ -39,4 +41,5 @@ struct PictureLoad {
 // caller's write transaction.
 PictureLoad load_missing_pictures(ArchiveTools& a, const std::string& folder);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

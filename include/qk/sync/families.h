@@ -4,9 +4,11 @@
 
 #include <string>
 
+#include "qk/export.h"
 #include "qk/families.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 using qk::Family;
 using qk::Form;
@@ -19,4 +21,5 @@ inline const Family* forms_of(const std::string& family) {
   return find_family(family);
 }
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "qk/archive_tools.h"
+#include "qk/export.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 // Now in UTC, "2026-11-20T14:02:05Z": text that sorts as time does.
 std::string utc_now();
@@ -43,4 +45,5 @@ struct JournalEntry {
 void write_journal(ArchiveTools& a, const Run& run, const std::string& time,
                    const std::vector<JournalEntry>& entries);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

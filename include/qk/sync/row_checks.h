@@ -8,10 +8,12 @@
 
 #include "qk/archive_schema.h"
 #include "qk/column_rules.h"
+#include "qk/export.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 using archive::value_problem;
 
@@ -22,4 +24,5 @@ std::string row_name(const archive::Table& t, const automation::Recordset& row);
 // columns): "<row name>: <column> <problem>".
 std::vector<std::string> row_problems(const archive::Table& t, automation::Recordset& rows);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

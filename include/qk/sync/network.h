@@ -10,9 +10,11 @@
 #include "qk/archive_stores.h"
 #include "qk/archive_tools.h"
 #include "qk/companions.h"
+#include "qk/export.h"
 #include "qk/variant.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 // The database companion's tools, not opened on any archive yet (for new archives).
 std::shared_ptr<ArchiveTools> new_archive_tools();
@@ -93,4 +95,5 @@ automation::Variant configured_lines(const std::vector<ScaleLine>& network);
 // width are left out).
 std::string line_mask(int width, const std::vector<int32_t>& lines);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

@@ -4,11 +4,15 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
-namespace qk::sync {
+#include "qk/export.h"
+
+namespace qk {
+namespace QK_API sync {
 
 // What a record is and where it goes, for transports that address records.
 struct Envelope {
@@ -69,6 +73,14 @@ std::unique_ptr<Transport> file_transport(const std::string& path, Separator sep
 // QK_KIND and QK_ID of the record.
 std::unique_ptr<Transport> command_transport(const std::string& command);
 
+// A host's own delivery of one string of a record: returns once the bytes are safely delivered
+// (written to the scale's line and, as far as the host can tell, taken), and throws when they
+// could not be; what it throws (a std::exception's what()) is the reason delivery stopped.
+using Deliver = std::function<void(const Envelope& to, const std::string& bytes)>;
+// A transport over the host's function: a string is confirmed when the function returns, so a
+// record is reset only after every string of it returned.
+std::unique_ptr<Transport> function_transport(Deliver deliver);
+
 // Starts `sh -c command` once for the line and frames every string on its standard input
 // ("REC n dept line scale family kind id length", LF, the bytes, LF); a string is taken when the
 // command answers "OK n" on its standard output. "ERR n text", another answer, an exit, or no
@@ -77,4 +89,5 @@ std::unique_ptr<Transport> command_transport(const std::string& command);
 std::unique_ptr<Transport> sender_transport(const std::string& command, double timeout_seconds,
                                             bool one_department);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
-namespace qk::sync {
+#include "qk/export.h"
+
+namespace qk {
+namespace QK_API sync {
 
 // SIGINT and SIGTERM set a stop request instead of ending the process at once: delivery stops at
 // the next record, transport processes are ended, and the flags stay as delivery left them.
@@ -41,4 +44,5 @@ std::string describe_status(int status);
 // Writes everything, retrying after a signal unless a stop was asked; false with errno set.
 bool write_all(int fd, const char* p, std::size_t n);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

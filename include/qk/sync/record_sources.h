@@ -11,11 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "families.h"
-#include "network.h"
 #include "qk/archive_tools.h"
+#include "qk/export.h"
+#include "qk/sync/families.h"
+#include "qk/sync/network.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 // One department's line, as every source of it sees it.
 struct LineContext {
@@ -82,4 +84,5 @@ const SourceEntry& source_of(Kind k);
 // The archive group a flag-carrying kind's records belong to (keys: by the family's form).
 std::optional<RecordGroup> group_of(Kind k, Form form);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk

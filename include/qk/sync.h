@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "delivery.h"
-#include "record_sources.h"
+#include "qk/export.h"
+#include "qk/sync/delivery.h"
+#include "qk/sync/record_sources.h"
 
-namespace qk::sync {
+namespace qk {
+namespace QK_API sync {
 
 struct SyncScope {
   int32_t line = 0;   // the served line, 1 to 8
@@ -108,7 +110,7 @@ struct MarkResult {
 };
 // Marks records pending, as the back office's "send again" does: flags are set, and for the
 // kinds without flags the last delivery to the line is forgotten. Only configured lines of the
-// request's store are marked.
+// request's store are marked. An id with other than one kind raises std::invalid_argument.
 MarkResult mark(ArchiveTools& a, const MarkRequest& r);
 
 // A new or changed line: every flag-carrying record of the department that the line's family
@@ -117,4 +119,5 @@ long mark_line_pending(ArchiveTools& a, int32_t dept, int32_t line, const std::s
 // The rows of the department whose flags hold the line pending.
 long rows_pending_on(ArchiveTools& a, int32_t dept, int32_t line);
 
-}  // namespace qk::sync
+}  // namespace sync
+}  // namespace qk
