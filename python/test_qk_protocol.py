@@ -165,5 +165,67 @@ class Failures(unittest.TestCase):
         self.assertEqual(raised.exception.args[0], 3021)
 
 
+class DailyJob(unittest.TestCase):
+    """sync, pending and mark on department 1's line 3 (the other tests read other rows)."""
+    WHERE = dict(line=3, dept=1)
+
+    def test_what_was_not_delivered_stays_pending(self):
+        qk.mark(lines=3, dept=1)
+        self.addCleanup(qk.mark, lines=3, dept=1)  # as the demo came
+        before = qk.pending(**self.WHERE)
+        self.assertGreater(len(before), 3)
+        self.assertEqual({r["dept"] for r in before}, {1})
+        # A line that fails after two strings, then one interrupted after three: the records
+        # confirmed before each stop are reset, the rest stays pending.
+        for failure, expected in ((OSError("the line is down"), None),
+                                  (KeyboardInterrupt(), KeyboardInterrupt)):
+            taken = []
+
+            def deliver(data, dept, line, scale, family, kind, id):
+                if len(taken) == 2:
+                    raise failure
+                taken.append((kind, id))
+
+            left = len(qk.pending(**self.WHERE))
+            if expected:
+                with self.assertRaises(expected):
+                    qk.sync(deliver=deliver, **self.WHERE)
+            else:
+                report = qk.sync(deliver=deliver, **self.WHERE)
+                self.assertEqual(report["status"], "failed")
+                self.assertIn("OSError: the line is down", report["stopped"])
+                self.assertIn("stays pending", report["messages"][-1])
+            now = len(qk.pending(**self.WHERE))
+            self.assertLess(now, left)
+            self.assertGreater(now, 0)
+        got = []
+        report = qk.sync(deliver=lambda data, **where: got.append((data, where)), **self.WHERE)
+        self.assertEqual(report["status"], "done")
+        self.assertGreaterEqual(len(got), report["records"])  # a record may have many strings
+        self.assertEqual({where["kind"] for _, where in got}, set(report["kinds"]))
+        self.assertTrue(all(isinstance(data, bytes) and where["line"] == 3 for data, where in got))
+        self.assertEqual(qk.pending(**self.WHERE), [])
+        # A record marked again is pending again, with only its kind.
+        self.assertGreater(qk.mark(lines=[3], dept=1, kinds=["lots"])["rows"], 0)
+        self.assertEqual({r["kind"] for r in qk.pending(**self.WHERE)}, {"lots"})
+
+    def test_bad_arguments_name_what_is_wrong(self):
+        def deliver(data, **where):
+            pass
+
+        for call, error, named in (
+                (lambda: qk.sync(line=9, deliver=deliver), ValueError, "line: 1 to 8, got 9"),
+                (lambda: qk.pending(line=0), ValueError, "line: 1 to 8, got 0"),
+                (lambda: qk.pending(line=1, dept=-2), ValueError, "dept: a department"),
+                (lambda: qk.mark(lines=[1, 12]), ValueError, "line: 1 to 8, got 12"),
+                (lambda: qk.mark(lines=1, kinds=["date"]), ValueError, 'kinds: "date" is not'),
+                (lambda: qk.mark(lines=1, id=3), ValueError, "id: an id names"),
+                (lambda: qk.pending(line=1, store="A", all_stores=True), ValueError,
+                 "store: give a store or all_stores"),
+                (lambda: qk.sync(line=1), TypeError, "deliver")):
+            with self.assertRaisesRegex(error, named):
+                call()
+
+
 if __name__ == "__main__":
     unittest.main()
