@@ -28,6 +28,7 @@
 #include "qk/host.h"
 #include "qk/registry_helper.h"
 #include "qk/translations.h"
+#include "class_docs.h"
 #include "sync_bindings.h"
 
 namespace py = pybind11;
@@ -529,10 +530,17 @@ void bind_classes(py::module_& m) {
 
 // pybind11 says "incompatible function arguments" without the member: every property setter
 // and method of the classes is wrapped so that a TypeError names it and the type it takes
-// ("clsTraceability.p_lngBnc: expected int, got str").
-void name_type_errors(py::module_& m) {
+// ("clsTraceability.p_lngBnc: expected int, got str"). The wrapped members and the classes get
+// their docstrings, the headers' descriptions.
+void name_type_errors_and_docs(py::module_& m) {
+  py::dict docs;
+  for (const auto& d : kClassDocs) {
+    if (!docs.contains(d.cls)) docs[d.cls] = py::dict();
+    docs[d.cls][py::str(d.member)] = py::str(d.doc);
+  }
   py::dict scope;
   scope["module"] = m;
+  scope["docs"] = docs;
   py::exec(R"(
 import functools, re
 
@@ -554,14 +562,19 @@ def _named(cls, name, call):
     return wrapped
 
 for cls in [c for c in vars(module).values() if isinstance(c, type) and c.__name__.startswith('cls')]:
+    table = docs.get(cls.__name__, {})
+    cls.__doc__ = table.get('', cls.__doc__)
     for name, attr in list(vars(cls).items()):
         if name.startswith('_'):
             continue
+        doc = table.get(name)
         if isinstance(attr, property):
-            if attr.fset is not None:
-                setattr(cls, name, property(attr.fget, _named(cls, name, attr.fset), None, attr.__doc__))
+            setter = _named(cls, name, attr.fset) if attr.fset is not None else None
+            setattr(cls, name, property(attr.fget, setter, None, doc or attr.__doc__))
         elif callable(attr):
-            setattr(cls, name, _named(cls, name, attr))
+            wrapped = _named(cls, name, attr)
+            wrapped.__doc__ = doc or attr.__doc__
+            setattr(cls, name, wrapped)
 )",
            scope);
 }
@@ -615,6 +628,6 @@ PYBIND11_MODULE(qk_protocol, m) {
       py::arg("section"), py::arg("key"), py::arg("fallback") = "");
   m.def("installation_folder", &qk::installation_folder);
   bind_classes(m);
-  name_type_errors(m);
+  name_type_errors_and_docs(m);
   bind_sync(m);
 }

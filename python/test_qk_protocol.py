@@ -116,6 +116,17 @@ class Values(unittest.TestCase):
         self.assertEqual(barcodes.p_ResetFlagTrasm(1), 1)  # the by-reference line comes back
         self.assertEqual(barcodes.p_strFlagTrasm, "0000")
 
+    def test_every_class_and_member_has_its_description(self):
+        classes = [c for name, c in vars(qk).items() if name.startswith("cls")]
+        self.assertEqual(len(classes), 13)
+        for cls in classes:
+            members = [(name, m) for name, m in vars(cls).items() if not name.startswith("_")]
+            for name, doc in [("", cls.__doc__)] + [(n, m.__doc__) for n, m in members]:
+                # the header's sentence, not pybind11's signature
+                self.assertRegex(doc or "", r"^[A-Z\"<0-9].*[.)]$", f"{cls.__name__}.{name}")
+        self.assertEqual(qk.clsBarCode.p_MoveFirst.__doc__, "Puts the cursor on the key's first form.")
+        self.assertEqual(qk.clsTraceability.p_lngBnc.__doc__, "The department whose lot is read.")
+
     def test_requests_are_bytes(self):
         self.assertEqual(qk.clsKplMakeRequest().p_RX_strStopLavorazioniInCorso(),
                          b"<STOP><END_STOP>\r\n")

@@ -21,16 +21,22 @@ class QK_API clsAbbinamentoTasti {
 
   // Loads the department's keys for the global walk and sets RecordCount.
   void InitializeGlobal();
+  // The scale number, a string read as a number.
   std::string p_strScale() const { return scale_; }
   void p_strScale(const std::string& v) { scale_ = v; }
+  // Moves the global walk to its record at this index (from 0).
   void CursorPosition(int16_t v) { cursor_ = v; }
   // Any text the host reads as a boolean ("True", "1", "-1", "False", "0").
   void GlobalMode(const std::string& v);
+  // How many keys InitializeGlobal loaded for the global walk.
   int16_t RecordCount() const { return record_count_; }
+  // The key number, a string read as a number (the global walk writes it too).
   std::string p_strScaleKey() const { return key_; }
   void p_strScaleKey(const std::string& v) { key_ = v; }
+  // The served line, 1 to 8.
   int16_t p_intLine() const { return line_; }
   void p_intLine(int16_t v) { line_ = v; }
+  // The department (its number) whose keys are read.
   automation::Variant p_varKey() const { return dept_; }
   void p_varKey(const automation::Variant& v) { dept_ = v; }
   // One "<MSG OPE=NEW TYP=TAS" message for the key (or the walk's current key).
@@ -41,15 +47,19 @@ class QK_API clsAbbinamentoTasti {
   void p_ResetFlagTrasm(int32_t& lngLine);
   // 5000-series reset: clears lngLine and writes the merged flags back to every row of the key.
   void p_ResetFlagTrasm50(int32_t& lngLine);
+  // Merged flags of the key (every row of it), as the 5000 series reads them.
   std::string p_strFlagTrasm50();
   // Merged flags of the key's block (the rows the type "35" record is built from).
   std::string p_strFlagTrasm();
-  // Stored as given: a copy made when it is written, and a copy handed back.
+  // The configured-lines array (department, line index 0..7), stored as given: copied when
+  // written and when read.
   automation::Variant p_varConfiguredLines() const { return configured_.copied(); }
   void p_varConfiguredLines(const automation::Variant& v) { configured_ = v.copied(); }
+  // 2000-series reset: clears lngLine on the key's rows (unconfigured lines masked).
   void p_ResetFlagTrasm20(int32_t& lngLine);
   // One 2000-series record for the key (or the walk's current key).
   std::string p_strProtocolO20();
+  // Merged flags of the key, as the 2000 series reads them.
   std::string p_strFlagTrasm20();
 
  private:

@@ -16,8 +16,10 @@ class QK_API clsAdvertisingMessage {
   QK_MOVE_ONLY(clsAdvertisingMessage);
   clsAdvertisingMessage();
 
+  // The counter (department) number: the first key of every archive read.
   int32_t Counter() const { return counter_; }
   void Counter(int32_t& v) { counter_ = v; }
+  // The advertising message number: the second key.
   int32_t Id() const { return id_; }
   void Id(int32_t& v) { id_ = v; }
   // The message of the record (the empty message when it does not exist; "" at the end of the
@@ -25,13 +27,19 @@ class QK_API clsAdvertisingMessage {
   automation::Variant Protocol();
   // Any non-empty text switches to the global list.
   void GlobalMode(const std::string& v) { global_mode_ = v; }
+  // How many messages InitializeGlobal loaded for the global list.
   int16_t RecordCount() const { return record_count_; }
+  // Moves the global list to its message at this index (from 0).
   void CursorPosition(int16_t v) { cursor_ = v; }
+  // Loads the global list of messages and sets RecordCount.
   void InitializeGlobal();
-  // Stored as given: a copy made when it is written, and a copy handed back.
+  // The configured-lines array (department, line index 0..7), stored as given: copied when
+  // written and when read.
   automation::Variant configuredLines() const { return configured_.copied(); }
   void configuredLines(const automation::Variant& v) { configured_ = v.copied(); }
+  // Clears lngLine in the message's flags (unconfigured lines masked).
   void p_ResetFlagTrasm(int32_t& lngLine);
+  // The message's transmission flags as stored ("1" where a line still waits).
   std::string p_strFlagTrasm();
 
  private:

@@ -16,8 +16,10 @@ class QK_API clsBarCode {
   QK_MOVE_ONLY(clsBarCode);
   clsBarCode();
 
+  // The barcode form (BC_FORM) the cursor stands on.
   std::string p_strForm() const { return form_; }
   void p_strForm(const std::string& v) { form_ = v; }
+  // The department whose barcode forms are walked.
   automation::Variant p_varKey() const { return key_; }
   // Writing the key reloads its forms; a key without forms sets p_booEOF at once.
   void p_varKey(const automation::Variant& v);
@@ -27,11 +29,15 @@ class QK_API clsBarCode {
   std::string p_strFlagTrasm();
   // Masks unconfigured lines (indexes 0 to 3); the database clears lngLine and stores.
   void p_ResetFlagTrasm(int32_t& lngLine);
-  // Stored as given: a copy made when it is written, and a copy handed back.
+  // The configured-lines array (department, line index 0..7), stored as given: copied when
+  // written and when read.
   automation::Variant p_varConfiguredLines() const { return configured_.copied(); }
   void p_varConfiguredLines(const automation::Variant& v) { configured_ = v.copied(); }
+  // True once the cursor went past the last form.
   bool p_booEOF() const { return eof_; }
+  // Puts the cursor on the key's first form.
   void p_MoveFirst();
+  // Moves the cursor to the next form (p_booEOF after the last).
   void p_MoveNext();
 
  private:

@@ -16,12 +16,18 @@ class QK_API clsEText {
  public:
   clsEText() = default;
   QK_MOVE_ONLY(clsEText);
+  // Loads the global list of texts and sets RecordCount.
   void InitializeGlobal();
+  // How many texts InitializeGlobal loaded.
   int16_t RecordCount() const { return record_count_; }
+  // Moves the global list to its text at this index (from 0).
   void CursorPosition(int16_t v) { cursor_ = v; }
+  // Stored only: the class always works on the global list.
   void GlobalMode(bool v) { global_mode_ = v; }
+  // The counter (department) number, written as the REP value.
   int32_t Counter() const { return counter_; }
   void Counter(int32_t& v) { counter_ = v; }
+  // The "<MSG TYP=TXT2 OPE=NEW" message of the text at CursorPosition ("" past the end).
   automation::Variant Protocol();
 
  private:

@@ -18,22 +18,31 @@ class QK_API clsImage {
   QK_MOVE_ONLY(clsImage);
   clsImage();
 
+  // The description, written into the first record (16 characters at most).
   std::string p_strDescription() const { return description_; }
   void p_strDescription(const std::string& v) { description_ = v; }
+  // The validity start, written as given into the first record.
   std::string p_strFromDate() const { return from_; }
   void p_strFromDate(const std::string& v) { from_ = v; }
+  // The validity end, written as given into the first record.
   std::string p_strToDate() const { return to_; }
   void p_strToDate(const std::string& v) { to_ = v; }
+  // The file name (stored only).
   std::string p_strFileName() const { return file_name_; }
   void p_strFileName(const std::string& v) { file_name_ = v; }
+  // The image number; "0" asks for the empty image record.
   automation::Variant p_varKey() const { return key_; }
   void p_varKey(const automation::Variant& v) { key_ = v; }
+  // Where the 1-bit bitmap is read from.
   std::string p_strFullPath() const { return path_; }
   void p_strFullPath(const std::string& v) { path_ = v; }
+  // The counter (department) number (stored only).
   int32_t p_lngBanco() const { return banco_; }
   void p_lngBanco(int32_t v) { banco_ = v; }
+  // The image type (stored only).
   int32_t p_lngType() const { return type_; }
   void p_lngType(int32_t v) { type_ = v; }
+  // The image records: the description record, then the compressed bitmap in chunks.
   automation::StringArray p_strProtocol();
   // The escaped chunks of a compressed stream, index 1 upwards (unallocated when empty).
   automation::StringArray p_strTransmissionString(const std::string& text);

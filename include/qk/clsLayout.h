@@ -31,13 +31,19 @@ class QK_API clsLayout {
   // malformed file leaves every lookup empty).
   clsLayout();
 
+  // The counter (department) number.
   int32_t p_lngBnc() const { return bnc_; }
   void p_lngBnc(int32_t v) { bnc_ = v; }
+  // The layout number (TICKET id) to build or to receive.
   int32_t p_lngTicketId() const { return ticket_; }
   void p_lngTicketId(int32_t v) { ticket_ = v; }
+  // A copy of the 3000 record array (intDevice 2, the default) or of the 5000 message array.
   automation::StringArray p_strProtocol(int16_t intDevice = 2) const;
+  // The highest index of the 3000 record array.
   int32_t p_lngMaxItem() const { return max_3000_; }
+  // The highest index of the 5000 message array.
   int32_t p_lngMaxItemO50() const { return max_5000_; }
+  // Builds both arrays for layout p_lngTicketId of department p_lngBnc.
   bool p_booRetrieveData();
   // Receiving: the type "46" record that asks a scale for its layout strLayoutNumber (object
   // strObjectNumber, 0 for all), and the parsers of what a 3000 or 5000 scale sends back for its
@@ -46,15 +52,20 @@ class QK_API clsLayout {
   // is stored unless the whole layout was read; errors name the record and the reason.
   std::string p_strMakeReceiveRequest(const std::string& strLayoutNumber,
                                       const std::string& strObjectNumber);
+  // Parses what a 3000 scale sent back for its layout and stores it.
   void p_ParseReceivedMessage(const std::string& strMessage);
+  // The layout number the received layout is stored as.
   int32_t p_lngLayoutToImport() const { return import_; }
   void p_lngLayoutToImport(int32_t v) { import_ = v; }
+  // The line, used when receiving layouts.
   int32_t p_lngLine() const { return line_; }
   void p_lngLine(int32_t v) { line_ = v; }
+  // Parses what a 5000 scale sent back for its layout and stores it.
   void p_ParseReceivedMessageO50(const std::string& strMessage);
 
   // The last receiving call's summary; with `dry_run`, the parsers read and summarise only.
   const LayoutReceipt& last_receipt() const { return receipt_; }
+  // With true, the receiving parsers read and summarise only, storing nothing.
   void receive_without_storing(bool dry_run) { dry_run_ = dry_run; }
 
  private:

@@ -18,10 +18,13 @@ class QK_API clsPrinterImage {
   // Loads the translations only: the settings store must have been created on this thread.
   clsPrinterImage();
 
+  // Where the 1-bit bitmap is read from.
   std::string p_strFullPath() const { return path_; }
   void p_strFullPath(const std::string& v) { path_ = v; }
+  // The image key (stored only).
   automation::Variant p_varKey() const { return key_; }
   void p_varKey(const automation::Variant& v) { key_ = v; }
+  // The printer frames of the bitmap, index 1 upwards.
   automation::StringArray p_strProtocol();
   // Whether the file passes the header check (the refusal notice is shown).
   bool p_booImageIsValid();

@@ -18,9 +18,13 @@ class QK_API clsTotals {
   void Mode(std::string& v) { mode_ = v; }
   // 255 means every counter.
   void Counter(int16_t& v) { counter_ = v; }
+  // The totals request of the current article, "" past the last one.
   std::string Protocol2000();
+  // How many articles Initialize read.
   int16_t RecordCount() const;
+  // Moves to the article at this index (from 0).
   void CursorPosition(int16_t& v);
+  // Runs the query of the counter's articles in the mode and keeps the rows.
   automation::Variant Initialize();
 
  private:
