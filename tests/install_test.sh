@@ -124,6 +124,23 @@ if [ -n "${QK_PYTHON:-}" ]; then
   PYTHONPATH=$(dirname "$module") "$QK_PYTHON" -c 'import qk_protocol; qk_protocol.clsBarCode()' \
     2>"$work/early.txt" && exit 1
   grep -q "RuntimeError: call qk_protocol.start() before creating a class" "$work/early.txt"
+  # A host that leaves the message boxes to the default sees no box while Debug/Silent is "Y"
+  # (the default), and the error reporter's box once it is "N"; the reports reach it either way.
+  for silent in Y N; do
+    "$prefix/bin/qkp" --home "$work/shop" settings set Debug Silent "$silent" >/dev/null
+    PYTHONPATH=$(dirname "$module") "$QK_PYTHON" - "$work/shop" 2>"$work/boxes.txt" <<'END'
+import sys, qk_protocol as qk
+reports = []
+qk.start(sys.argv[1], on_error=lambda *report: reports.append(report))
+qk.clsAbbinamentoTasti()  # reads the silent setting, as every key class does
+lots = qk.clsTraceability()
+lots.p_lngBnc = 1
+lots.p_strTraceabilityId = "abc"
+lots.p_3000_strProtocol
+assert reports, "no error was reported"
+END
+    if [ "$silent" = Y ]; then test ! -s "$work/boxes.txt"; else grep -q '^\[Error\]' "$work/boxes.txt"; fi
+  done
   # The daily job from Python delivers what qkp sync delivers, byte for byte (the date records,
   # which carry the time of sending, are left out of both).
   "$prefix/bin/qkp" --home "$work/by_python" init --demo 2>/dev/null
