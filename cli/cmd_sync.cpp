@@ -4,15 +4,15 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "qk/sync/child_process.h"
 #include "commands.h"
-#include "qk/sync/content_pending.h"
 #include "picture_files.h"
 #include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
-#include "session.h"
 #include "qk/sync.h"
+#include "qk/sync/child_process.h"
+#include "qk/sync/content_pending.h"
+#include "session.h"
 
 namespace qkp {
 
@@ -271,11 +271,9 @@ void run_sync(const SyncCommand& c) {
   }
 }
 
-// The kinds a user may mark: all but the date, which goes with anything pending.
 std::vector<std::string> markable_kind_names() {
   std::vector<std::string> names;
-  for (const auto& e : sync::sources())
-    if (e.flagged || e.rows.table) names.emplace_back(sync::kind_name(e.kind));
+  for (qk::Kind k : sync::markable_kinds()) names.emplace_back(sync::kind_name(k));
   return names;
 }
 
@@ -449,8 +447,8 @@ void add_sync_commands(CLI::App& app, Options& g) {
     sync::MarkRequest r;
     if (mo->line) r.lines = {mo->line};
     r.dept = mo->dept;
-    for (const auto& e : sync::sources())
-      if (mo->kind == sync::kind_name(e.kind)) r.kinds = {e.kind};
+    for (qk::Kind k : sync::markable_kinds())
+      if (mo->kind == sync::kind_name(k)) r.kinds = {k};
     if (id->count()) r.id = mo->id;
     r.store = chosen_store(mo->all_stores);
     auto a = sync::open_archive_tools();

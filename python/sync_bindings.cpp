@@ -5,6 +5,7 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 
@@ -167,16 +168,15 @@ py::dict mark(const py::object& lines, std::optional<int32_t> dept,
   else if (!lines.is_none())
     for (auto l : lines.cast<std::vector<int32_t>>()) r.lines.push_back(line_in(l));
   r.dept = dept.value_or(-1);
+  std::string markable;
+  for (qk::Kind k : qs::markable_kinds())
+    markable += (markable.empty() ? "" : ", ") + std::string(qk::kind_name(k));
   for (const auto& name : kinds.value_or(std::vector<std::string>{})) {
-    bool found = false;
-    for (const auto& e : qs::sources())
-      if ((e.flagged || e.rows.table) && name == qk::kind_name(e.kind)) {
-        r.kinds.push_back(e.kind);
-        found = true;
-      }
-    if (!found)
-      throw py::value_error("kinds: \"" + name +
-                            "\" is not keys, barcodes, lots, ads, vat, etexts, layouts or images");
+    auto all = qs::markable_kinds();
+    auto k =
+        std::find_if(all.begin(), all.end(), [&](qk::Kind k) { return qk::kind_name(k) == name; });
+    if (k == all.end()) throw py::value_error("kinds: \"" + name + "\" is none of " + markable);
+    r.kinds.push_back(*k);
   }
   r.id = id;
   r.store = store_in(store, all_stores);

@@ -589,6 +589,13 @@ std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
   return out;
 }
 
+std::vector<Kind> markable_kinds() {
+  std::vector<Kind> kinds;
+  for (const auto& e : sources())
+    if (e.flagged || e.rows.table) kinds.push_back(e.kind);
+  return kinds;
+}
+
 MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
   if (r.id && r.kinds.size() != 1)
     throw std::invalid_argument("an id names a key, a form, a lot or a message: give one kind");
@@ -603,10 +610,7 @@ MarkResult mark(ArchiveTools& a, const MarkRequest& r) {
   if (r.dept >= 0 && configured.empty())
     result.skipped.push_back("department " + std::to_string(r.dept) + " has no lines" +
                              (r.store ? " of " + store_label(r.store) : ""));
-  std::vector<Kind> kinds = r.kinds;
-  if (kinds.empty())
-    for (const auto& e : sources())
-      if (e.flagged || e.rows.table) kinds.push_back(e.kind);
+  std::vector<Kind> kinds = r.kinds.empty() ? markable_kinds() : r.kinds;
   ArchiveWrite write(a);
   {
     for (const auto& [dept, lines] : configured) {

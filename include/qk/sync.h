@@ -96,6 +96,10 @@ struct PendingLine {
 std::vector<PendingLine> list_pending(ArchiveTools& a, const SyncScope& scope,
                                       std::vector<std::string>* problems);
 
+// The kinds a user may mark pending, in sending order: all but the date, which goes with
+// anything pending.
+std::vector<Kind> markable_kinds();
+
 struct MarkRequest {
   std::vector<int32_t> lines;  // empty: every line configured in the department
   int32_t dept = -1;           // -1: every department
