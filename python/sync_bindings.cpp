@@ -110,12 +110,10 @@ py::dict run(int32_t line, const py::function& deliver, std::optional<int32_t> d
               py::arg("scale") = to.scale, py::arg("family") = to.family, py::arg("kind") = to.kind,
               py::arg("id") = to.id);
     } catch (py::error_already_set& e) {
-      if (!e.matches(PyExc_Exception)) {
-        std::string what = e.what();
-        interrupt.emplace(std::move(e));
-        throw std::runtime_error(what);
-      }
-      throw std::runtime_error(e.what());
+      if (e.matches(PyExc_Exception)) throw;  // the transport says what it was and stops
+      std::string what = e.what();
+      interrupt.emplace(std::move(e));
+      throw std::runtime_error(what);
     }
   });
   auto archive = qs::open_archive_tools();
