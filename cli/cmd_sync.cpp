@@ -9,6 +9,7 @@
 #include "qk/column_rules.h"
 #include "qk/error.h"
 #include "qk/host.h"
+#include "qk/line_address.h"
 #include "qk/sync.h"
 #include "qk/sync/child_process.h"
 #include "qk/sync/content_pending.h"
@@ -60,25 +61,34 @@ void list_lines(const Options& g, const sync::StoreChoice& store) {
                      {"family", l.where.family},
                      {"scale", l.where.scale},
                      {"store", l.where.store},
+                     {"address", l.where.address},
                      {"pending", l.known_family ? nlohmann::json(l.records.size()) : nullptr}});
     std::printf("%s\n", out.dump(1).c_str());
     return;
   }
-  // The store column only where the archive has stores.
-  bool stores = false;
-  for (const auto& l : lines) stores = stores || !l.where.store.empty();
-  auto last = [stores](const std::string& pending, const std::string& store) {
-    return stores ? (pending + std::string(pending.size() < 8 ? 8 - pending.size() : 0, ' ') + " " +
-                     store)
-                  : pending;
+  // The store and address columns only where the archive has them.
+  bool stores = false, addresses = false;
+  for (const auto& l : lines) {
+    stores = stores || !l.where.store.empty();
+    addresses = addresses || !l.where.address.empty();
+  }
+  auto row = [&](const std::string& pending, const std::string& store, const std::string& to) {
+    std::string s = pending;
+    if (stores || addresses) s.resize(std::max<std::size_t>(s.size(), 8), ' ');
+    if (stores) s += " " + store;
+    if (stores && addresses) s.resize(std::max<std::size_t>(s.size(), 20), ' ');
+    if (addresses) s += " " + to;
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    return s;
   };
   std::printf("%-6s %-5s %-8s %-6s %s\n", "dept", "line", "family", "scale",
-              last("pending", "store").c_str());
+              row("pending", "store", "address").c_str());
   for (const auto& l : lines)
-    std::printf(
-        "%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
-        l.where.scale,
-        last(l.known_family ? std::to_string(l.records.size()) : "unknown", l.where.store).c_str());
+    std::printf("%-6d %-5d %-8s %-6d %s\n", l.where.dept, l.where.line, l.where.family.c_str(),
+                l.where.scale,
+                row(l.known_family ? std::to_string(l.records.size()) : "unknown", l.where.store,
+                    l.where.address)
+                    .c_str());
 }
 
 // The network as a drawing: a row per department, a box per line with its family, scale and
@@ -197,9 +207,30 @@ void check_own_line(qk::ArchiveTools& a, const qk::Where& key, bool all_stores) 
 struct SyncCommand {
   sync::SyncOptions options;
   std::string out_file, exec, sender, separator = "crlf", serial;
+  std::string started_by;  // the service that started the run, for the journal
   double sender_timeout = 30;
   bool all_stores = false;
 };
+
+// The lines of the scope, when the sync delivers to their addresses: each must have one.
+std::vector<sync::ScaleLine> addressed_lines(qk::ArchiveTools& a, const sync::SyncScope& scope) {
+  std::vector<sync::ScaleLine> lines;
+  std::string missing;
+  for (auto& l : sync::read_network(a, nullptr)) {
+    if (l.line != scope.line || (scope.dept >= 0 && l.dept != scope.dept) ||
+        !sync::in_store(l, scope.store))
+      continue;
+    if (l.address.empty()) missing += (missing.empty() ? "" : ", ") + std::to_string(l.dept);
+    lines.push_back(std::move(l));
+  }
+  if (!missing.empty())
+    throw CLI::ValidationError(
+        "sync", "line " + std::to_string(scope.line) + " of department" +
+                    (missing.find(',') != std::string::npos ? "s " : " ") + missing +
+                    " has no address: give it one (qkp lines set … --to ADDRESS) or say where "
+                    "to send (--out FILE, --sender CMD or --exec CMD)");
+  return lines;
+}
 
 void run_sync(const SyncCommand& c) {
   std::optional<sync::SerialSettings> serial;
@@ -209,11 +240,17 @@ void run_sync(const SyncCommand& c) {
     if (!serial) throw CLI::ValidationError("--serial-settings", why);
   }
   auto separator = sync::parse_separator(c.separator);
-  std::unique_ptr<sync::Transport> transport =
-      !c.out_file.empty() ? sync::file_transport(c.out_file, *separator, serial)
-      : !c.sender.empty()
-          ? sync::sender_transport(c.sender, c.sender_timeout, c.options.scope.dept >= 0)
-          : sync::command_transport(c.exec);
+  bool to_addresses = c.out_file.empty() && c.sender.empty() && c.exec.empty();
+  std::unique_ptr<sync::Transport> transport;
+  if (to_addresses) {
+    auto a = sync::open_archive_tools();
+    transport = sync::address_transport(addressed_lines(*a, c.options.scope));
+  } else {
+    transport = !c.out_file.empty() ? sync::file_transport(c.out_file, *separator, serial)
+                : !c.sender.empty()
+                    ? sync::sender_transport(c.sender, c.sender_timeout, c.options.scope.dept >= 0)
+                    : sync::command_transport(c.exec);
+  }
   // Ctrl-C or a TERM stops at the next record: what was confirmed is reset, the rest stays
   // pending, and the transport's processes are ended.
   sync::install_stop_handlers();
@@ -224,10 +261,12 @@ void run_sync(const SyncCommand& c) {
   sync::SyncOptions o = c.options;
   o.by = "qkp sync --line " + std::to_string(o.scope.line) +
          (o.scope.dept >= 0 ? " --dept " + std::to_string(o.scope.dept) : "") +
-         (o.scope.full ? " --full" : "");
-  o.transport = !c.out_file.empty() ? "file " + c.out_file
-                : !c.sender.empty() ? "sender " + c.sender
-                                    : "exec " + c.exec;
+         (o.scope.full ? " --full" : "") + (o.scope.clock_only ? " --date" : "");
+  if (!c.started_by.empty()) o.by = c.started_by + ": " + o.by;
+  o.transport = to_addresses          ? "the lines' addresses"
+                : !c.out_file.empty() ? "file " + c.out_file
+                : !c.sender.empty()   ? "sender " + c.sender
+                                      : "exec " + c.exec;
   o.say = [terminal](const std::string& text) {
     std::fprintf(stderr, "%sqkp: %s\n", terminal ? "\r" : "", text.c_str());
   };
@@ -264,7 +303,10 @@ void run_sync(const SyncCommand& c) {
   std::fprintf(stderr, "qkp: sync of line %d%s: %ld records, %lld bytes delivered in %.3f s%s\n",
                o.scope.line, of_store(o.scope.store).c_str(), r.records(), r.bytes(), r.seconds,
                r.retries ? (", " + counted(r.retries, "reset") + " tried again").c_str() : "");
-  if (r.status != sync::SyncReport::Done) set_exit_status(kExitFailed);
+  if (r.status != sync::SyncReport::Done)
+    set_exit_status(kExitFailed);
+  else if (r.records() == 0)
+    set_exit_status(kExitNothing);
   if (sync::stop_signal() != 0) {
     transport.reset();  // ends the sender before qkp goes
     sync::reraise_stop_signal();
@@ -283,7 +325,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
   auto* lines = app.add_subcommand("lines", "The scale lines of every department");
   struct LineOptions {
     int32_t dept = 0, line = 0, scale = 0;
-    std::string family, store;
+    std::string family, store, address;
     bool all_stores = false;
   };
   auto lo = std::make_shared<LineOptions>();
@@ -297,8 +339,12 @@ void add_sync_commands(CLI::App& app, Options& g) {
   set->add_option("--scale", lo->scale, "scale number served on the line")->required();
   auto* store = set->add_option("--store", lo->store,
                                 "the store the line belongs to (default: the installation's)");
+  auto* to = set->add_option(
+      "--to", lo->address,
+      "where its records go: tcp://HOST:PORT[?timeout=S], serial:DEVICE[?9600,8,N,1], file:PATH "
+      "or sender:COMMAND; {dept}, {scale} and {line} are replaced (\"\": none; default: kept)");
   add_all_stores(set, &lo->all_stores);
-  set->callback([lo, store] {
+  set->callback([lo, store, to] {
     auto a = sync::open_archive_tools();
     const auto& t = *qk::archive::find_table("SCALE_LINES");
     std::string given = store->count() ? lo->store : sync::installation_store().value_or("");
@@ -309,6 +355,8 @@ void add_sync_commands(CLI::App& app, Options& g) {
       throw CLI::ValidationError("--store", "this installation serves " + sync::store_label(mine) +
                                                 "; give a line to another store from the chain "
                                                 "office (--all-stores)");
+    if (std::string p = qk::line_address_problem(lo->address); !p.empty())
+      throw CLI::ValidationError("--to", "\"" + lo->address + "\" is not a line's address: " + p);
     qk::Where key{{"SL_BNC", lo->dept}, {"SL_LINE", lo->line}};
     sync::ArchiveWrite write(*a);
     check_own_line(*a, key, lo->all_stores);
@@ -318,11 +366,14 @@ void add_sync_commands(CLI::App& app, Options& g) {
     // records yet: every one becomes pending there.
     bool changed = added || before->Fields("SL_FAMILY").to_text() != lo->family ||
                    before->Fields("SL_SCALE").to_int32() != lo->scale;
+    std::string address =
+        to->count() || added ? lo->address : before->Fields("SL_ADDRESS").to_text();
     if (added)
-      a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE", "SL_STORE"},
-                    {lo->dept, lo->line, lo->family, lo->scale, given});
+      a->insert_row(t, {"SL_BNC", "SL_LINE", "SL_FAMILY", "SL_SCALE", "SL_STORE", "SL_ADDRESS"},
+                    {lo->dept, lo->line, lo->family, lo->scale, given, address});
     else
-      a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE"}, {lo->family, lo->scale, given});
+      a->update_rows(t, key, {"SL_FAMILY", "SL_SCALE", "SL_STORE", "SL_ADDRESS"},
+                     {lo->family, lo->scale, given, address});
     long marked = changed ? sync::mark_line_pending(*a, lo->dept, lo->line, lo->family) : 0;
     // The records without flags follow: nothing is on record for the line's new scale.
     if (changed) sync::forget_delivered(*a, lo->dept, lo->line);
@@ -382,7 +433,9 @@ void add_sync_commands(CLI::App& app, Options& g) {
 
   auto sc = std::make_shared<SyncCommand>();
   auto* sync = app.add_subcommand(
-      "sync", "Send a line everything it is missing; reset each flag once delivered");
+      "sync",
+      "Send a line everything it is missing (to each line's address, unless told otherwise); "
+      "reset each flag once delivered (exit status 3 when nothing was pending)");
   sync->add_option("--line", sc->options.scope.line, "served line, 1 to 8")
       ->required()
       ->check(CLI::Range(1, 8));
@@ -391,6 +444,9 @@ void add_sync_commands(CLI::App& app, Options& g) {
   sync->add_flag("--full", sc->options.scope.full,
                  "send everything the family takes, not only pending");
   sync->add_flag("--wait", sc->options.wait, "wait for another sync of the line to finish");
+  sync->add_flag("--date", sc->options.scope.clock_only,
+                 "send only the date and time (to set the scales' clocks)");
+  sync->add_option("--started-by", sc->started_by, "")->group("");
   add_all_stores(sync, &sc->all_stores);
   auto* out = sync->add_option("--out", sc->out_file,
                                "append the records to FILE, or write them to a device");
@@ -414,8 +470,6 @@ void add_sync_commands(CLI::App& app, Options& g) {
   exec->excludes(out, sender);
   sender->excludes(out, exec);
   sync->callback([sc] {
-    if (sc->out_file.empty() && sc->exec.empty() && sc->sender.empty())
-      throw CLI::ValidationError("sync", "give --out FILE, --sender CMD or --exec CMD");
     sc->options.scope.store = chosen_store(sc->all_stores);
     run_sync(*sc);
   });

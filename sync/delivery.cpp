@@ -216,39 +216,6 @@ std::optional<std::string> one_per_line(const std::string& capture, std::string*
   return out;
 }
 
-std::optional<SerialSettings> parse_serial_settings(const std::string& text, std::string* error) {
-  std::vector<std::string> parts;
-  std::stringstream in(text);
-  for (std::string p; std::getline(in, p, ',');) parts.push_back(p);
-  auto bad = [&](const std::string& why) -> std::optional<SerialSettings> {
-    if (error)
-      *error = "\"" + text + "\": " + why + " (expected SPEED,BITS,PARITY,STOP, e.g. 9600,8,N,1)";
-    return std::nullopt;
-  };
-  if (parts.size() != 4) return bad("four values separated by commas are needed");
-  SerialSettings s;
-  auto whole = [](const std::string& p, int* out) {
-    if (p.empty() || p.size() > 7 || p.find_first_not_of("0123456789") != std::string::npos)
-      return false;
-    *out = std::stoi(p);
-    return true;
-  };
-  int speed = 0;
-  if (!whole(parts[0], &speed) || speed_constant(static_cast<unsigned>(speed)) == 0)
-    return bad("speed " + parts[0] +
-               " is not one of 1200, 2400, 4800, 9600, 19200, 38400, "
-               "57600, 115200, 230400");
-  s.speed = static_cast<unsigned>(speed);
-  if (!whole(parts[1], &s.data_bits) || s.data_bits < 5 || s.data_bits > 8)
-    return bad("data bits " + parts[1] + " are not 5, 6, 7 or 8");
-  if (parts[2].size() != 1 || std::string("NnEeOo").find(parts[2][0]) == std::string::npos)
-    return bad("parity " + parts[2] + " is not N, E or O");
-  s.parity = static_cast<char>(std::toupper(static_cast<unsigned char>(parts[2][0])));
-  if (!whole(parts[3], &s.stop_bits) || (s.stop_bits != 1 && s.stop_bits != 2))
-    return bad("stop bits " + parts[3] + " are not 1 or 2");
-  return s;
-}
-
 std::unique_ptr<Transport> file_transport(const std::string& path, Separator separator,
                                           std::optional<SerialSettings> serial) {
   return std::make_unique<FileTransport>(path, separator, serial);

@@ -56,7 +56,8 @@ std::vector<ScaleLine> read_network(ArchiveTools& a, std::vector<std::string>* p
     std::string family = rs->Fields("SL_FAMILY").to_string();
     if (const Family* f = forms_of(family)) family = std::string(f->name);
     lines.push_back({rs->Fields("SL_BNC").to_int32(), rs->Fields("SL_LINE").to_int32(), family,
-                     rs->Fields("SL_SCALE").to_int32(), rs->Fields("SL_STORE").to_text()});
+                     rs->Fields("SL_SCALE").to_int32(), rs->Fields("SL_STORE").to_text(),
+                     rs->Fields("SL_ADDRESS").to_text()});
   }
   return lines;
 }

@@ -85,7 +85,7 @@ class LineSync {
     if (lost_) return false;
     for (const SourceEntry& e : sources()) {
       Form form = c.forms->form(e.kind);
-      if (form == Form::None) continue;
+      if (form == Form::None || (o_.scope.clock_only && e.kind != Kind::Date)) continue;
       try {
         // A record without flags goes when its rows differ from its last delivery here.
         bool by_content = !e.flagged && e.rows.table && !o_.scope.full;
@@ -105,7 +105,7 @@ class LineSync {
         ++r_.tally[e.kind].failed;
       }
     }
-    if (!o_.scope.full && pending == 0) return true;
+    if (!o_.scope.full && !o_.scope.clock_only && pending == 0) return true;
     envelope_ = {c.where.dept, c.where.line, c.where.scale, c.where.family, "", 0};
     for (auto& k : kinds)
       for (std::size_t i = 0; i < k.ids.size(); ++i)

@@ -1,7 +1,5 @@
 // The delivery journal: a row for each record a line confirmed, exactly, with the hash of the bytes
 // the transport got; a row for each run, and how it ended.
-#include <openssl/evp.h>
-
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -13,19 +11,6 @@
 using namespace qk::testing;
 
 namespace {
-
-std::string sha256(const std::string& bytes) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int n = 0;
-  EVP_Digest(bytes.data(), bytes.size(), digest, &n, EVP_sha256(), nullptr);
-  std::string hex;
-  for (unsigned int i = 0; i < n; ++i) {
-    char b[3];
-    std::snprintf(b, sizeof b, "%02x", digest[i]);
-    hex += b;
-  }
-  return hex;
-}
 
 struct Journal : ToolOnBoth {
   nlohmann::json json_of(const std::string& args) {

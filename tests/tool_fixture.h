@@ -3,6 +3,8 @@
 // suites instantiated on both backends).
 #pragma once
 
+#include <openssl/evp.h>
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -54,6 +56,20 @@ inline std::string sql_exec(const std::string& db_path, const std::string& sql) 
   sqlite3_free(error);
   sqlite3_close(db);
   return out;
+}
+
+// SHA-256 of bytes in hexadecimal, as the journal records a delivered record.
+inline std::string sha256(const std::string& bytes) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int n = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest, &n, EVP_sha256(), nullptr);
+  std::string hex;
+  for (unsigned int i = 0; i < n; ++i) {
+    char b[3];
+    std::snprintf(b, sizeof b, "%02x", digest[i]);
+    hex += b;
+  }
+  return hex;
 }
 
 inline std::vector<std::string> lines_of(const std::string& s) {

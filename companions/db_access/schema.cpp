@@ -219,7 +219,24 @@ constexpr PgFunction kPgFunctions[] = {
      "length(c)))::varbit)) | ((CASE WHEN clear_only = 1 THEN c::varbit & w::varbit ELSE "
      "w::varbit END) & coalesce(m, repeat(''1'', length(c)))::varbit))::text';\n",
      3},
+    // Wakes the listeners of the archive's changes (a service waiting for pending records).
+    {"qk_archive_changed",
+     "CREATE FUNCTION qk_archive_changed() RETURNS trigger LANGUAGE plpgsql AS $$\nBEGIN\n"
+     "  PERFORM pg_notify('qk_archive_changed', TG_TABLE_NAME);\n  RETURN NULL;\nEND $$;\n",
+     5},
 };
+
+// Every statement that writes a table of master data or of the network notifies the listeners
+// once, at its commit; the tools' own tables (the journal) do not.
+std::string pg_change_triggers_sql() {
+  std::string s;
+  for (const Table& t : archive::tables())
+    if (!t.own)
+      s += "CREATE TRIGGER " + std::string(t.name) +
+           "_CHANGED AFTER INSERT OR UPDATE OR DELETE ON " + std::string(t.name) +
+           " FOR EACH STATEMENT EXECUTE FUNCTION qk_archive_changed();\n";
+  return s;
+}
 
 std::string pg_version_triggers_sql(const Table& t) {
   std::string name(t.name), changed = content_changed(t, "IS DISTINCT FROM");
@@ -273,7 +290,7 @@ const std::string& pg_archive_schema_sql() {
     for (const Table& t : archive::tables())
       if (has_row_version(t)) s += pg_version_triggers_sql(t);
     for (const auto& c : archive::kCascades) s += pg_cascade_sql(c);
-    return s;
+    return s + pg_change_triggers_sql();
   }();
   return sql;
 }
@@ -319,6 +336,7 @@ std::string pg_upgrade_schema_sql(int from) {
   for (const auto& f : kPgFunctions)
     if (f.since > from) s += "CREATE OR REPLACE" + std::string(f.create).substr(6);
   s += versioning_added_sql(from, pg_version_triggers_sql, pg_cascade_sql);
+  if (from < 5) s += pg_change_triggers_sql();
   return s + "UPDATE QK_SCHEMA SET VERSION = " + std::to_string(archive::kSchemaVersion) + ";\n";
 }
 

@@ -33,7 +33,7 @@ inline constexpr Cascade kCascades[] = {
 
 // The version an archive's schema carries; a companion refuses an older one with a message that
 // says how to upgrade it.
-inline constexpr int kSchemaVersion = 4;
+inline constexpr int kSchemaVersion = 5;
 
 // Every flag-carrying table has this column: a number that changes with every write to the row
 // (content, or a line newly marked pending) and never when a reset only clears lines. A reset
@@ -48,8 +48,9 @@ enum class ColumnType { Integer, Real, Text };
 // DDMMYYYY (eight digits of a calendar date; "01010101" is the component's "no bound"), or empty.
 // Store is a store's name: up to 40 letters, digits, "-", "_" or ".", or empty (the only store).
 // FileBytes is the content of a file in base64 (a picture held with its row); tables are
-// exported and imported with it as a file of its own, beside the table's file.
-enum class TextForm { Any, Date, Store, FileBytes };
+// exported and imported with it as a file of its own, beside the table's file. Address is where a
+// line's records go (qk/line_address.h), or empty.
+enum class TextForm { Any, Date, Store, FileBytes, Address };
 inline constexpr std::size_t kStoreNameMax = 40;
 
 // Range of the component's integers: every INTEGER column is read as a 32-bit number.
@@ -119,6 +120,11 @@ inline constexpr Column kScaleLines[] = {
      .not_null = true,
      .default_value = "",
      .form = TextForm::Store},
+    {.name = "SL_ADDRESS",
+     .type = T::Text,
+     .not_null = true,
+     .default_value = "",
+     .form = TextForm::Address},
 };
 inline constexpr Names kScaleLinesKey[] = {"SL_BNC", "SL_LINE"};
 
@@ -454,6 +460,7 @@ struct QK_API AddedColumn {
 inline constexpr AddedColumn kAddedColumns[] = {
     {3, "SCALE_LINES", "SL_STORE"}, {3, "IMMAGINI", "IM_PICTURE"}, {4, "ETEXT", "ROW_VERSION"},
     {4, "IMMAGINI", "ROW_VERSION"}, {4, "TICKET", "ROW_VERSION"},  {4, "ALIQUOTE", "ROW_VERSION"},
+    {5, "SCALE_LINES", "SL_ADDRESS"},
 };
 // Tables a schema version added: an upgrade from an older version creates them.
 struct QK_API AddedTable {

@@ -19,6 +19,7 @@ struct SyncScope {
   int32_t dept = -1;  // -1: every department where the line is configured
   bool full = false;  // everything the family takes, not only what is pending (flags or content)
   StoreChoice store;  // the store whose lines are served; none: every store's
+  bool clock_only = false;  // only the date and time, to every line of the scope (a schedule's)
 };
 
 // The message context of what the sync (or a host) is doing on this thread, such as

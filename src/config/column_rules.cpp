@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cmath>
 
+#include "qk/line_address.h"
+
 namespace qk::archive {
 
 using automation::Variant;
@@ -74,6 +76,10 @@ std::string value_problem(const Column& c, const Variant& v) {
   if (c.form == TextForm::Store && !is_store_name(text))
     return "holds " + shown(v) + ", not a store's name (up to " + std::to_string(kStoreNameMax) +
            " letters, digits, \"-\", \"_\" or \".\")";
+  if (c.form == TextForm::Address) {
+    std::string why = line_address_problem(text);
+    if (!why.empty()) return "holds " + shown(v) + ", not a line's address: " + why;
+  }
   // Not shown: it may be hundreds of kilobytes.
   if (c.form == TextForm::FileBytes && !is_base64(text))
     return "does not hold a file's bytes in base64";

@@ -10,6 +10,8 @@
 #include <string>
 
 #include "qk/export.h"
+#include "qk/line_address.h"
+#include "qk/sync/network.h"
 
 namespace qk {
 namespace QK_API sync {
@@ -50,16 +52,9 @@ std::string framed(Separator s, const std::string& bytes);
 // reason in *error when a frame is not closed or bytes stand between frames.
 std::optional<std::string> one_per_line(const std::string& capture, std::string* error);
 
-// Serial line settings "9600,8,N,1": speed, data bits (5 to 8), parity (N, E or O), stop bits
-// (1 or 2).
-struct SerialSettings {
-  unsigned speed = 9600;
-  int data_bits = 8;
-  char parity = 'N';
-  int stop_bits = 1;
-};
-// The settings, or nullopt with the reason in *error.
-std::optional<SerialSettings> parse_serial_settings(const std::string& text, std::string* error);
+// Serial line settings, as a line's address gives them (qk/line_address.h).
+using qk::parse_serial_settings;
+using qk::SerialSettings;
 
 // Appends to a file (created when missing, flushed to disk on commit) or writes to a device
 // (never truncated; a terminal is put in raw mode, configured with the serial settings when
@@ -88,6 +83,20 @@ std::unique_ptr<Transport> function_transport(Deliver deliver);
 // sync serves one department (`one_department`), QK_DEPT, QK_SCALE and QK_FAMILY.
 std::unique_ptr<Transport> sender_transport(const std::string& command, double timeout_seconds,
                                             bool one_department);
+
+// Connects to a scale's TCP port at the first string and keeps the connection. A string is
+// confirmed once the peer's TCP acknowledged every byte of it (the socket's queue of unsent and
+// unacknowledged bytes drained past it), never when the local kernel merely took it; that is not
+// an acknowledgement by the scale's program. A refused, lost or reset connection, or `timeout`
+// seconds without progress (connecting, writing or being acknowledged), stops delivery: the
+// connection is aborted and nothing more is written. Each string is followed by the separator.
+std::unique_ptr<Transport> tcp_transport(const std::string& host, int port, double timeout,
+                                         Separator separator = Separator::CrLf);
+
+// Delivers each record to its line's address (ScaleLine::address, qk/line_address.h), expanded
+// for the record's department, scale and line: one transport per address, kept for the sync. A
+// line without an address, or with one that cannot be used, stops delivery there.
+std::unique_ptr<Transport> address_transport(const std::vector<ScaleLine>& lines);
 
 }  // namespace sync
 }  // namespace qk

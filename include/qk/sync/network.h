@@ -47,6 +47,7 @@ struct ScaleLine {
   std::string family;
   int32_t scale;
   std::string store;  // "" in an archive of one store
+  std::string address = {};  // where its records go (qk/line_address.h); "" when not said
 };
 
 // The lines a command acts on: one store's, or without a value every store's (the chain
