@@ -100,6 +100,7 @@ void add_commands(CLI::App& app, Options& options) {
   add_layout_command(app, options);
   add_sync_commands(app, options);
   add_journal_commands(app, options);
+  add_serve_command(app, options);
   add_listing_command(app, options, "layouts", "TICKET", "ticket layouts");
   add_picture_command(*add_listing_command(app, options, "images", "IMMAGINI", "images"));
   read_numbers_as_decimal(app);

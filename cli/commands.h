@@ -41,6 +41,7 @@ void add_layout_command(CLI::App& app, Options& o);
 void add_sync_commands(CLI::App& app, Options& o);
 // journal (and journal prune) and runs: the delivery journal.
 void add_journal_commands(CLI::App& app, Options& o);
+void add_serve_command(CLI::App& app, Options& o);
 
 // The network's configured-lines array (problems reading it are reported as failures).
 qk::automation::Variant network_lines();

@@ -6,8 +6,8 @@
 #include "archive_fixture.h"
 #include "db_access/access_sql.h"
 #include "frame/flags.h"
-#include "qk/sync/network.h"
 #include "qk/error.h"
+#include "qk/sync/network.h"
 #include "qk/sync/row_checks.h"
 
 using namespace qk;

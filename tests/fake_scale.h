@@ -29,7 +29,8 @@ class FakeScale {
   };
 
   FakeScale() : FakeScale(Behaviour{Mode::Read, 0}) {}
-  explicit FakeScale(Behaviour b) : mode_(b.mode), at_(b.at) {
+  // On `port`, or on a free one.
+  explicit FakeScale(Behaviour b, int port = 0) : mode_(b.mode), at_(b.at) {
     listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int one = 1;
     ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
@@ -39,6 +40,7 @@ class FakeScale {
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<uint16_t>(port));
     ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
     socklen_t len = sizeof a;
     ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);

@@ -3,9 +3,8 @@
 // suites instantiated on both backends).
 #pragma once
 
-#include <openssl/evp.h>
-
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
 

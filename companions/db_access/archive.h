@@ -86,6 +86,9 @@ class Archive {
   // ArchiveTools::group_states).
   virtual std::string suspect_sql(const archive::Table& t) const = 0;
 
+  // Waits for another connection's change (see ArchiveChanges::wait_for_change).
+  virtual bool wait_for_change(double seconds) = 0;
+
   // The sync lock of one line (see ArchiveTools::lock_line).
   virtual std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line,
                                                         bool wait, std::string* holder) = 0;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "db_access/archive.h"
+#include "qk/archive_changes.h"
 #include "qk/archive_stores.h"
 #include "qk/archive_tools.h"
 #include "qk/archive_versions.h"
@@ -18,7 +19,8 @@ namespace qk::companions {
 class clsDbAccess : public DbAccess,
                     public ArchiveTools,
                     public ArchiveStores,
-                    public ArchiveVersions {
+                    public ArchiveVersions,
+                    public ArchiveChanges {
  public:
   void Initialize(const Variant& database_file) override;
   RecordsetPtr p_objRetrieveGenericRecordset(const Variant& sql) override;
@@ -84,6 +86,7 @@ class clsDbAccess : public DbAccess,
   long delete_rows(const archive::Table& t, const Where& where) override;
   long mark_pending(const archive::Table& t, const Where& where, const std::string& lines) override;
   std::unique_ptr<Lock> lock_line(int32_t line, bool wait, std::string* holder) override;
+  bool wait_for_change(double seconds) override { return archive().wait_for_change(seconds); }
   void limit_to_store(const std::optional<std::string>& store) override;
   std::unique_ptr<Lock> lock_store_line(const std::string& store, int32_t line, bool wait,
                                         std::string* holder) override;

@@ -1,6 +1,7 @@
 #include "db_access/pg_archive.h"
 
 #include <libpq-fe.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -436,6 +437,30 @@ void PgArchive::end(bool commit) {
 
 int64_t PgArchive::next_version() {
   return static_cast<int64_t>(query("SELECT qk_next_version() AS N")->Fields("N").to_double());
+}
+
+bool PgArchive::wait_for_change(double seconds) {
+  usable();
+  if (!listening_) {
+    execute("LISTEN qk_archive_changed");
+    listening_ = true;
+    return false;
+  }
+  // Every notification that came meanwhile counts once: the caller looks at the whole archive.
+  auto drained = [this] {
+    if (PQconsumeInput(conn_) == 0) fail("cannot wait for the archive's changes", nullptr);
+    bool any = false;
+    while (PGnotify* n = PQnotifies(conn_)) {
+      PQfreemem(n);
+      any = true;
+    }
+    return any;
+  };
+  if (drained()) return true;
+  int fd = PQsocket(conn_);
+  pollfd p{fd, POLLIN, 0};
+  int n = ::poll(&p, 1, static_cast<int>(seconds * 1000));
+  return n > 0 && drained();
 }
 
 int PgArchive::schema_version() {

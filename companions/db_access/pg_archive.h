@@ -35,6 +35,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
+  bool wait_for_change(double seconds) override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
                                                 std::string* holder) override;
@@ -58,7 +59,8 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   // Raises error 3218 (kWriteConflict) when `conflict`, else a database error.
   [[noreturn]] void fail(const std::string& what, const char* detail, bool conflict = false);
 
-  std::string lost_;  // why the connection was lost
+  std::string lost_;        // why the connection was lost
+  bool listening_ = false;  // to the archive's change notifications
   // A result column's table, by the identifier the server gives it ("?" for none).
   std::string table_name(unsigned oid);
 

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <thread>
 
 #include "db_access/access_sql.h"
 #include "db_access/schema.h"
@@ -164,6 +166,29 @@ bool SqliteArchive::has_table(const std::string& name) {
 int SqliteArchive::schema_version() {
   auto rs = query("PRAGMA user_version");
   return rs->Eof() ? 0 : rs->Fields(rs->columns()[0]).to_int32();
+}
+
+bool SqliteArchive::wait_for_change(double seconds) {
+  // The counter moves when another connection commits to the file (this one's own writes do not
+  // move it); reading it is cheap, so it is read often.
+  auto counter = [this] {
+    auto rs = query("PRAGMA data_version");
+    return rs->Eof() ? 0 : rs->Fields(rs->columns()[0]).to_int32();
+  };
+  if (!data_version_) {
+    data_version_ = counter();
+    return false;
+  }
+  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  for (;;) {
+    int now = counter();
+    if (now != *data_version_) {
+      data_version_ = now;
+      return true;
+    }
+    if (std::chrono::steady_clock::now() >= until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
 }
 
 void SqliteArchive::fail(const std::string& what) {

@@ -32,6 +32,7 @@ class SqliteArchive : public Archive {
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
+  bool wait_for_change(double seconds) override;
   bool has_table(const std::string& name) override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,
@@ -54,6 +55,7 @@ class SqliteArchive : public Archive {
   [[noreturn]] void fail(const std::string& what);
 
   sqlite3* db_;
+  std::optional<int> data_version_;  // the change counter last seen
   std::unordered_map<std::string, Statement> statements_;
 };
 

@@ -1,0 +1,215 @@
+// qkp serve against fake scales on 127.0.0.1: it delivers what becomes pending without being
+// asked, retries a scale that is down while the others are served, and a stop loses nothing.
+// Bounds on time are generous (a loaded machine); the speed itself is measured elsewhere.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "date_schedule.h"
+#include "fake_scale.h"
+#include "tool_fixture.h"
+
+namespace qk::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+bool eventually(const std::function<bool()>& ok, std::chrono::seconds bound = 30s) {
+  for (auto until = std::chrono::steady_clock::now() + bound;
+       std::chrono::steady_clock::now() < until; std::this_thread::sleep_for(100ms))
+    if (ok()) return true;
+  return ok();
+}
+
+struct Serve : Tool {
+  pid_t pid = -1;
+  std::string log = dir.file("serve.log");
+
+  void TearDown() override {
+    if (pid > 0) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, nullptr, 0);
+    }
+  }
+  void start() {
+    pid = ::fork();
+    if (pid == 0) {
+      std::string cmd = std::string("exec ") + QKP_BINARY + " --home " + home + " serve 2>" + log;
+      ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+  }
+  // SIGTERM, and the exit status once it ended (-1: not within the bound).
+  int stop(std::chrono::seconds bound = 40s) {
+    ::kill(pid, SIGTERM);
+    int status = 0;
+    bool ended = eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, bound);
+    pid = -1;
+    return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  void set(int dept, const std::string& family, const std::string& address) {
+    ASSERT_EQ(qkp("lines set --dept " + std::to_string(dept) + " --line 1 --family " + family +
+                  " --scale 1 --to '" + address + "'"),
+              0)
+        << err;
+  }
+  bool nothing_pending(int dept) {
+    return qkp("pending --line 1 --dept " + std::to_string(dept)) == 3;
+  }
+  // The qkp processes still running on this installation, the service's syncs included.
+  int processes_of_home() {
+    int n = 0;
+    for (const auto& e : std::filesystem::directory_iterator("/proc")) {
+      std::ifstream in(e.path() / "cmdline");
+      std::string cmdline((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      std::replace(cmdline.begin(), cmdline.end(), '\0', ' ');
+      if (cmdline.find(QKP_BINARY) == 0 && cmdline.find(" " + home + " ") != std::string::npos) ++n;
+    }
+    return n;
+  }
+  void settings(const std::vector<std::pair<std::string, std::string>>& values) {
+    for (const auto& [k, v] : values)
+      ASSERT_EQ(qkp("settings set Service " + k + " " + v), 0) << err;
+  }
+};
+
+TEST_F(Serve, DeliversWhatBecomesPendingAndReloadsItsSettings) {
+  FakeScale one, two, three;
+  set(1, "3000", one.address());
+  set(2, "3000TOP", two.address());
+  set(3, "KESTRA", three.address());
+  // The floor is far away: only the archive's change can wake the service in time.
+  settings({{"ServiceCheckSeconds", "3600"}});
+  start();
+  ASSERT_TRUE(eventually([&] {
+    return nothing_pending(1) && nothing_pending(2) && nothing_pending(3);
+  })) << dir.read("serve.log");
+  std::size_t before = one.received().size();
+  ASSERT_EQ(qkp("mark --line 1 --dept 1 --kind lots --id 12"), 0) << err;
+  EXPECT_TRUE(eventually([&] { return nothing_pending(1) && one.received().size() > before; }))
+      << dir.read("serve.log");
+  EXPECT_EQ(two.connections(), 1);
+  // SIGHUP reads the settings again; a bad one is named and the ones in use are kept.
+  settings({{"ServiceJobs", "1"}});
+  ::kill(pid, SIGHUP);
+  EXPECT_TRUE(eventually(
+      [&] { return dir.read("serve.log").find("1 syncs at once") != std::string::npos; }));
+  settings({{"ServiceDateAt", "25:00"}});
+  ::kill(pid, SIGHUP);
+  EXPECT_TRUE(eventually([&] {
+    return dir.read("serve.log")
+               .find(
+                   "\"25:00\" is not a time of day HH:MM (such as 05:00); the "
+                   "settings in use are kept") != std::string::npos;
+  }));
+  EXPECT_EQ(stop(), 0);
+  // Every run is in the journal, started by the service.
+  std::string runs;
+  qkp("--format json runs", &runs);
+  EXPECT_GE(nlohmann::json::parse(runs).size(), 4u);
+  EXPECT_NE(runs.find("qkp serve: qkp sync --line 1 --dept 1"), std::string::npos) << runs;
+}
+
+TEST_F(Serve, RetriesAScaleThatIsDownWhileTheOthersAreServed) {
+  int down = FakeScale::closed_port();
+  FakeScale two, three;
+  set(1, "3000", "tcp://127.0.0.1:" + std::to_string(down) + "?timeout=2");
+  set(2, "3000TOP", two.address());
+  set(3, "KESTRA", three.address());
+  settings({{"ServiceRetrySeconds", "0.5"}, {"ServiceRetryMaxSeconds", "2"}});
+  start();
+  EXPECT_TRUE(eventually([&] { return nothing_pending(2) && nothing_pending(3); }))
+      << dir.read("serve.log");
+  EXPECT_FALSE(nothing_pending(1));
+  EXPECT_TRUE(eventually([&] {
+    return dir.read("serve.log")
+               .find("department 1, line 1: the sync failed (exit status 1, try 2)") !=
+           std::string::npos;
+  })) << dir.read("serve.log");
+  FakeScale back(FakeScale::Behaviour{FakeScale::Mode::Read, 0}, down);
+  EXPECT_TRUE(eventually([&] { return nothing_pending(1); })) << dir.read("serve.log");
+  EXPECT_GT(back.received().size(), 14000u);
+  EXPECT_TRUE(eventually([&] {
+    return dir.read("serve.log").find("department 1, line 1: delivered again after") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(stop(), 0);
+}
+
+TEST_F(Serve, AStopMidDeliveryLosesNothingAndLeavesNoChild) {
+  // The scale stops reading within the pictures: the sync waits for it when the stop comes.
+  FakeScale one(FakeScale::Behaviour{FakeScale::Mode::StallAt, 6000});
+  set(1, "3000", one.address("?timeout=3&separator=none"));
+  start();
+  ASSERT_TRUE(eventually([&] { return one.received().size() >= 6000; })) << dir.read("serve.log");
+  auto asked = std::chrono::steady_clock::now();
+  EXPECT_EQ(stop(), 0) << dir.read("serve.log");
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, 25s);
+  EXPECT_EQ(processes_of_home(), 0);
+  // What was reset was received whole; the rest goes with the next sync.
+  std::string out;
+  qkp("--format json journal --line 1 --dept 1", &out);
+  std::size_t at = 0;
+  std::string got = one.received();
+  auto rows = nlohmann::json::parse(out.empty() ? "[]" : out);
+  for (const auto& r : rows) {
+    std::size_t length = r["J_LENGTH"].get<std::size_t>();
+    ASSERT_LE(at + length, got.size()) << r.dump();
+    EXPECT_EQ(sha256(got.substr(at, length)), r["J_HASH"].get<std::string>());
+    at += length;
+  }
+  EXPECT_LT(rows.size(), 13u);
+  FakeScale back;
+  set(1, "3000", back.address());
+  EXPECT_EQ(qkp("sync --line 1 --dept 1"), 0) << err;
+  EXPECT_TRUE(nothing_pending(1));
+}
+
+TEST_F(Serve, OneServicePerInstallationAndAClockOnItsOwn) {
+  FakeScale one;
+  set(1, "3000", one.address("?separator=none"));
+  start();
+  ASSERT_TRUE(eventually([&] { return nothing_pending(1); })) << dir.read("serve.log");
+  std::string second_log;
+  EXPECT_EQ(qkp("serve"), 1);
+  EXPECT_NE(err.find("another qkp serve serves"), std::string::npos) << err;
+  EXPECT_EQ(stop(), 0);
+  std::size_t before = one.received().size();
+  EXPECT_EQ(qkp("sync --line 1 --dept 1 --date"), 0) << err;
+  EXPECT_EQ(one.received().size() - before, 19u) << "the 3000's date and time only";
+}
+
+TEST(DateSchedule, TimesOfDay) {
+  using qk::service::DateSchedule;
+  std::string why;
+  for (const char* bad : {"25:00", "5", "05:60", "05:00,x", "05-00"}) {
+    EXPECT_FALSE(DateSchedule::parse(bad, &why)) << bad;
+    EXPECT_NE(why.find("is not a time of day HH:MM"), std::string::npos) << why;
+  }
+  auto s = DateSchedule::parse("13:30, 05:00", &why);
+  ASSERT_TRUE(s);
+  std::tm noon{};
+  noon.tm_year = 126, noon.tm_mon = 10, noon.tm_mday = 24, noon.tm_hour = 12, noon.tm_isdst = -1;
+  auto at = std::chrono::system_clock::from_time_t(std::mktime(&noon));
+  std::time_t next = std::chrono::system_clock::to_time_t(*s->next_after(at));
+  std::tm n{};
+  ::localtime_r(&next, &n);
+  EXPECT_EQ(n.tm_hour * 100 + n.tm_min, 1330);
+  noon.tm_hour = 14;
+  next = std::chrono::system_clock::to_time_t(
+      *s->next_after(std::chrono::system_clock::from_time_t(std::mktime(&noon))));
+  ::localtime_r(&next, &n);
+  EXPECT_EQ(n.tm_mday * 10000 + n.tm_hour * 100 + n.tm_min, 250500);
+  EXPECT_FALSE(DateSchedule::parse("", &why)->next_after(at));
+}
+
+}  // namespace
+}  // namespace qk::testing
