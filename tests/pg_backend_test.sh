@@ -48,8 +48,9 @@ cmp "$T/lite-full" "$T/pg-full" || fail "the full syncs differ between SQLite an
 # Two syncs of line 1 at once: one waits for the other, every record goes once, nothing stays.
 "$QKP" --home "$T/pg" sync --line 1 --wait --separator lf --out "$T/a.bin" >"$T/a.log" 2>&1 &
 A=$!
-"$QKP" --home "$T/pg" sync --line 1 --wait --separator lf --out "$T/b.bin" >"$T/b.log" 2>&1 || fail "second sync: $(cat "$T/b.log")"
-wait $A || fail "first sync: $(cat "$T/a.log")"
+# Exit status 3: the one that waited found nothing pending.
+"$QKP" --home "$T/pg" sync --line 1 --wait --separator lf --out "$T/b.bin" >"$T/b.log" 2>&1 || [ $? -eq 3 ] || fail "second sync: $(cat "$T/b.log")"
+wait $A || [ $? -eq 3 ] || fail "first sync: $(cat "$T/a.log")"
 cat "$T/a.bin" "$T/b.bin" >"$T/both.bin" 2>/dev/null || true  # the one that waited may find nothing
 "$QKP" --home "$T/lite" sync --line 1 --separator lf --out "$T/lite1.bin" >/dev/null
 [ "$(wc -l < "$T/both.bin")" -eq "$(wc -l < "$T/lite1.bin")" ] ||

@@ -81,7 +81,13 @@ struct Serve : Tool {
   }
 };
 
-TEST_F(Serve, DeliversWhatBecomesPendingAndReloadsItsSettings) {
+// The archive tells the service of a change: SQLite's counter, the server's notifications.
+struct ServeOnBoth : Serve, ::testing::WithParamInterface<Backend> {
+  void SetUp() override { set_up_on(GetParam()); }
+};
+QK_ON_BOTH_BACKENDS(ServeOnBoth);
+
+TEST_P(ServeOnBoth, DeliversWhatBecomesPendingAndReloadsItsSettings) {
   FakeScale one, two, three;
   set(1, "3000", one.address());
   set(2, "3000TOP", two.address());

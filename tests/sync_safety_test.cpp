@@ -179,8 +179,8 @@ TEST_P(SyncSafety, OneSyncOfALineAtATime) {
   for (int i = 0; i < 500 && file_bytes(first).empty(); ++i) usleep(10000);
   EXPECT_EQ(qkp("sync --line 2 --out " + second), 4);
   EXPECT_NE(err.find("is being synced by another process"), std::string::npos) << err;
-  // With --wait the second one waits, then finds nothing left to send.
-  EXPECT_EQ(qkp("sync --wait --line 2 --separator lf --out " + second), 0) << err;
+  // With --wait the second one waits, then finds nothing left to send (exit status 3).
+  EXPECT_EQ(qkp("sync --wait --line 2 --separator lf --out " + second), 3) << err;
   EXPECT_EQ(exit_status_of(pid), 0);
   EXPECT_FALSE(std::filesystem::exists(second));
   std::set<std::string> seen;
