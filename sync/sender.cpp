@@ -12,6 +12,7 @@
 
 #include "qk/sync/child_process.h"
 #include "qk/sync/delivery.h"
+#include "seconds_text.h"
 
 namespace qk::sync {
 
@@ -25,12 +26,6 @@ constexpr double kExitPatience = 5.0;
 // The longest answer line taken: an answer is "OK <n>" or "ERR <n> <text>"; anything longer is a
 // sender (or a device echoing binary) that does not speak the protocol.
 constexpr std::size_t kMaxAnswer = 4096;
-
-std::string seconds_text(double seconds) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", seconds);
-  return text;
-}
 
 class SenderTransport : public Transport {
  public:

@@ -20,18 +20,13 @@
 
 #include "qk/sync/child_process.h"
 #include "qk/sync/delivery.h"
+#include "seconds_text.h"
 
 namespace qk::sync {
 
 namespace {
 
 using clock = std::chrono::steady_clock;
-
-std::string seconds_text(double s) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", s);
-  return text;
-}
 
 class TcpTransport : public Transport {
  public:

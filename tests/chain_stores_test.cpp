@@ -113,8 +113,9 @@ TEST_P(ChainStores, EachStoreDeliversAndResetsOnlyItsOwnLines) {
   EXPECT_EQ(qkp_in(store_b, "pending --line 1"), 3) << err;
 }
 
-// An archive of an older version (no stores, no addresses, pictures in the folder) upgrades in place: one
-// store, its pictures loaded from images/, the missing one named once, and it syncs as before.
+// An archive of an older version (no stores, no addresses, pictures in the folder) upgrades in
+// place: one store, its pictures loaded from images/, the missing one named once, and it syncs as
+// before.
 TEST_P(ChainStores, AnUpgradedArchiveIsOneStoreWithItsPictures) {
   ASSERT_EQ(qkp("sync --line 1 --dept 1 --full --out " + dir.file("before.txt")), 0) << err;
   // Back to version 2: no stores, pictures, journal, deliveries, nor versions of the tables

@@ -11,11 +11,6 @@ using namespace qk::testing;
 namespace {
 
 struct ContentPending : ToolOnBoth {
-  nlohmann::json json_of(const std::string& args) {
-    std::string out;
-    qkp("--format json " + args, &out);
-    return out.empty() ? nlohmann::json::array() : nlohmann::json::parse(out);
-  }
   // "DEPT KIND ID" of each record pending on the line without flags, with the start of its reason.
   std::set<std::string> by_content(int line) {
     std::set<std::string> s;

@@ -13,11 +13,6 @@ using namespace qk::testing;
 namespace {
 
 struct Journal : ToolOnBoth {
-  nlohmann::json json_of(const std::string& args) {
-    std::string out;
-    qkp("--format json " + args, &out);
-    return out.empty() ? nlohmann::json::array() : nlohmann::json::parse(out);
-  }
   // "DEPT KIND ID sha256" of each record a logged sync delivered: its strings, one after the
   // other, hashed together.
   static std::vector<std::string> delivered(const std::string& log) {

@@ -118,10 +118,9 @@ TEST_P(ServeOnBoth, DeliversWhatBecomesPendingAndReloadsItsSettings) {
   }));
   EXPECT_EQ(stop(), 0);
   // Every run is in the journal, started by the service.
-  std::string runs;
-  qkp("--format json runs", &runs);
-  EXPECT_GE(nlohmann::json::parse(runs).size(), 4u);
-  EXPECT_NE(runs.find("qkp serve: qkp sync --line 1 --dept 1"), std::string::npos) << runs;
+  auto runs = json_of("runs");
+  EXPECT_GE(runs.size(), 4u);
+  EXPECT_NE(runs.dump().find("qkp serve: qkp sync --line 1 --dept 1"), std::string::npos) << runs;
 }
 
 TEST_F(Serve, RetriesAScaleThatIsDownWhileTheOthersAreServed) {
@@ -161,17 +160,8 @@ TEST_F(Serve, AStopMidDeliveryLosesNothingAndLeavesNoChild) {
   EXPECT_LT(std::chrono::steady_clock::now() - asked, 25s);
   EXPECT_EQ(processes_of_home(), 0);
   // What was reset was received whole; the rest goes with the next sync.
-  std::string out;
-  qkp("--format json journal --line 1 --dept 1", &out);
-  std::size_t at = 0;
-  std::string got = one.received();
-  auto rows = nlohmann::json::parse(out.empty() ? "[]" : out);
-  for (const auto& r : rows) {
-    std::size_t length = r["J_LENGTH"].get<std::size_t>();
-    ASSERT_LE(at + length, got.size()) << r.dump();
-    EXPECT_EQ(sha256(got.substr(at, length)), r["J_HASH"].get<std::string>());
-    at += length;
-  }
+  auto rows = json_of("journal --line 1 --dept 1");
+  confirmed_within(rows, one.received());
   EXPECT_LT(rows.size(), 13u);
   FakeScale back;
   set(1, "3000", back.address());

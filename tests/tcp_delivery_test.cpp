@@ -16,12 +16,7 @@ struct TcpDelivery : Tool {
   int set_address(const std::string& address) {
     return qkp("lines set --dept 1 --line 1 --family 3000 --scale 1 --to '" + address + "'");
   }
-  std::vector<nlohmann::json> journal() {
-    std::string out;
-    qkp("--format json journal --line 1 --dept 1", &out);
-    auto rows = nlohmann::json::parse(out.empty() ? "[]" : out);
-    return {rows.begin(), rows.end()};
-  }
+  nlohmann::json journal() { return json_of("journal --line 1 --dept 1"); }
   std::string reference() {
     std::string copy = dir.file("copy"), file = dir.file("reference.bin");
     std::system(("rm -rf " + copy + " " + file + " && cp -r " + home + " " + copy).c_str());
@@ -85,13 +80,7 @@ TEST_F(TcpDelivery, ResetsOnlyWhatTheScaleReceivedAndStopsAtTheFirstFailure) {
       EXPECT_TRUE(got.size() <= date ||
                   got.substr(date) == expected.substr(date, got.size() - date));
       // Every reset record lies whole in what the scale received, one after the other.
-      std::size_t at = 0;
-      for (const auto& r : rows) {
-        std::size_t length = r["J_LENGTH"].get<std::size_t>();
-        ASSERT_LE(at + length, got.size()) << r.dump();
-        EXPECT_EQ(sha256(got.substr(at, length)), r["J_HASH"].get<std::string>()) << r.dump();
-        at += length;
-      }
+      std::size_t at = confirmed_within(rows, got);
       EXPECT_TRUE(c.status == 0 ? at == expected.size() : rows.size() < 13u) << at;
       // The scale comes back: the next sync delivers exactly what was not confirmed.
       FakeScale back;
@@ -148,9 +137,7 @@ TEST_F(TcpDelivery, PlaceholdersGiveEachDepartmentItsOwnFile) {
   EXPECT_EQ(qkp("sync --line 1 --dept 1"), 0) << err;
   EXPECT_GT(dir.read("demo/out/1-1-1.txt").size(), 14000u);
   EXPECT_EQ(qkp("sync --line 1 --dept 1"), 3) << "nothing was pending";
-  std::string out;
-  qkp("--format json lines", &out);
-  EXPECT_NE(out.find("\"address\": \"file:out/{dept}-{scale}-{line}.txt\""), std::string::npos);
+  EXPECT_EQ(json_of("lines")[0]["address"], "file:out/{dept}-{scale}-{line}.txt");
 }
 
 }  // namespace

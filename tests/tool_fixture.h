@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <sys/wait.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -71,6 +72,22 @@ inline std::string sha256(const std::string& bytes) {
   return hex;
 }
 
+// How many bytes of `received` the journal's rows cover: each confirmed record must lie whole in
+// what a scale received, one after the other (sent without separators); a row that does not is a
+// failure, and nothing is counted beyond it.
+inline std::size_t confirmed_within(const nlohmann::json& rows, const std::string& received) {
+  std::size_t at = 0;
+  for (const auto& r : rows) {
+    std::size_t length = r["J_LENGTH"].get<std::size_t>();
+    bool whole = at + length <= received.size() &&
+                 sha256(received.substr(at, length)) == r["J_HASH"].get<std::string>();
+    EXPECT_TRUE(whole) << "confirmed but not received as sent: " << r.dump();
+    if (!whole) return at;
+    at += length;
+  }
+  return at;
+}
+
 inline std::vector<std::string> lines_of(const std::string& s) {
   std::vector<std::string> v;
   std::istringstream in(s);
@@ -98,6 +115,12 @@ struct Tool : ::testing::Test {
     if (out) *out = text;
     err = dir.read("stderr.txt");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  // What `qkp --format json ARGS` prints, parsed (an empty array when it prints nothing).
+  nlohmann::json json_of(const std::string& args) {
+    std::string out;
+    qkp("--format json " + args, &out);
+    return out.empty() ? nlohmann::json::array() : nlohmann::json::parse(out);
   }
   std::string server;  // the archive's URI when it is on the test server
   std::string sql(const std::string& query) {
