@@ -89,7 +89,9 @@ TEST_P(SyncSafety, RandomImportsDuringSyncsMarkNothingDeliveredThatWasNot) {
   std::string sent = dir.file("sent.txt");
   for (int round = 0; round < 5; ++round) {
     Importer importer(*this, depts, 1, 100, round);
-    EXPECT_EQ(qkp("sync --line 1 --separator lf --out " + sent), 0) << err;
+    // Exit status 3: the imports of that round came after its sync, which found nothing.
+    int status = qkp("sync --line 1 --separator lf --out " + sent);
+    EXPECT_TRUE(status == 0 || (round > 0 && status == 3)) << status << ": " << err;
   }
   std::string delivered = file_bytes(sent);
   auto rows =
