@@ -136,6 +136,10 @@ void Service::look() {
                "set … --to ADDRESS)");
     l.pending = pending;
     l.addressed = addressed;
+    l.family = p.where.family;
+    l.address = p.where.address;
+    l.scale = p.where.scale;
+    l.records = p.known_family ? static_cast<long>(p.records.size()) : 0;
     next[key] = l;
   }
   // A line that left the network keeps its entry while its sync runs.
@@ -197,6 +201,7 @@ void Service::start(const Key& key, Line& l) {
     return;
   }
   l.child = pid;
+  l.child_started = steady::now();
 }
 
 void Service::reap(bool wait) {
@@ -212,6 +217,9 @@ void Service::finished(Line& l, const Key& key, int status) {
   l.child = -1;
   auto now = steady::now();
   int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  sync_seconds_ += std::chrono::duration<double>(now - l.child_started).count();
+  if (code == 0 || code == 3) ++syncs_done_;
+  if (code != 0 && code != 3 && code != 4) ++syncs_failed_;
   auto after = [&](double seconds) {
     return now +
            std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(seconds));
@@ -222,6 +230,7 @@ void Service::finished(Line& l, const Key& key, int status) {
                " failed tries");
     l.failures = 0;
     l.last_error.clear();
+    l.last_success = std::time(nullptr);
     // The clock went with what was pending, or on its own; a sync that found nothing sent none.
     if (code == 0 || l.child_clock) l.clock = false;
     l.pending = false;  // the next look says whether anything is left
@@ -262,6 +271,38 @@ void Service::stop_children() {
   reap(true);
 }
 
+void Service::publish(const std::string& state) {
+  ServiceView v;
+  v.installation = env_.installation;
+  v.archive = archive_ ? archive_->location() : "";
+  v.store = sync::store_label(sync::installation_store());
+  v.state = state;
+  v.started = started_;
+  v.syncs_done = syncs_done_;
+  v.syncs_failed = syncs_failed_;
+  v.sync_seconds = sync_seconds_;
+  auto now = steady::now();
+  for (const auto& [key, l] : lines_)
+    v.lines.push_back({key.first, key.second, l.scale, l.family, l.address, l.records, l.child > 0,
+                       l.failures, l.last_error,
+                       l.failures > 0 && l.next_try > now
+                           ? std::chrono::duration<double>(l.next_try - now).count()
+                           : 0,
+                       l.last_success});
+  board_.publish(std::move(v));
+}
+
+// A person asked for a line now: it goes at once, whatever its delay after failures.
+void Service::take_requests() {
+  for (const Key& key : board_.take_requests()) {
+    auto it = lines_.find(key);
+    if (it == lines_.end()) continue;
+    it->second.pending = true;
+    it->second.next_try = steady::now();
+    env_.say(where(key) + ": a sync was asked for");
+  }
+}
+
 void Service::notify(const std::string& state) {
   ::sd_notify(0, state.c_str());
 }
@@ -280,6 +321,14 @@ int Service::run() {
   sigemptyset(&sa.sa_mask);
   ::sigaction(SIGHUP, &sa, nullptr);
   if (!configure(true)) return 1;
+  publish("starting");
+  if (env_.start_api) {
+    std::string why;
+    if (!env_.start_api(board_, &why)) {
+      env_.say(why);
+      return 1;
+    }
+  }
   uint64_t usec = 0;
   watchdog_ = ::sd_watchdog_enabled(0, &usec) > 0;
   bool ready = false, changed = true;
@@ -304,7 +353,9 @@ int Service::run() {
         next_clock_ = schedule_->next_after(std::chrono::system_clock::now());
         env_.say("setting the clocks of " + std::to_string(lines_.size()) + " lines");
       }
+      take_requests();
       start_due();
+      publish("running");
       if (!ready) {
         notify("READY=1");
         ready = true;
@@ -312,7 +363,8 @@ int Service::run() {
       notify("STATUS=" + std::to_string(lines_.size()) + " lines, " + std::to_string(running()) +
              " syncing");
       if (watchdog_) notify("WATCHDOG=1");
-      double slice = running() > 0 ? 0.2 : 1.0;
+      // Short turns: the API's requests are taken at the next one.
+      double slice = running() > 0 ? 0.2 : 0.5;
       auto* changes = dynamic_cast<ArchiveChanges*>(archive_.get());
       if (changes)
         changed = changes->wait_for_change(slice);
@@ -332,7 +384,9 @@ int Service::run() {
   notify("STOPPING=1");
   env_.say("stopping (signal " + std::to_string(sync::stop_signal()) +
            "): " + std::to_string(running()) + " syncs finish the record in flight");
+  publish("stopping");
   stop_children();
+  publish("stopped");
   env_.say("stopped");
   return 0;
 }

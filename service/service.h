@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "date_schedule.h"
+#include "service_board.h"
 
 namespace qk {
 class ArchiveTools;
@@ -39,6 +40,9 @@ struct ServiceEnvironment {
   std::string program;                          // the qkp to run for each sync
   std::string installation;                     // its --home
   std::function<void(const std::string&)> say;  // one line for the log
+  // Started once the service is configured, with the board it publishes to (the HTTP API); may
+  // refuse to start with a reason, which stops the service.
+  std::function<bool(ServiceBoard&, std::string* why)> start_api;
 };
 
 class Service {
@@ -57,6 +61,12 @@ class Service {
     pid_t child = -1;
     bool child_clock = false;
     std::string last_error;
+    // What the board shows.
+    std::string family, address;
+    int32_t scale = 0;
+    long records = 0;
+    std::optional<std::time_t> last_success;
+    std::chrono::steady_clock::time_point child_started{};
   };
   using Key = std::pair<int32_t, int32_t>;  // department, line
 
@@ -69,6 +79,8 @@ class Service {
   int running() const;
   void stop_children();
   void notify(const std::string& state);
+  void publish(const std::string& state);
+  void take_requests();
 
   ServiceEnvironment env_;
   ServiceSettings settings_;
@@ -79,6 +91,10 @@ class Service {
   std::chrono::steady_clock::time_point next_look_{};
   bool watchdog_ = false, stop_signal_seen_ = false;
   int lock_fd_ = -1;
+  ServiceBoard board_;
+  long syncs_done_ = 0, syncs_failed_ = 0;
+  double sync_seconds_ = 0;
+  std::time_t started_ = std::time(nullptr);
 };
 
 }  // namespace qk::service

@@ -1,11 +1,14 @@
 // qkp serve against fake scales on 127.0.0.1: it delivers what becomes pending without being
 // asked, retries a scale that is down while the others are served, and a stop loses nothing.
 // Bounds on time are generous (a loaded machine); the speed itself is measured elsewhere.
+#include <httplib.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -39,10 +42,11 @@ struct Serve : Tool {
       ::waitpid(pid, nullptr, 0);
     }
   }
-  void start() {
+  void start(const std::string& options = "--listen off") {
     pid = ::fork();
     if (pid == 0) {
-      std::string cmd = std::string("exec ") + QKP_BINARY + " --home " + home + " serve 2>" + log;
+      std::string cmd =
+          std::string("exec ") + QKP_BINARY + " --home " + home + " serve " + options + " 2>" + log;
       ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
       ::_exit(127);
     }
@@ -181,6 +185,96 @@ TEST_F(Serve, OneServicePerInstallationAndAClockOnItsOwn) {
   std::size_t before = one.received().size();
   EXPECT_EQ(qkp("sync --line 1 --dept 1 --date"), 0) << err;
   EXPECT_EQ(one.received().size() - before, 19u) << "the 3000's date and time only";
+}
+
+// The HTTP API of a running service, with a real client.
+struct Api : Serve {
+  int port = 0;
+  void start_api(const std::string& options = "") {
+    start("--listen 127.0.0.1:0 " + options);
+    ASSERT_TRUE(eventually([&] {
+      std::string l = dir.read("serve.log");
+      auto at = l.find("http://127.0.0.1:");
+      if (at != std::string::npos) port = std::stoi(l.substr(at + 17));
+      return port > 0;
+    })) << dir.read("serve.log");
+  }
+  httplib::Result call(const std::string& method, const std::string& path,
+                       const std::string& token = "") {
+    httplib::Client c("127.0.0.1", port);
+    httplib::Headers h;
+    if (!token.empty()) h.emplace("Authorization", "Bearer " + token);
+    return method == "GET" ? c.Get(path.c_str(), h) : c.Post(path.c_str(), h, "", "text/plain");
+  }
+};
+
+TEST_F(Api, EveryEndpointAnswersInJsonAndSendNowRunsASync) {
+  set(1, "3000", "file:line1.txt");
+  start_api();
+  ASSERT_TRUE(eventually([&] { return nothing_pending(1); })) << dir.read("serve.log");
+  struct Case {
+    const char *method, *path;
+    int status;
+    const char* says;
+  } cases[] = {
+      {"GET", "/api/status", 200, "\"state\": \"running\""},
+      {"GET", "/api/lines", 200, "\"address\": \"file:line1.txt\""},
+      {"GET", "/api/lines/2/3", 200, "\"pending\": 26"},
+      {"GET", "/api/lines/2/9", 400, "line: \\\"9\\\" is not a whole number from 1 to 8"},
+      {"GET", "/api/lines/x/1", 400, "dept: \\\"x\\\" is not a whole number"},
+      {"GET", "/api/lines/7/1", 404, "department 7 has no line 1"},
+      {"POST", "/api/lines/7/1/sync", 404, "department 7 has no line 1"},
+      {"POST", "/api/lines/1/1/sync", 202, "\"queued\": true"},
+      {"GET", "/nothing", 404, "no such endpoint: /nothing"},
+      {"GET", "/metrics", 200, "qk_line_pending{dept=\"2\",line=\"3\"} 26"},
+  };
+  for (const auto& c : cases) {
+    auto r = call(c.method, c.path);
+    ASSERT_TRUE(r) << c.path;
+    EXPECT_EQ(r->status, c.status) << c.path;
+    EXPECT_NE(r->body.find(c.says), std::string::npos) << c.path << ": " << r->body;
+  }
+  // "Send now" on a line with nothing pending still runs a sync, and many readers meanwhile are
+  // all answered.
+  std::vector<std::thread> readers;
+  std::atomic<int> answered{0};
+  for (int i = 0; i < 8; ++i)
+    readers.emplace_back([&] {
+      for (int k = 0; k < 20; ++k)
+        if (auto r = call("GET", "/api/lines"); r && r->status == 200) ++answered;
+    });
+  for (auto& t : readers) t.join();
+  EXPECT_EQ(answered, 160);
+  EXPECT_TRUE(eventually([&] {
+    return dir.read("serve.log").find("department 1, line 1: a sync was asked for") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(stop(), 0);
+}
+
+TEST_F(Api, TheTokenGuardsWritesAndEveryOtherAddress) {
+  std::string token;
+  ASSERT_EQ(qkp("serve --init-token", &token), 0) << err;
+  token = token.substr(0, token.find('\n'));
+  EXPECT_EQ(token.size(), 64u);
+  struct stat st {};
+  ASSERT_EQ(::stat((home + "/service.token").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  start_api();
+  EXPECT_EQ(call("GET", "/api/lines")->status, 200) << "reading here needs no token";
+  EXPECT_EQ(call("POST", "/api/lines/1/1/sync")->status, 401);
+  EXPECT_EQ(call("POST", "/api/lines/1/1/sync", "wrong")->status, 401);
+  EXPECT_EQ(call("POST", "/api/lines/1/1/sync", token)->status, 202);
+  EXPECT_EQ(stop(), 0);
+  // Without a token no other address is served; a token others may read is refused.
+  std::filesystem::remove(home + "/service.token");
+  EXPECT_EQ(qkp("serve --listen 0.0.0.0:0"), 1);
+  EXPECT_NE(err.find("listening on 0.0.0.0 needs a token"), std::string::npos) << err;
+  std::ofstream(home + "/service.token") << std::string(64, 'a') << "\n";
+  ::chmod((home + "/service.token").c_str(), 0644);
+  EXPECT_EQ(qkp("serve --listen 127.0.0.1:0"), 1);
+  EXPECT_NE(err.find("may be read by others"), std::string::npos) << err;
+  EXPECT_EQ(qkp("serve --listen 127.0.0.1"), 2);
 }
 
 TEST(DateSchedule, TimesOfDay) {
