@@ -216,13 +216,12 @@ struct SyncCommand {
 std::vector<sync::ScaleLine> addressed_lines(qk::ArchiveTools& a, const sync::SyncScope& scope) {
   std::vector<sync::ScaleLine> lines;
   std::string missing;
-  for (auto& l : sync::read_network(a, nullptr)) {
-    if (l.line != scope.line || (scope.dept >= 0 && l.dept != scope.dept) ||
-        !sync::in_store(l, scope.store))
-      continue;
+  auto take = [&](const sync::ScaleLine& l) {
     if (l.address.empty()) missing += (missing.empty() ? "" : ", ") + std::to_string(l.dept);
-    lines.push_back(std::move(l));
-  }
+    lines.push_back(l);
+  };
+  sync::for_each_line(
+      a, scope, [&](const sync::LineContext& c) { take(c.where); }, take, nullptr);
   if (!missing.empty())
     throw CLI::ValidationError(
         "sync", "line " + std::to_string(scope.line) + " of department" +

@@ -41,6 +41,15 @@ bool number(const httplib::Request& req, httplib::Response& res, std::size_t ind
   return true;
 }
 
+// The department and line a path names (/api/lines/DEPT/LINE…); false after answering 400.
+bool line_in_path(const httplib::Request& req, httplib::Response& res, int32_t* dept,
+                  int32_t* line) {
+  return number(req, res, 1, "dept", 0, INT32_MAX, dept) && number(req, res, 2, "line", 1, 8, line);
+}
+void no_line(httplib::Response& res, int32_t dept, int32_t line) {
+  error(res, 404, "department " + std::to_string(dept) + " has no line " + std::to_string(line));
+}
+
 json line_json(const LineView& l) {
   return {{"dept", l.dept},
           {"line", l.line},
@@ -162,27 +171,21 @@ bool HttpApi::start(std::string* why) {
     for (const auto& l : board_.snapshot().lines) out.push_back(line_json(l));
     reply(res, 200, out);
   });
-  s.Get(R"(/api/lines/([^/]+)/([^/]+))", [this](const httplib::Request& req,
-                                                httplib::Response& res) {
-    int32_t dept = 0, line = 0;
-    if (!number(req, res, 1, "dept", 0, INT32_MAX, &dept) ||
-        !number(req, res, 2, "line", 1, 8, &line))
-      return;
-    for (const auto& l : board_.snapshot().lines)
-      if (l.dept == dept && l.line == line) return reply(res, 200, line_json(l));
-    error(res, 404, "department " + std::to_string(dept) + " has no line " + std::to_string(line));
-  });
-  s.Post(R"(/api/lines/([^/]+)/([^/]+)/sync)", [this](const httplib::Request& req,
-                                                      httplib::Response& res) {
-    int32_t dept = 0, line = 0;
-    if (!number(req, res, 1, "dept", 0, INT32_MAX, &dept) ||
-        !number(req, res, 2, "line", 1, 8, &line))
-      return;
-    if (!board_.request_sync(dept, line))
-      return error(res, 404,
-                   "department " + std::to_string(dept) + " has no line " + std::to_string(line));
-    reply(res, 202, {{"queued", true}, {"dept", dept}, {"line", line}});
-  });
+  s.Get(R"(/api/lines/([^/]+)/([^/]+))",
+        [this](const httplib::Request& req, httplib::Response& res) {
+          int32_t dept = 0, line = 0;
+          if (!line_in_path(req, res, &dept, &line)) return;
+          for (const auto& l : board_.snapshot().lines)
+            if (l.dept == dept && l.line == line) return reply(res, 200, line_json(l));
+          no_line(res, dept, line);
+        });
+  s.Post(R"(/api/lines/([^/]+)/([^/]+)/sync)",
+         [this](const httplib::Request& req, httplib::Response& res) {
+           int32_t dept = 0, line = 0;
+           if (!line_in_path(req, res, &dept, &line)) return;
+           if (!board_.request_sync(dept, line)) return no_line(res, dept, line);
+           reply(res, 202, {{"queued", true}, {"dept", dept}, {"line", line}});
+         });
   s.Get("/metrics", [this](const httplib::Request&, httplib::Response& res) {
     res.set_content(metrics(board_.snapshot()), "text/plain; version=0.0.4");
   });

@@ -32,6 +32,12 @@ void on_reload(int) {
   g_reload = 1;
 }
 
+// The moment that many seconds from now.
+steady::time_point from_now(double seconds) {
+  return steady::now() +
+         std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(seconds));
+}
+
 std::string where(const std::pair<int32_t, int32_t>& key) {
   return "department " + std::to_string(key.first) + ", line " + std::to_string(key.second);
 }
@@ -196,8 +202,7 @@ void Service::start(const Key& key, Line& l) {
   posix_spawnattr_destroy(&attr);
   if (rc != 0) {
     env_.say(where(key) + ": " + env_.program + " cannot be started: " + std::strerror(rc));
-    l.next_try = steady::now() + std::chrono::duration_cast<steady::duration>(
-                                     std::chrono::duration<double>(settings_.retry_seconds));
+    l.next_try = from_now(settings_.retry_seconds);
     return;
   }
   l.child = pid;
@@ -220,10 +225,6 @@ void Service::finished(Line& l, const Key& key, int status) {
   sync_seconds_ += std::chrono::duration<double>(now - l.child_started).count();
   if (code == 0 || code == 3) ++syncs_done_;
   if (code != 0 && code != 3 && code != 4) ++syncs_failed_;
-  auto after = [&](double seconds) {
-    return now +
-           std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(seconds));
-  };
   if (code == 0 || code == 3) {
     if (l.failures > 0)
       env_.say(where(key) + ": delivered again after " + std::to_string(l.failures) +
@@ -234,11 +235,11 @@ void Service::finished(Line& l, const Key& key, int status) {
     // The clock went with what was pending, or on its own; a sync that found nothing sent none.
     if (code == 0 || l.child_clock) l.clock = false;
     l.pending = false;  // the next look says whether anything is left
-    l.next_try = after(std::min(1.0, settings_.retry_seconds));
+    l.next_try = from_now(std::min(1.0, settings_.retry_seconds));
     return;
   }
   if (code == 4) {  // another sync (a person's) holds the line: it will be done soon
-    l.next_try = after(std::min(2.0, settings_.retry_seconds));
+    l.next_try = from_now(std::min(2.0, settings_.retry_seconds));
     return;
   }
   if (stop_signal_seen_) return;
@@ -246,7 +247,7 @@ void Service::finished(Line& l, const Key& key, int status) {
   double delay = Backoff(settings_.retry_seconds, settings_.retry_max_seconds).delay(l.failures);
   l.last_error = WIFEXITED(status) ? "exit status " + std::to_string(code)
                                    : "ended by signal " + std::to_string(WTERMSIG(status));
-  l.next_try = after(delay);
+  l.next_try = from_now(delay);
   env_.say(where(key) + ": the sync failed (" + l.last_error + ", try " +
            std::to_string(l.failures) + "); next try in " + seconds_text(delay) + " s");
 }
@@ -254,8 +255,7 @@ void Service::finished(Line& l, const Key& key, int status) {
 void Service::stop_children() {
   for (auto& [key, l] : lines_)
     if (l.child > 0) ::kill(-l.child, SIGTERM);
-  auto until = steady::now() + std::chrono::duration_cast<steady::duration>(
-                                   std::chrono::duration<double>(settings_.stop_seconds));
+  auto until = from_now(settings_.stop_seconds);
   while (running() > 0 && steady::now() < until) {
     reap(false);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -344,8 +344,7 @@ int Service::run() {
       auto now = steady::now();
       if (changed || now >= next_look_) {
         look();
-        next_look_ = now + std::chrono::duration_cast<steady::duration>(
-                               std::chrono::duration<double>(settings_.check_seconds));
+        next_look_ = from_now(settings_.check_seconds);
         changed = false;
       }
       if (next_clock_ && std::chrono::system_clock::now() >= *next_clock_) {
