@@ -3,10 +3,9 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 
-#include "qk/sync/archive_pictures.h"
 #include "commands.h"
-#include "qk/sync/network.h"
 #include "output.h"
 #include "picture_files.h"
 #include "qk/archive_schema.h"
@@ -19,6 +18,8 @@
 #include "qk/host.h"
 #include "qk/pictures.h"
 #include "qk/previews.h"
+#include "qk/sync/archive_pictures.h"
+#include "qk/sync/network.h"
 #include "qk/sync/row_checks.h"
 #include "session.h"
 
@@ -27,7 +28,7 @@ namespace qkp {
 namespace {
 
 struct ImageOptions {
-  int32_t key = 1;
+  int32_t key = 1, dept = -1, id = 0;
   std::string file, kind = "scale", description, from, to, decode, out, png;
   int width = 0;
 };
@@ -114,7 +115,21 @@ void encode(const Options& g, const ImageOptions& o) {
 // What the scale will show of a bitmap: encoded for the kind and decoded back (repacking,
 // inversion and padding as the encoders apply them). A Kestra takes 384 pixels of each row: the
 // rest of the bitmap is drawn in a lighter shade, as what is lost.
-void preview(const ImageOptions& o) {
+void preview(ImageOptions o) {
+  // An image of the archive: its picture as the sync sends it.
+  std::optional<TemporaryFolder> folder;
+  if (o.dept >= 0) {
+    auto a = qk::sync::open_archive_tools();
+    auto rs =
+        a->select_rows(*qk::archive::find_table("IMMAGINI"), {{"IM_BNC", o.dept}, {"IM_ID", o.id}});
+    std::string what = "image " + std::to_string(o.id) + " of department " + std::to_string(o.dept);
+    if (rs->Eof()) throw std::runtime_error(what + " does not exist");
+    auto bytes = qk::sync::picture_bytes(rs->Fields("IM_PICTURE").to_text());
+    if (!bytes || bytes->empty()) throw std::runtime_error(what + " has no picture in the archive");
+    folder.emplace();
+    o.file = qk::sync::materialised_picture(folder->path(), *bytes);
+    o.key = o.id;
+  }
   std::ifstream in(o.file, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   qk::images::Picture original = qk::images::read_bitmap(bytes);
@@ -182,11 +197,17 @@ void add_image_commands(CLI::App& app, Options& g) {
 
   auto po = std::make_shared<ImageOptions>();
   auto* pv = image->add_subcommand("preview", "A PNG of what the scale will show of a bitmap");
-  pv->add_option("--file", po->file, "the bitmap (.bmp)")->required()->check(CLI::ExistingFile);
+  auto* file = pv->add_option("--file", po->file, "the bitmap (.bmp)")->check(CLI::ExistingFile);
+  auto* dept = pv->add_option("--dept", po->dept, "an image of the archive: its department")
+                   ->check(CLI::NonNegativeNumber);
+  pv->add_option("--id", po->id, "… and its number")->needs(dept);
+  dept->excludes(file);
   pv->add_option("--kind", po->kind, "scale, kestra or printer")
       ->check(CLI::IsMember({"scale", "kestra", "printer"}));
   pv->add_option("--png", po->png, "the picture to write")->required();
   pv->callback([po] {
+    if (po->file.empty() && po->dept < 0)
+      throw CLI::ValidationError("preview", "give --file F.bmp, or --dept D --id N");
     try {
       preview(*po);
     } catch (const std::exception& e) {

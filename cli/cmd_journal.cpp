@@ -1,16 +1,17 @@
 // journal and runs: what was delivered where and when, and what each sync run did.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "qk/sync/journal.h"
-#include "qk/sync/network.h"
 #include "qk/archive_schema.h"
 #include "qk/host.h"
-#include "session.h"
 #include "qk/sync.h"
+#include "qk/sync/journal.h"
+#include "qk/sync/network.h"
+#include "session.h"
 
 namespace qkp {
 
@@ -56,9 +57,27 @@ std::string before_now(const std::string& age) {
   return buf;
 }
 
+// A page of rows counted from the newest: the newest `last` (all when 0) after leaving out the
+// `skip` newest, still oldest first.
+struct Page {
+  int last = 0, skip = 0;
+  void apply(std::vector<nlohmann::json>& rows) const {
+    std::size_t keep = rows.size() - std::min(rows.size(), static_cast<std::size_t>(skip));
+    rows.resize(keep);
+    if (last > 0 && keep > static_cast<std::size_t>(last))
+      rows.erase(rows.begin(), rows.end() - last);
+  }
+  void add_options(CLI::App* cmd) {
+    cmd->add_option("--last", last, "only the newest N")->check(CLI::NonNegativeNumber);
+    cmd->add_option("--skip", skip, "leave out the newest N first (the page before)")
+        ->check(CLI::NonNegativeNumber);
+  }
+};
+
 struct JournalOptions {
   int32_t line = 0, dept = -1, id = 0;
-  std::string kind, since, older_than;
+  std::string kind, since, until, older_than;
+  Page page;
 };
 
 void show_journal(const Options& g, const JournalOptions& o, bool id_given) {
@@ -69,11 +88,15 @@ void show_journal(const Options& g, const JournalOptions& o, bool id_given) {
   if (!o.kind.empty()) where.emplace_back("J_KIND", o.kind);
   if (id_given) where.emplace_back("J_ID", o.id);
   std::vector<nlohmann::json> rows;
-  for (auto& r : journal_rows(*a, "QK_JOURNAL", where))
-    if (o.since.empty() || r["J_TIME"].get<std::string>() >= o.since) rows.push_back(std::move(r));
+  for (auto& r : journal_rows(*a, "QK_JOURNAL", where)) {
+    const std::string& time = r["J_TIME"].get_ref<const std::string&>();
+    if ((o.since.empty() || time >= o.since) && (o.until.empty() || time < o.until))
+      rows.push_back(std::move(r));
+  }
   std::stable_sort(rows.begin(), rows.end(), [](const nlohmann::json& x, const nlohmann::json& y) {
     return x["J_TIME"].get<std::string>() < y["J_TIME"].get<std::string>();
   });
+  o.page.apply(rows);
   if (g.format == Format::Json) {
     std::printf("%s\n", nlohmann::json(rows).dump(1).c_str());
   } else {
@@ -108,14 +131,15 @@ std::string outcome_of(qk::ArchiveTools& a, const nlohmann::json& run) {
   }
 }
 
-void show_runs(const Options& g, int limit) {
+void show_runs(const Options& g, int32_t line, const Page& page) {
   auto a = sync::open_archive_tools();
-  auto rows = journal_rows(*a, "QK_RUNS", {});
+  qk::Where where;
+  if (line) where.emplace_back("RUN_LINE", line);
+  auto rows = journal_rows(*a, "QK_RUNS", where);
   std::stable_sort(rows.begin(), rows.end(), [](const nlohmann::json& x, const nlohmann::json& y) {
     return x["RUN_START"].get<std::string>() < y["RUN_START"].get<std::string>();
   });
-  if (limit > 0 && rows.size() > static_cast<std::size_t>(limit))
-    rows.erase(rows.begin(), rows.end() - limit);
+  page.apply(rows);
   for (auto& r : rows) r["RUN_OUTCOME"] = outcome_of(*a, r);
   if (g.format == Format::Json) {
     std::printf("%s\n", nlohmann::json(rows).dump(1).c_str());
@@ -172,6 +196,8 @@ void add_journal_commands(CLI::App& app, Options& g) {
   auto* id = journal->add_option("--id", o->id, "the record's number (with --kind)")->needs(kind);
   journal->add_option("--since", o->since,
                       "only from this UTC time on (2026-11-20 or 2026-11-20T14:00:00Z)");
+  journal->add_option("--until", o->until, "only before this UTC time");
+  o->page.add_options(journal);
   journal->callback([&g, o, journal, id] {
     if (!journal->get_subcommands().empty()) return;
     show_journal(g, *o, id->count() > 0);
@@ -181,11 +207,12 @@ void add_journal_commands(CLI::App& app, Options& g) {
   prune_cmd->add_option("--older-than", o->older_than, "an age: 90d, 12h or 30m")->required();
   prune_cmd->callback([o] { prune(o->older_than); });
 
-  auto limit = std::make_shared<int>(0);
+  auto ro = std::make_shared<JournalOptions>();
   auto* runs =
       app.add_subcommand("runs", "The sync runs: when, which line, how much, how they ended");
-  runs->add_option("--last", *limit, "only the newest N runs");
-  runs->callback([&g, limit] { show_runs(g, *limit); });
+  runs->add_option("--line", ro->line, "served line")->check(CLI::Range(1, 8));
+  ro->page.add_options(runs);
+  runs->callback([&g, ro] { show_runs(g, ro->line, ro->page); });
 }
 
 }  // namespace qkp

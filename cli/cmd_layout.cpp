@@ -5,7 +5,6 @@
 #include <iterator>
 #include <sstream>
 
-#include "qk/sync/archive_pictures.h"
 #include "commands.h"
 #include "output.h"
 #include "picture_files.h"
@@ -13,9 +12,10 @@
 #include "qk/host.h"
 #include "qk/layout_check.h"
 #include "qk/previews.h"
+#include "qk/sync.h"
+#include "qk/sync/archive_pictures.h"
 #include "qk/sync/record_sources.h"
 #include "session.h"
-#include "qk/sync.h"
 
 namespace qkp {
 
@@ -172,19 +172,16 @@ void add_layout_command(CLI::App& app, Options& g) {
   pv->callback([vo] {
     qk::sync::ContextScope context("layout " + std::to_string(vo->layout) + " of department " +
                                    std::to_string(vo->dept));
-    // Logos as the archive holds them, as the sync sends them, from a folder of this run's own
-    // (the installation folder stays as it is: the preview only looks).
-    std::string tmpl = (std::filesystem::temp_directory_path() / "qkp-pictures-XXXXXX").string();
-    if (!::mkdtemp(tmpl.data())) return fail("cannot make a temporary folder for the pictures");
-    struct Removed {
-      std::string path;
-      ~Removed() {
-        std::error_code ec;
-        std::filesystem::remove_all(path, ec);
-      }
-    } pictures{tmpl};
-    qk::sync::write_department_pictures(*qk::sync::open_archive_tools(), tmpl, vo->dept);
-    qk::LayoutPreview p = qk::preview_layout(vo->dept, vo->layout, vo->family, tmpl);
+    // Logos as the archive holds them, as the sync sends them.
+    std::optional<TemporaryFolder> pictures;
+    try {
+      pictures.emplace();
+    } catch (const std::exception& e) {
+      return fail(e.what());
+    }
+    qk::sync::write_department_pictures(*qk::sync::open_archive_tools(), pictures->path(),
+                                        vo->dept);
+    qk::LayoutPreview p = qk::preview_layout(vo->dept, vo->layout, vo->family, pictures->path());
     if (!p.exists) return fail("does not exist");
     std::string out = vo->file.empty() ? "layout-" + std::to_string(vo->dept) + "-" +
                                              std::to_string(vo->layout) + ".svg"

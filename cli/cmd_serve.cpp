@@ -13,6 +13,7 @@
 #include "qk/host.h"
 #include "service.h"
 #include "session.h"
+#include "tool_runner.h"
 
 namespace qkp {
 
@@ -102,10 +103,11 @@ void add_serve_command(CLI::App& app, Options&) {
       std::fflush(stderr);
     };
     std::unique_ptr<qk::service::HttpApi> server;
+    qk::service::ToolRunner tool(self, qk::installation_folder());
     qk::service::ServiceEnvironment env{self, qk::installation_folder(), say, nullptr};
     if (with_api)
       env.start_api = [&](qk::service::ServiceBoard& board, std::string* why) {
-        server = std::make_unique<qk::service::HttpApi>(board, api);
+        server = std::make_unique<qk::service::HttpApi>(board, api, &tool);
         if (!server->start(why)) return false;
         say("the API and page: http://" +
             (api.host.find(':') != std::string::npos ? "[" + api.host + "]" : api.host) + ":" +

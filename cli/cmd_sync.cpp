@@ -210,6 +210,7 @@ struct SyncCommand {
   std::string started_by;  // the service that started the run, for the journal
   double sender_timeout = 30;
   bool all_stores = false;
+  bool json = false;  // the report as JSON on stdout too (the service reads it)
 };
 
 // The lines of the scope, when the sync delivers to their addresses: each must have one.
@@ -229,6 +230,27 @@ std::vector<sync::ScaleLine> addressed_lines(qk::ArchiveTools& a, const sync::Sy
                     " has no address: give it one (qkp lines set … --to ADDRESS) or say where "
                     "to send (--out FILE, --sender CMD or --exec CMD)");
   return lines;
+}
+
+// What a run did, for a program that started it: {"outcome", "records", "bytes", "seconds",
+// "run", "stopped", "kinds": {kind: {"records", "bytes", "failed", …}}}.
+void print_report(const sync::SyncReport& r) {
+  static const char* outcomes[] = {"done", "failed", "busy", "no line"};
+  nlohmann::json kinds = nlohmann::json::object();
+  for (const auto& [kind, t] : r.tally)
+    kinds[std::string(sync::kind_name(kind))] = {
+        {"records", t.records},        {"bytes", t.bytes},
+        {"failed", t.failed},          {"changed", t.changed},
+        {"not_reset", t.reset_failed}, {"warned", t.warned}};
+  nlohmann::json out = {{"outcome", outcomes[r.status]},
+                        {"records", r.records()},
+                        {"bytes", r.bytes()},
+                        {"seconds", r.seconds},
+                        {"run", r.run},
+                        {"stopped", r.stopped},
+                        {"kinds", kinds}};
+  std::printf("%s\n", out.dump().c_str());
+  std::fflush(stdout);
 }
 
 void run_sync(const SyncCommand& c) {
@@ -277,6 +299,7 @@ void run_sync(const SyncCommand& c) {
   sync::SyncReport r = sync::run_sync(*a, *transport, o);
   lost_connection_said_by_command(false);
   if (terminal) std::fprintf(stderr, "\r");
+  if (c.json) print_report(r);
   if (r.status == sync::SyncReport::Busy) {
     note("line " + std::to_string(o.scope.line) + of_store(o.scope.store) + " of " + a->location() +
          " is being synced by another process (" + (r.holder.empty() ? "unknown" : r.holder) +
@@ -468,8 +491,9 @@ void add_sync_commands(CLI::App& app, Options& g) {
   out->excludes(exec, sender);
   exec->excludes(out, sender);
   sender->excludes(out, exec);
-  sync->callback([sc] {
+  sync->callback([&g, sc] {
     sc->options.scope.store = chosen_store(sc->all_stores);
+    sc->json = g.format == Format::Json;
     run_sync(*sc);
   });
 
@@ -491,7 +515,7 @@ void add_sync_commands(CLI::App& app, Options& g) {
       ->check(CLI::IsMember(markable_kind_names()));
   auto* id = mark->add_option("--id", mo->id, "one record: its key, form, lot, message, … number");
   add_all_stores(mark, &mo->all_stores);
-  mark->callback([mo, id] {
+  mark->callback([&g, mo, id] {
     if (mo->line == 0 && !mo->all_lines)
       throw CLI::ValidationError("mark", "give --line L or --all-lines");
     if (id->count() && mo->kind.empty())
@@ -508,6 +532,12 @@ void add_sync_commands(CLI::App& app, Options& g) {
     auto result = sync::mark(*a, r);
     for (const auto& s : result.skipped) note(s + ": not marked");
     if (mo->dept >= 0 && result.rows == 0 && !result.skipped.empty()) set_exit_status(kExitFailed);
+    if (g.format == Format::Json) {
+      nlohmann::json out = {
+          {"rows", result.rows}, {"records", result.records}, {"skipped", result.skipped}};
+      std::printf("%s\n", out.dump(1).c_str());
+      return;
+    }
     std::printf("%s marked pending\n", counted(result.rows, "row").c_str());
     if (result.records > 0)
       std::printf("%s without flags marked pending (their last delivery there is forgotten)\n",

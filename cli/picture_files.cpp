@@ -4,6 +4,7 @@
 #include <librsvg/rsvg.h>
 #include <png.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -92,6 +93,18 @@ void write_drawing(const std::string& path, const std::string& svg) {
     qk::save_file_atomically(path, svg);
   else
     throw std::runtime_error(path + ": a drawing is written as FILE.svg or FILE.png");
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string tmpl = (std::filesystem::temp_directory_path() / "qkp-pictures-XXXXXX").string();
+  if (!::mkdtemp(tmpl.data()))
+    throw std::runtime_error("cannot make a temporary folder for the pictures");
+  path_ = tmpl;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ec;
+  std::filesystem::remove_all(path_, ec);
 }
 
 }  // namespace qkp

@@ -27,4 +27,18 @@ void write_svg_as_png(const std::string& path, const std::string& svg);
 // Writes `text` to `path`, or to `path` as PNG when it ends in ".png" and `text` is SVG.
 void write_drawing(const std::string& path, const std::string& svg);
 
+// A folder of this run's own for pictures read from the archive (the installation folder stays as
+// it is: a preview only looks); removed with what is in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 }  // namespace qkp

@@ -1,9 +1,12 @@
 #include "http_api.h"
 
-#include <httplib.h>
-
 #include <charconv>
-#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "archive_endpoints.h"
+#include "http_replies.h"
+#include "qk/sync/record_sources.h"
+#include "web_files.h"
 
 namespace qk::service {
 
@@ -11,41 +14,13 @@ namespace {
 
 using nlohmann::json;
 
-std::string iso_time(std::time_t t) {
-  std::tm utc{};
-  ::gmtime_r(&t, &utc);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text;
+// Every kind of record, in sending order, for the page's filters.
+json kinds() {
+  json out = json::array();
+  for (const auto& e : sync::sources()) out.push_back(std::string(kind_name(e.kind)));
+  return out;
 }
 
-void reply(httplib::Response& res, int status, const json& body) {
-  res.status = status;
-  res.set_content(body.dump(1) + "\n", "application/json");
-}
-void error(httplib::Response& res, int status, const std::string& message) {
-  reply(res, status, {{"error", message}});
-}
-
-// A path parameter that must be a whole number in a range; false after answering 400.
-bool number(const httplib::Request& req, httplib::Response& res, std::size_t index,
-            const char* name, int32_t min, int32_t max, int32_t* out) {
-  std::string text = req.matches[static_cast<int>(index)];
-  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), *out);
-  if (ec != std::errc() || end != text.data() + text.size() || *out < min || *out > max) {
-    error(res, 400,
-          std::string(name) + ": \"" + text + "\" is not a whole number from " +
-              std::to_string(min) + " to " + std::to_string(max));
-    return false;
-  }
-  return true;
-}
-
-// The department and line a path names (/api/lines/DEPT/LINE…); false after answering 400.
-bool line_in_path(const httplib::Request& req, httplib::Response& res, int32_t* dept,
-                  int32_t* line) {
-  return number(req, res, 1, "dept", 0, INT32_MAX, dept) && number(req, res, 2, "line", 1, 8, line);
-}
 void no_line(httplib::Response& res, int32_t dept, int32_t line) {
   error(res, 404, "department " + std::to_string(dept) + " has no line " + std::to_string(line));
 }
@@ -61,7 +36,9 @@ json line_json(const LineView& l) {
           {"failures", l.failures},
           {"last_error", l.last_error.empty() ? json(nullptr) : json(l.last_error)},
           {"next_retry_seconds", l.failures > 0 ? json(l.next_try_in) : json(nullptr)},
-          {"last_success", l.last_success ? json(iso_time(*l.last_success)) : json(nullptr)}};
+          {"last_success", l.last_success ? json(iso_time(*l.last_success)) : json(nullptr)},
+          {"delivered", l.delivered},
+          {"bytes", l.bytes}};
 }
 
 std::string metrics(const ServiceView& v) {
@@ -69,21 +46,36 @@ std::string metrics(const ServiceView& v) {
   auto family = [&](const char* name, const char* type, const char* help) {
     s += std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
   };
-  auto labels = [](const LineView& l) {
-    return "{dept=\"" + std::to_string(l.dept) + "\",line=\"" + std::to_string(l.line) + "\"}";
+  // One sample per line; a line without a value (never a success yet) has none.
+  struct PerLine {
+    const char *name, *type, *help;
+    std::optional<long long> (*value)(const LineView&);
   };
-  family("qk_line_pending", "gauge", "Records pending on the line at the service's last look.");
-  for (const auto& l : v.lines)
-    s += "qk_line_pending" + labels(l) + " " + std::to_string(l.pending) + "\n";
-  family("qk_line_failures", "gauge", "Failed syncs of the line in a row.");
-  for (const auto& l : v.lines)
-    s += "qk_line_failures" + labels(l) + " " + std::to_string(l.failures) + "\n";
-  family("qk_line_last_success_timestamp_seconds", "gauge",
-         "When a sync of the line last ended well (Unix time).");
-  for (const auto& l : v.lines)
-    if (l.last_success)
-      s += "qk_line_last_success_timestamp_seconds" + labels(l) + " " +
-           std::to_string(*l.last_success) + "\n";
+  static const PerLine per_line[] = {
+      {"qk_line_pending", "gauge", "Records pending on the line at the service's last look.",
+       [](const LineView& l) -> std::optional<long long> { return l.pending; }},
+      {"qk_line_failures", "gauge", "Failed syncs of the line in a row.",
+       [](const LineView& l) -> std::optional<long long> { return l.failures; }},
+      {"qk_line_failed_syncs_total", "counter", "Failed syncs of the line since the start.",
+       [](const LineView& l) -> std::optional<long long> { return l.failed_syncs; }},
+      {"qk_line_records_delivered_total", "counter", "Records the line confirmed.",
+       [](const LineView& l) -> std::optional<long long> { return l.delivered; }},
+      {"qk_line_bytes_delivered_total", "counter", "Bytes of the records the line confirmed.",
+       [](const LineView& l) -> std::optional<long long> { return l.bytes; }},
+      {"qk_line_last_success_timestamp_seconds", "gauge",
+       "When a sync of the line last ended well (Unix time).",
+       [](const LineView& l) -> std::optional<long long> {
+         if (!l.last_success) return std::nullopt;
+         return static_cast<long long>(*l.last_success);
+       }},
+  };
+  for (const auto& m : per_line) {
+    family(m.name, m.type, m.help);
+    for (const auto& l : v.lines)
+      if (auto value = m.value(l))
+        s += std::string(m.name) + "{dept=\"" + std::to_string(l.dept) + "\",line=\"" +
+             std::to_string(l.line) + "\"} " + std::to_string(*value) + "\n";
+  }
   family("qk_syncs_total", "counter", "Syncs the service ran, by outcome.");
   s += "qk_syncs_total{outcome=\"done\"} " + std::to_string(v.syncs_done) + "\n";
   s += "qk_syncs_total{outcome=\"failed\"} " + std::to_string(v.syncs_failed) + "\n";
@@ -119,8 +111,11 @@ bool parse_listen(const std::string& text, ApiOptions* o, std::string* why) {
   return true;
 }
 
-HttpApi::HttpApi(ServiceBoard& board, ApiOptions options)
-    : board_(board), options_(std::move(options)), server_(std::make_unique<httplib::Server>()) {}
+HttpApi::HttpApi(ServiceBoard& board, ApiOptions options, const ToolRunner* tool)
+    : board_(board),
+      options_(std::move(options)),
+      tool_(tool),
+      server_(std::make_unique<httplib::Server>()) {}
 
 HttpApi::~HttpApi() {
   server_->stop();
@@ -164,7 +159,8 @@ bool HttpApi::start(std::string* why) {
              {"lines", v.lines.size()},
              {"pending", pending},
              {"syncing", syncing},
-             {"failing", failing}}}});
+             {"failing", failing}}},
+           {"kinds", kinds()}});
   });
   s.Get("/api/lines", [this](const httplib::Request&, httplib::Response& res) {
     json out = json::array();
@@ -189,6 +185,23 @@ bool HttpApi::start(std::string* why) {
   s.Get("/metrics", [this](const httplib::Request&, httplib::Response& res) {
     res.set_content(metrics(board_.snapshot()), "text/plain; version=0.0.4");
   });
+  if (tool_) add_archive_endpoints(s, *tool_);
+  // The page, from the files built into the program.
+  for (const auto& f : web_files()) {
+    std::string path = f.path, type = "text/plain; charset=utf-8";
+    for (auto [ext, t] : {std::pair{".html", "text/html; charset=utf-8"},
+                          {".css", "text/css; charset=utf-8"},
+                          {".js", "text/javascript; charset=utf-8"},
+                          {".svg", "image/svg+xml"}})
+      if (path.ends_with(ext)) type = t;
+    auto serve = [text = std::string_view(f.text), type](const httplib::Request&,
+                                                         httplib::Response& res) {
+      res.set_header("Cache-Control", "no-cache");
+      res.set_content(text.data(), text.size(), type);
+    };
+    s.Get("/" + path, serve);
+    if (path == "index.html") s.Get("/", serve);
+  }
   s.set_error_handler([](const httplib::Request& req, httplib::Response& res) {
     if (res.body.empty())
       error(

@@ -1,5 +1,6 @@
 // The service's HTTP API (cpp-httplib): JSON views of the service and its lines, a sync asked for
-// a line, and /metrics in Prometheus's text format; docs/service.md lists the endpoints.
+// a line, what the archive holds (archive_endpoints.h), /metrics in Prometheus's text format, and
+// the web page at /; docs/service.md lists the endpoints.
 #pragma once
 
 #include <memory>
@@ -27,9 +28,13 @@ struct ApiOptions {
 bool parse_listen(const std::string& text, ApiOptions* o, std::string* why);
 bool is_loopback(const std::string& host);
 
+class ToolRunner;
+
 class HttpApi {
  public:
-  HttpApi(ServiceBoard& board, ApiOptions options);
+  // `tool` runs the tool's commands for what reads or changes the archive (none: those endpoints
+  // are absent).
+  HttpApi(ServiceBoard& board, ApiOptions options, const ToolRunner* tool);
   ~HttpApi();
   HttpApi(const HttpApi&) = delete;
   HttpApi& operator=(const HttpApi&) = delete;
@@ -40,6 +45,7 @@ class HttpApi {
  private:
   ServiceBoard& board_;
   ApiOptions options_;
+  const ToolRunner* tool_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   int port_ = 0;

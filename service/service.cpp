@@ -1,7 +1,6 @@
 #include "service.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
@@ -10,6 +9,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "backoff.h"
@@ -18,8 +18,6 @@
 #include "qk/host.h"
 #include "qk/sync.h"
 #include "qk/sync/child_process.h"
-
-extern char** environ;
 
 namespace qk::service {
 
@@ -88,7 +86,8 @@ std::optional<ServiceSettings> ServiceSettings::read(std::string* error) {
   return s;
 }
 
-Service::Service(ServiceEnvironment env) : env_(std::move(env)) {}
+Service::Service(ServiceEnvironment env)
+    : env_(std::move(env)), tool_(env_.program, env_.installation) {}
 
 Service::~Service() {
   if (lock_fd_ >= 0) ::close(lock_fd_);
@@ -175,38 +174,37 @@ void Service::start_due() {
 
 void Service::start(const Key& key, Line& l) {
   l.child_clock = !l.pending;
-  std::vector<std::string> args = {env_.program,      "--home",
-                                   env_.installation, "sync",
-                                   "--line",          std::to_string(key.second),
-                                   "--dept",          std::to_string(key.first),
-                                   "--started-by",    "qkp serve"};
+  std::vector<std::string> args = {
+      "sync",         "--line",   std::to_string(key.second), "--dept", std::to_string(key.first),
+      "--started-by", "qkp serve"};
   if (l.child_clock) args.push_back("--date");
-  std::vector<char*> argv;
-  for (auto& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  // Its own process group, with the default signal actions: a stop reaches it only from here,
-  // once it may finish the record in flight.
-  posix_spawnattr_t attr;
-  posix_spawnattr_init(&attr);
-  sigset_t none, defaults;
-  sigemptyset(&none);
-  sigemptyset(&defaults);
-  for (int sig : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) sigaddset(&defaults, sig);
-  posix_spawnattr_setsigmask(&attr, &none);
-  posix_spawnattr_setsigdefault(&attr, &defaults);
-  posix_spawnattr_setpgroup(&attr, 0);
-  posix_spawnattr_setflags(&attr,
-                           POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  pid_t pid = -1;
-  int rc = posix_spawn(&pid, env_.program.c_str(), nullptr, &attr, argv.data(), environ);
-  posix_spawnattr_destroy(&attr);
-  if (rc != 0) {
-    env_.say(where(key) + ": " + env_.program + " cannot be started: " + std::strerror(rc));
+  std::string why;
+  pid_t pid = tool_.start(args, &l.child_out, -1, &why);
+  if (pid < 0) {
+    env_.say(where(key) + ": " + why);
     l.next_try = from_now(settings_.retry_seconds);
     return;
   }
+  ::fcntl(l.child_out, F_SETFL, O_NONBLOCK);
   l.child = pid;
   l.child_started = steady::now();
+}
+
+// What the sync reported of itself: its counts, and why it stopped.
+void Service::read_report(Line& l) {
+  l.last_report.clear();
+  std::string text;
+  char buf[4096];
+  ssize_t n;
+  while ((n = ::read(l.child_out, buf, sizeof buf)) > 0)
+    text.append(buf, static_cast<std::size_t>(n));
+  ::close(l.child_out);
+  l.child_out = -1;
+  auto report = nlohmann::json::parse(text, nullptr, false);
+  if (!report.is_object()) return;
+  l.delivered += report.value("records", 0L);
+  l.bytes += report.value("bytes", 0LL);
+  l.last_report = report.value("stopped", std::string());
 }
 
 void Service::reap(bool wait) {
@@ -214,7 +212,9 @@ void Service::reap(bool wait) {
     if (l.child <= 0) continue;
     int status = 0;
     pid_t r = ::waitpid(l.child, &status, wait ? 0 : WNOHANG);
-    if (r == l.child) finished(l, key, status);
+    if (r != l.child) continue;
+    read_report(l);
+    finished(l, key, status);
   }
 }
 
@@ -244,9 +244,11 @@ void Service::finished(Line& l, const Key& key, int status) {
   }
   if (stop_signal_seen_) return;
   ++l.failures;
+  ++l.failed_syncs;
   double delay = Backoff(settings_.retry_seconds, settings_.retry_max_seconds).delay(l.failures);
-  l.last_error = WIFEXITED(status) ? "exit status " + std::to_string(code)
-                                   : "ended by signal " + std::to_string(WTERMSIG(status));
+  l.last_error = !l.last_report.empty() ? l.last_report
+                 : WIFEXITED(status)    ? "exit status " + std::to_string(code)
+                                        : "ended by signal " + std::to_string(WTERMSIG(status));
   l.next_try = from_now(delay);
   env_.say(where(key) + ": the sync failed (" + l.last_error + ", try " +
            std::to_string(l.failures) + "); next try in " + seconds_text(delay) + " s");
@@ -288,7 +290,7 @@ void Service::publish(const std::string& state) {
                        l.failures > 0 && l.next_try > now
                            ? std::chrono::duration<double>(l.next_try - now).count()
                            : 0,
-                       l.last_success});
+                       l.last_success, l.delivered, l.bytes, l.failed_syncs});
   board_.publish(std::move(v));
 }
 

@@ -17,6 +17,7 @@
 
 #include "date_schedule.h"
 #include "service_board.h"
+#include "tool_runner.h"
 
 namespace qk {
 class ArchiveTools;
@@ -59,14 +60,18 @@ class Service {
     int failures = 0;
     std::chrono::steady_clock::time_point next_try{};
     pid_t child = -1;
+    int child_out = -1;  // its report (sync --format json) comes there
     bool child_clock = false;
     std::string last_error;
+    std::string last_report;  // why the last sync stopped, in its own words
     // What the board shows.
     std::string family, address;
     int32_t scale = 0;
     long records = 0;
     std::optional<std::time_t> last_success;
     std::chrono::steady_clock::time_point child_started{};
+    long delivered = 0, failed_syncs = 0;  // since the service started
+    long long bytes = 0;
   };
   using Key = std::pair<int32_t, int32_t>;  // department, line
 
@@ -75,6 +80,7 @@ class Service {
   void start_due();
   void start(const Key& key, Line& l);
   void reap(bool wait);
+  void read_report(Line& l);
   void finished(Line& l, const Key& key, int status);
   int running() const;
   void stop_children();
@@ -83,6 +89,7 @@ class Service {
   void take_requests();
 
   ServiceEnvironment env_;
+  ToolRunner tool_;
   ServiceSettings settings_;
   std::optional<DateSchedule> schedule_;
   std::optional<std::chrono::system_clock::time_point> next_clock_;

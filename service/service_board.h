@@ -22,6 +22,9 @@ struct LineView {
   std::string last_error;  // of the last failed sync
   double next_try_in = 0;  // seconds until it may be tried again (after a failure)
   std::optional<std::time_t> last_success;
+  long delivered = 0;  // records, since the service started
+  long long bytes = 0;
+  long failed_syncs = 0;
 };
 
 struct ServiceView {

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <thread>
 
 #include "date_schedule.h"
@@ -43,6 +44,8 @@ struct Serve : Tool {
     }
   }
   void start(const std::string& options = "--listen off") {
+    std::ofstream(log, std::ios::trunc)
+        .close();  // no word of an earlier start is read as this one's
     pid = ::fork();
     if (pid == 0) {
       std::string cmd =
@@ -140,7 +143,8 @@ TEST_F(Serve, RetriesAScaleThatIsDownWhileTheOthersAreServed) {
   EXPECT_FALSE(nothing_pending(1));
   EXPECT_TRUE(eventually([&] {
     return dir.read("serve.log")
-               .find("department 1, line 1: the sync failed (exit status 1, try 2)") !=
+               .find("department 1, line 1: the sync failed (tcp://127.0.0.1:" +
+                     std::to_string(down) + ": cannot connect (Connection refused), try 2)") !=
            std::string::npos;
   })) << dir.read("serve.log");
   FakeScale back(FakeScale::Behaviour{FakeScale::Mode::Read, 0}, down);
@@ -190,12 +194,13 @@ TEST_F(Serve, OneServicePerInstallationAndAClockOnItsOwn) {
 // The HTTP API of a running service, with a real client.
 struct Api : Serve {
   int port = 0;
-  void start_api(const std::string& options = "") {
-    start("--listen 127.0.0.1:0 " + options);
+  void start_api(const std::string& listen = "127.0.0.1:0") {
+    start("--listen " + listen);
     ASSERT_TRUE(eventually([&] {
+      std::smatch m;
       std::string l = dir.read("serve.log");
-      auto at = l.find("http://127.0.0.1:");
-      if (at != std::string::npos) port = std::stoi(l.substr(at + 17));
+      if (std::regex_search(l, m, std::regex("the API and page: http://[^ ]+:([0-9]+)/")))
+        port = std::stoi(m[1]);
       return port > 0;
     })) << dir.read("serve.log");
   }
@@ -205,6 +210,10 @@ struct Api : Serve {
     httplib::Headers h;
     if (!token.empty()) h.emplace("Authorization", "Bearer " + token);
     return method == "GET" ? c.Get(path.c_str(), h) : c.Post(path.c_str(), h, "", "text/plain");
+  }
+  int status(const std::string& method, const std::string& path, const std::string& token = "") {
+    auto r = call(method, path, token);
+    return r ? r->status : -1;
   }
 };
 
@@ -227,6 +236,38 @@ TEST_F(Api, EveryEndpointAnswersInJsonAndSendNowRunsASync) {
       {"POST", "/api/lines/1/1/sync", 202, "\"queued\": true"},
       {"GET", "/nothing", 404, "no such endpoint: /nothing"},
       {"GET", "/metrics", 200, "qk_line_pending{dept=\"2\",line=\"3\"} 26"},
+      // What the archive holds, through the tool.
+      {"GET", "/api/lines/2/3/pending", 200, "\"label\": \"key 1\""},
+      {"GET", "/api/lines/7/1/pending", 404, "no department configures line 1 in department 7"},
+      {"GET", "/api/lines/2/3/pending?x=1", 400, "x: no such parameter here"},
+      {"GET", "/api/journal?line=1&limit=1", 200, "\"more\": true"},
+      {"GET", "/api/journal?line=1&kind=date&dept=1", 200, "\"J_KIND\": \"date\""},
+      {"GET", "/api/journal?since=2999-01-01", 200, "\"rows\": []"},
+      {"GET", "/api/journal?line=9", 400, "line: \\\"9\\\" is not a whole number from 1 to 8"},
+      {"GET", "/api/journal?kind=bogus", 400, "kind: \\\"bogus\\\" is not one of date, vat,"},
+      {"GET", "/api/journal?id=1", 400, "id: needs kind"},
+      {"GET", "/api/journal?since=yesterday", 400, "since: \\\"yesterday\\\" is not a UTC time"},
+      {"GET", "/api/journal?limit=0", 400, "limit: \\\"0\\\" is not a whole number from 1 to 1000"},
+      {"GET", "/api/journal?colour=red", 400, "colour: no such parameter here (it takes line,"},
+      {"GET", "/api/runs?line=1&limit=1", 200, "\"RUN_BY\": \"qkp serve: qkp sync --line 1"},
+      {"GET", "/api/runs?dept=1", 400, "dept: no such parameter here"},
+      {"GET", "/api/layouts?dept=1", 200, "\"TK_DESCRIPTION\": \"Etichetta standard\""},
+      {"GET", "/api/layouts", 400, "dept: the department to list"},
+      {"GET", "/api/images?dept=1", 200, "\"IM_FILE_NAME\": \"LOGO.BMP\""},
+      {"GET", "/api/layouts/1/1.svg", 200, "<svg"},
+      {"GET", "/api/layouts/1/2.png?family=5000", 200, "PNG"},
+      {"GET", "/api/layouts/1/77.svg", 404, "does not exist"},
+      {"GET", "/api/layouts/1/1.svg?family=2000", 400,
+       "family: \\\"2000\\\" is not one of 3000, 5000"},
+      {"GET", "/api/images/1/4.png?kind=kestra", 200, "PNG"},
+      {"GET", "/api/images/1/9.png", 404, "image 9 of department 1 does not exist"},
+      {"POST", "/api/mark?line=1&dept=1&kind=keys&id=1", 200, "\"rows\": 1"},
+      {"POST", "/api/mark?line=4&dept=1", 404, "department 1 has no line 4: not marked"},
+      {"POST", "/api/mark?dept=1", 400, "line: the line to mark records pending on"},
+      {"POST", "/api/mark?line=1&kind=date", 400, "kind: \\\"date\\\" is not one of vat,"},
+      // The page and its files, from the program itself.
+      {"GET", "/", 200, "<script src=\"app.js\"></script>"},
+      {"GET", "/app.js", 200, "/api/lines"},
   };
   for (const auto& c : cases) {
     auto r = call(c.method, c.path);
@@ -234,17 +275,25 @@ TEST_F(Api, EveryEndpointAnswersInJsonAndSendNowRunsASync) {
     EXPECT_EQ(r->status, c.status) << c.path;
     EXPECT_NE(r->body.find(c.says), std::string::npos) << c.path << ": " << r->body;
   }
-  // "Send now" on a line with nothing pending still runs a sync, and many readers meanwhile are
-  // all answered.
+  // What the metrics count is what the journal holds.
+  auto journal = nlohmann::json::parse(call("GET", "/api/journal?line=1&dept=1&limit=1000")->body);
+  EXPECT_NE(call("GET", "/metrics")
+                ->body.find("qk_line_records_delivered_total{dept=\"1\",line=\"1\"} " +
+                            std::to_string(journal["rows"].size()) + "\n"),
+            std::string::npos);
+  // "Send now" and the record marked above run a sync, and many readers of the service and of
+  // the archive meanwhile are all answered.
   std::vector<std::thread> readers;
   std::atomic<int> answered{0};
   for (int i = 0; i < 8; ++i)
-    readers.emplace_back([&] {
-      for (int k = 0; k < 20; ++k)
-        if (auto r = call("GET", "/api/lines"); r && r->status == 200) ++answered;
+    readers.emplace_back([&, i] {
+      for (int k = 0; k < 10; ++k)
+        if (auto r = call("GET", i % 2 ? "/api/lines" : "/api/journal?limit=5");
+            r && r->status == 200)
+          ++answered;
     });
   for (auto& t : readers) t.join();
-  EXPECT_EQ(answered, 160);
+  EXPECT_EQ(answered, 80);
   EXPECT_TRUE(eventually([&] {
     return dir.read("serve.log").find("department 1, line 1: a sync was asked for") !=
            std::string::npos;
@@ -261,10 +310,18 @@ TEST_F(Api, TheTokenGuardsWritesAndEveryOtherAddress) {
   ASSERT_EQ(::stat((home + "/service.token").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
   start_api();
-  EXPECT_EQ(call("GET", "/api/lines")->status, 200) << "reading here needs no token";
-  EXPECT_EQ(call("POST", "/api/lines/1/1/sync")->status, 401);
-  EXPECT_EQ(call("POST", "/api/lines/1/1/sync", "wrong")->status, 401);
-  EXPECT_EQ(call("POST", "/api/lines/1/1/sync", token)->status, 202);
+  EXPECT_EQ(status("GET", "/api/lines"), 200) << "reading here needs no token";
+  EXPECT_EQ(status("POST", "/api/lines/1/1/sync"), 401);
+  EXPECT_EQ(status("POST", "/api/lines/1/1/sync", "wrong"), 401);
+  EXPECT_EQ(status("POST", "/api/lines/1/1/sync", token), 202);
+  EXPECT_EQ(status("POST", "/api/mark?line=1", "wrong"), 401);
+  EXPECT_EQ(stop(), 0);
+  // On every address, reading needs it too.
+  port = 0;
+  start_api("0.0.0.0:0");
+  EXPECT_EQ(status("GET", "/api/lines"), 401);
+  EXPECT_EQ(status("GET", "/api/journal"), 401);
+  EXPECT_EQ(status("GET", "/api/lines", token), 200);
   EXPECT_EQ(stop(), 0);
   // Without a token no other address is served; a token others may read is refused.
   std::filesystem::remove(home + "/service.token");
