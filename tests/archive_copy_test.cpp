@@ -7,15 +7,19 @@ using namespace qk::testing;
 
 namespace {
 
-// Every written column of every table of a SQLite archive, rows in value order (row versions and
-// row numbers are the archive's own, not part of what is copied).
+// Every written column of every table of a SQLite archive, quoted (a null is not an empty text),
+// rows in value order (row versions and row numbers are the archive's own, not part of what is
+// copied).
 std::string all_rows(const std::string& file) {
   std::string out;
   for (const auto& t : qk::archive::tables()) {
-    std::string cols;
-    for (const auto& c : qk::archive::written_columns(t)) cols += (cols.empty() ? "" : ", ") + c;
+    std::string cols, quoted;
+    for (const auto& c : qk::archive::written_columns(t)) {
+      cols += (cols.empty() ? "" : ", ") + c;
+      quoted += (quoted.empty() ? "quote(" : ", quote(") + c + ")";
+    }
     out += std::string(t.name) + "\n" +
-           sql_rows(file, "select " + cols + " from " + std::string(t.name) + " order by " + cols);
+           sql_rows(file, "select " + quoted + " from " + std::string(t.name) + " order by " + cols);
   }
   return out;
 }
@@ -28,6 +32,14 @@ TEST_P(ArchiveCopy, RoundTripKeepsEveryRow) {
   std::string middle = dir.file("middle.sqlite");
   if (GetParam() == Backend::Postgres) QK_NEW_PG_DATABASE_OR_SKIP(middle);
   std::string original = home + "/Archivi.sqlite", back = dir.file("back.sqlite");
+  // Texts with what a bulk copy's framing uses itself (tab, newline, carriage return, backslash,
+  // its null marker), an empty one and a null.
+  ASSERT_EQ(sql_exec(original,
+                     "INSERT INTO ARTICOLI (BNC, Plu, DESCRIPTION) VALUES (1, 78, 'a' || char(9) "
+                     "|| 'b' || char(10) || 'c' || char(13) || 'd\\e \\N \xC3\xA8'), (1, 79, '');"
+                     "INSERT INTO QK_RUNS (RUN_ID, RUN_START, RUN_END) VALUES ('a', 'b', NULL), "
+                     "('c', 'd', '')"),
+            "");
   ASSERT_EQ(qkp("archive copy --from " + original + " --to '" + middle + "'"), 0) << err;
   ASSERT_EQ(qkp("archive copy --from '" + middle + "' --to " + back), 0) << err;
   std::string rows = all_rows(original);

@@ -49,6 +49,17 @@ void Archive::check_schema(bool any_version) {
                         "the archive " + path_ + " has no table " + std::string(t.name));
 }
 
+void Archive::insert_many(const std::string& table, const std::vector<std::string>& columns,
+                          const std::vector<std::vector<Variant>>& rows) {
+  std::string cols, marks;
+  for (const auto& c : columns) {
+    cols += (cols.empty() ? "" : ", ") + c;
+    marks += marks.empty() ? "?" : ", ?";
+  }
+  std::string sql = "insert into " + table + " (" + cols + ") values (" + marks + ")";
+  for (const auto& row : rows) execute(sql, row);
+}
+
 void Archive::each_row(const std::string& sql, const std::vector<Variant>& params,
                        const std::function<void(std::vector<Variant>&)>& each) {
   auto rs = query(sql, params);

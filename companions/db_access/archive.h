@@ -43,6 +43,10 @@ class Archive {
   virtual int execute(const std::string& sql, const std::vector<Variant>& params = {}) = 0;
   // Runs several statements of a script (schema, demo data) without parameters.
   virtual void execute_script(const std::string& sql) = 0;
+  // Inserts many rows of one table (names already checked): one prepared insert each, or the
+  // database's bulk way where it has one.
+  virtual void insert_many(const std::string& table, const std::vector<std::string>& columns,
+                           const std::vector<std::vector<Variant>>& rows);
 
   // Explicit transactions for the tools: a read transaction sees one unchanging archive, a write
   // transaction excludes other writers of the same rows; ending one that is not open does

@@ -319,13 +319,14 @@ RecordsetPtr clsDbAccess::row_versions(const archive::Table& t,
 
 void clsDbAccess::insert_row(const archive::Table& t, const std::vector<std::string>& columns,
                              const std::vector<Variant>& values) {
-  std::string cols, marks;
-  for (const auto& c : columns) {
-    cols += (cols.empty() ? "" : ", ") + std::string(column_of(t, c).name);
-    marks += marks.empty() ? "?" : ", ?";
-  }
-  archive().execute("insert into " + std::string(t.name) + " (" + cols + ") values (" + marks + ")",
-                    values);
+  insert_rows(t, columns, {values});
+}
+
+void clsDbAccess::insert_rows(const archive::Table& t, const std::vector<std::string>& columns,
+                              const std::vector<std::vector<Variant>>& rows) {
+  std::vector<std::string> names;
+  for (const auto& c : columns) names.emplace_back(column_of(t, c).name);
+  archive().insert_many(std::string(t.name), names, rows);
 }
 
 long clsDbAccess::update_rows(const archive::Table& t, const Where& where,

@@ -380,6 +380,59 @@ int PgArchive::execute(const std::string& sql, const std::vector<Variant>& param
   return changed;
 }
 
+void PgArchive::insert_many(const std::string& table, const std::vector<std::string>& columns,
+                            const std::vector<std::vector<Variant>>& rows) {
+  if (rows.empty()) return;
+  std::string cols;
+  for (const auto& c : columns) cols += (cols.empty() ? "" : ", ") + c;
+  std::string sql = "COPY " + table + " (" + cols + ") FROM STDIN";
+  if (aborted_)
+    raise(automation::kDatabaseError, "an earlier statement of this transaction failed, so \"" +
+                                          sql + "\" cannot run (archive " + path_ + ")");
+  usable();
+  PGresult* r = PQexec(conn_, sql.c_str());
+  if (PQresultStatus(r) != PGRES_COPY_IN) PQclear(checked(r, "cannot run \"" + sql + "\""));
+  PQclear(r);
+  // COPY's text form: a tab between values, a newline after each row, \N for null, and the
+  // backslash, tab, newline and carriage return of a value escaped.
+  std::string buf;
+  bool sent = true;
+  auto flush = [&] {
+    sent = sent && PQputCopyData(conn_, buf.data(), static_cast<int>(buf.size())) == 1;
+    buf.clear();
+  };
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (i) buf += '\t';
+      bool null = false;
+      std::string text = param_text(row[i], &null);
+      if (null) {
+        buf += "\\N";
+        continue;
+      }
+      for (char c : text) switch (c) {
+          case '\\': buf += "\\\\"; break;
+          case '\t': buf += "\\t"; break;
+          case '\n': buf += "\\n"; break;
+          case '\r': buf += "\\r"; break;
+          default: buf += c;
+        }
+    }
+    buf += '\n';
+    if (buf.size() > (1u << 20)) flush();
+  }
+  flush();
+  if (PQputCopyEnd(conn_, sent ? nullptr : "the rows could not be sent") != 1) sent = false;
+  // The result of the COPY, then the end of its results.
+  PGresult* done = nullptr;
+  while (PGresult* next = PQgetResult(conn_)) {
+    if (done) PQclear(done);
+    done = next;
+  }
+  if (!done) raise(automation::kDatabaseError, "\"" + sql + "\" got no answer (archive " + path_ + ")");
+  PQclear(checked(done, "cannot run \"" + sql + "\""));
+}
+
 void PgArchive::execute_script(const std::string& sql) {
   usable();
   PQclear(checked(PQexec(conn_, sql.c_str()), "cannot run the script"));
