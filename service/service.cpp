@@ -323,6 +323,15 @@ int Service::run() {
   sigemptyset(&sa.sa_mask);
   ::sigaction(SIGHUP, &sa, nullptr);
   if (!configure(true)) return 1;
+  // The API answers from the first look on, never from an empty picture of the store.
+  bool changed = true;
+  try {
+    look();
+    next_look_ = from_now(settings_.check_seconds);
+    changed = false;
+  } catch (const std::exception&) {
+    // said and tried again by the loop
+  }
   publish("starting");
   if (env_.start_api) {
     std::string why;
@@ -333,7 +342,7 @@ int Service::run() {
   }
   uint64_t usec = 0;
   watchdog_ = ::sd_watchdog_enabled(0, &usec) > 0;
-  bool ready = false, changed = true;
+  bool ready = false;
   while (sync::stop_signal() == 0) {
     try {
       if (g_reload) {
