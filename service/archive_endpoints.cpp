@@ -95,7 +95,8 @@ bool read_params(const httplib::Request& req, httplib::Response& res,
 }
 
 // What the tool said on stderr, without its "qkp: " prefixes, as one message.
-std::string said(const ToolAnswer& a) {
+// Lines naming `leave_out` (when given) are left out.
+std::string said(const ToolAnswer& a, const std::string& leave_out = "") {
   std::string text;
   std::size_t at = 0;
   while (at < a.err.size()) {
@@ -103,6 +104,7 @@ std::string said(const ToolAnswer& a) {
     std::string line = a.err.substr(at, end == std::string::npos ? std::string::npos : end - at);
     at = end == std::string::npos ? a.err.size() : end + 1;
     if (line.rfind("qkp: ", 0) == 0) line.erase(0, 5);
+    if (!leave_out.empty() && line.find(leave_out) != std::string::npos) continue;
     if (!line.empty()) text += (text.empty() ? "" : "; ") + line;
   }
   return text.empty() ? "the tool ended with status " + std::to_string(a.status) : text;
@@ -153,17 +155,7 @@ void picture(const ToolRunner& tool, std::vector<std::string> args, const char* 
   // A drawing with problems (a logo outside the ticket) is still shown; its problems travel along.
   if (!bytes || (a.status != 0 && a.status != 1))
     return error(res, a.status == 2 ? 400 : 404, said(a));
-  if (a.status == 1) {
-    ToolAnswer problems = a;  // without the tool's word of where it drew
-    problems.err.clear();
-    std::size_t at = 0;
-    while (at < a.err.size()) {
-      std::size_t end = std::min(a.err.find('\n', at), a.err.size());
-      if (a.err.find(folder, at) > end) problems.err += a.err.substr(at, end - at) + "\n";
-      at = end + 1;
-    }
-    res.set_header("X-QK-Problems", said(problems));
-  }
+  if (a.status == 1) res.set_header("X-QK-Problems", said(a, folder));  // not where it drew
   res.set_content(*bytes, type);
 }
 
@@ -222,34 +214,40 @@ void add_archive_endpoints(httplib::Server& s, const ToolRunner& tool) {
       if (read_params(req, res, {kDept}, &args, &own) && tool_json(res, tool.run(args), 404, &rows))
         reply(res, 200, rows);
     });
-  s.Get(R"(/api/layouts/([^/]+)/([^/.]+)\.(svg|png))",
-        [&tool](const httplib::Request& req, httplib::Response& res) {
-          int64_t dept = 0, layout = 0;
-          std::vector<std::string> args;
-          std::map<std::string, int64_t> own;
-          if (!whole_number(res, req.matches[1], "dept", 0, INT32_MAX, &dept) ||
-              !whole_number(res, req.matches[2], "layout", 0, INT32_MAX, &layout) ||
-              !read_params(req, res, {{"family", "--family", Param::Family}}, &args, &own))
-            return;
-          args.insert(args.begin(), {"layout", "preview", "--dept", std::to_string(dept),
-                                     "--layout", std::to_string(layout)});
-          bool svg = req.matches[3] == "svg";
-          picture(tool, args, "--out", svg ? "layout.svg" : "layout.png",
-                  svg ? "image/svg+xml" : "image/png", res);
-        });
-  s.Get(R"(/api/images/([^/]+)/([^/.]+)\.png)",
-        [&tool](const httplib::Request& req, httplib::Response& res) {
-          int64_t dept = 0, id = 0;
-          std::vector<std::string> args;
-          std::map<std::string, int64_t> own;
-          if (!whole_number(res, req.matches[1], "dept", 0, INT32_MAX, &dept) ||
-              !whole_number(res, req.matches[2], "image", 0, INT32_MAX, &id) ||
-              !read_params(req, res, {{"kind", "--kind", Param::ImageKind}}, &args, &own))
-            return;
-          args.insert(args.begin(), {"image", "preview", "--dept", std::to_string(dept), "--id",
-                                     std::to_string(id)});
-          picture(tool, args, "--png", "image.png", "image/png", res);
-        });
+  // The pictures: /api/layouts/D/N.svg|png and /api/images/D/N.png, drawn by the tool's previews.
+  struct Picture {
+    const char *pattern, *number, *command, *number_option, *out_option;
+    Param param;
+  };
+  static const Picture pictures[] = {
+      {R"(/api/layouts/([^/]+)/([^/.]+)\.(svg|png))",
+       "layout",
+       "layout",
+       "--layout",
+       "--out",
+       {"family", "--family", Param::Family}},
+      {R"(/api/images/([^/]+)/([^/.]+)\.(png))",
+       "image",
+       "image",
+       "--id",
+       "--png",
+       {"kind", "--kind", Param::ImageKind}},
+  };
+  for (const auto& p : pictures)
+    s.Get(p.pattern, [&tool, &p](const httplib::Request& req, httplib::Response& res) {
+      int64_t dept = 0, number = 0;
+      std::vector<std::string> args;
+      std::map<std::string, int64_t> own;
+      if (!whole_number(res, req.matches[1], "dept", 0, INT32_MAX, &dept) ||
+          !whole_number(res, req.matches[2], p.number, 0, INT32_MAX, &number) ||
+          !read_params(req, res, {p.param}, &args, &own))
+        return;
+      args.insert(args.begin(), {p.command, "preview", "--dept", std::to_string(dept),
+                                 p.number_option, std::to_string(number)});
+      bool svg = req.matches[3] == "svg";
+      picture(tool, args, p.out_option, std::string(p.number) + (svg ? ".svg" : ".png"),
+              svg ? "image/svg+xml" : "image/png", res);
+    });
 }
 
 }  // namespace qk::service
