@@ -6,7 +6,7 @@ set -eu
 build=$1
 source=$2
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap '[ -n "${KEEP:-}" ] || rm -rf "$work"' EXIT
 prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
@@ -162,7 +162,7 @@ assert report["status"] == "done" and report["records"] > 0, report
 assert qk_protocol.pending(line=1) == []
 open(work + "/python_dates.txt", "w").write("".join(f"{d}\n" for d in dates))
 END
-  drop_dates() { LC_ALL=C awk 'NR==FNR { skip[$1] = 1; next } { if (!(at in skip)) print; at += length($0) + 1 }' "$work/python_dates.txt" "$1"; }
+  drop_dates() { LC_ALL=C awk 'BEGIN { at = 0 } NR==FNR { skip[$1] = 1; next } { if (!(at in skip)) print; at += length($0) + 1 }' "$work/python_dates.txt" "$1"; }
   drop_dates "$work/python_sync.txt" >"$work/python_rest.txt"
   drop_dates "$work/qkp_sync.txt" >"$work/qkp_rest.txt"
   test -s "$work/qkp_rest.txt"
