@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "db_access/batch_reads.h"
 #include "qk/archive_tools.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
@@ -54,6 +55,8 @@ class Archive {
   virtual void begin(bool write) = 0;
   virtual void end(bool commit) = 0;
   virtual bool in_transaction() = 0;
+  // Whether the open transaction was begun to read (begin(false)): one snapshot until its end.
+  bool in_read_transaction() const { return read_transaction_; }
   // Whether the database holds a table of that name (in any letter case).
   virtual bool has_table(const std::string& name) = 0;
   // The archive policy both databases keep: a newer schema is refused; unless `any_version`, an
@@ -108,11 +111,23 @@ class Archive {
     std::array<std::vector<int32_t>, 8> departments;
   };
   std::optional<StoreLimit> store_limit;
+  // The rows of the batch the sync builds next (batch_reads.h); every write and every
+  // transaction's start and end drop them.
+  BatchReads batch_reads;
 
  protected:
   explicit Archive(std::string path) : path_(std::move(path)) {}
+  // Called by a database at each write and at each transaction's start and end; `reading` when
+  // a read transaction starts.
+  void drop_batch(bool reading = false) {
+    batch_reads.clear();
+    read_transaction_ = reading;
+  }
 
   std::string path_;
+
+ private:
+  bool read_transaction_ = false;
 };
 
 }  // namespace qk::companions

@@ -263,6 +263,9 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
   sql += " and " + id + " between ? and ?";
   params.emplace_back(static_cast<long long>(low(first)));
   params.emplace_back(static_cast<long long>(high(last)));
+  // The records of these groups are built next: their reads are served by one read.
+  if (a.in_read_transaction())
+    a.batch_reads.expect(t.name, scope.dept, low(first), high(last));
   std::map<int32_t, GroupState> states;
   a.each_row(sql, params, [&](std::vector<Variant>& row) {
     // ID, ROW_ID, ROW_VERSION, SUSPECT, PENDING. The record a row belongs to, by the same

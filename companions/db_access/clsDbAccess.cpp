@@ -152,10 +152,8 @@ RecordsetPtr clsDbAccess::p_TASTIERA_PLU_objRetrieveGlobalData2(const Variant& b
 RecordsetPtr clsDbAccess::p_TASTIERA_PLU_objRetrieveAssociatedPlu(const Variant& bnc,
                                                                   const Variant& key,
                                                                   const Variant& scale) {
-  return archive().query(
-      "select * from TASTIERA_PLU where TP_BNC = ?1 and TP_SCALE = ?2 and TP_KEY = ?3"
-      " order by rowid",
-      {bnc.to_int32(), scale.to_int32(), key.to_int32()});
+  Archive& a = archive();
+  return a.batch_reads.read(a, kKeyRows, {bnc.to_int32(), scale.to_int32()}, key.to_int32());
 }
 
 RecordsetPtr clsDbAccess::p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& bnc,
@@ -201,9 +199,8 @@ RecordsetPtr clsDbAccess::p_TRACEABILITY_objRetrieveRows(const Variant& bnc,
         "(select min(TRC_ROW) from TRACEABILITY t where t.TRC_BNC = TRACEABILITY.TRC_BNC and "
         "t.TRC_ID = TRACEABILITY.TRC_ID) order by TRC_ID",
         {bnc.to_int32()});
-  return archive().query(
-      "select * from TRACEABILITY where TRC_BNC = ?1 and TRC_ID = ?2 order by TRC_ROW",
-      {bnc.to_int32(), lot->to_double()});
+  Archive& a = archive();
+  return a.batch_reads.read(a, kLotRows, {bnc.to_int32()}, lot->to_double());
 }
 
 RecordsetPtr clsDbAccess::p_TRACEABILITY_objRetrieveVariatedRows(const Variant& bnc) {

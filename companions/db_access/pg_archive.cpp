@@ -373,6 +373,7 @@ std::shared_ptr<automation::MemoryRecordset> PgArchive::query(const std::string&
 }
 
 int PgArchive::execute(const std::string& sql, const std::vector<Variant>& params) {
+  drop_batch();
   PGresult* r = run(sql, params);
   const char* n = PQcmdTuples(r);
   int changed = n && *n ? std::atoi(n) : 0;
@@ -383,6 +384,7 @@ int PgArchive::execute(const std::string& sql, const std::vector<Variant>& param
 void PgArchive::insert_many(const std::string& table, const std::vector<std::string>& columns,
                             const std::vector<std::vector<Variant>>& rows) {
   if (rows.empty()) return;
+  drop_batch();
   std::string cols;
   for (const auto& c : columns) cols += (cols.empty() ? "" : ", ") + c;
   std::string sql = "COPY " + table + " (" + cols + ") FROM STDIN";
@@ -434,6 +436,7 @@ void PgArchive::insert_many(const std::string& table, const std::vector<std::str
 }
 
 void PgArchive::execute_script(const std::string& sql) {
+  drop_batch();
   usable();
   PQclear(checked(PQexec(conn_, sql.c_str()), "cannot run the script"));
 }
@@ -451,6 +454,7 @@ void PgArchive::begin(bool write) {
   PQclear(checked(PQexec(conn_, write ? "BEGIN" : "BEGIN ISOLATION LEVEL REPEATABLE READ"),
                   "cannot begin a transaction"));
   depth_ = 1;
+  drop_batch(!write);
   // Writers take turns, as on SQLite: one lock, taken first, so two writers never hold row locks
   // the other waits for (an import and a sync's resets touch the same tables in other orders).
   // A writer waits for the one before it, up to kWriterWaitSeconds.
@@ -474,6 +478,7 @@ void PgArchive::end(bool commit) {
   if (depth_ == 0) return;
   if (!commit) aborted_ = true;
   if (--depth_ > 0) return;
+  drop_batch();
   bool rollback = aborted_;
   aborted_ = false;
   // The server rolled back what a lost connection held: a rollback has nothing left to do, and

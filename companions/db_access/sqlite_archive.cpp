@@ -336,6 +336,7 @@ std::shared_ptr<automation::MemoryRecordset> SqliteArchive::query(
 }
 
 int SqliteArchive::execute(const std::string& sql, const std::vector<Variant>& params) {
+  drop_batch();
   sqlite3_stmt* s = prepare(sql).stmt;
   bind(s, params);
   int rc;
@@ -350,6 +351,7 @@ int SqliteArchive::execute(const std::string& sql, const std::vector<Variant>& p
 }
 
 void SqliteArchive::execute_script(const std::string& sql) {
+  drop_batch();
   char* err = nullptr;
   if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
     std::string msg = err ? err : "unknown error";
@@ -360,10 +362,12 @@ void SqliteArchive::execute_script(const std::string& sql) {
 
 void SqliteArchive::begin(bool write) {
   execute(write ? "BEGIN IMMEDIATE" : "BEGIN");
+  drop_batch(!write);
 }
 
 void SqliteArchive::end(bool commit) {
   if (!in_transaction()) return;
+  drop_batch();
   if (commit)
     execute("COMMIT");
   else

@@ -1,0 +1,88 @@
+#include "db_access/batch_reads.h"
+
+#include "db_access/archive.h"
+
+namespace qk::companions {
+
+using automation::Variant;
+
+namespace {
+
+thread_local bool g_enabled = true;
+
+std::string record_sql(const RecordRead& r, std::size_t scope_size, bool batch) {
+  std::string sql = "select * from " + std::string(r.table) + " where " + std::string(r.scope) +
+                    " and " + std::string(r.id);
+  std::string next = "?" + std::to_string(scope_size + 1);
+  if (batch)
+    return sql + " between " + next + " and ?" + std::to_string(scope_size + 2) + " order by " +
+           std::string(r.id) + ", " + std::string(r.order);
+  return sql + " = " + next + " order by " + std::string(r.order);
+}
+
+bool same_values(const std::vector<Variant>& a, const std::vector<Variant>& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (a[i].to_double() != b[i].to_double()) return false;
+  return true;
+}
+
+}  // namespace
+
+void BatchReads::enable(bool on) {
+  g_enabled = on;
+}
+
+void BatchReads::expect(std::string_view table, int32_t dept, int64_t low, int64_t high) {
+  clear();
+  if (g_enabled) batch_ = Batch{std::string(table), dept, low, high};
+}
+
+void BatchReads::clear() {
+  batch_.reset();
+  loaded_ = false;
+  loaded_scope_.clear();
+  names_.reset();
+  rows_.clear();
+}
+
+automation::RecordsetPtr BatchReads::read(Archive& a, const RecordRead& r,
+                                          const std::vector<Variant>& scope, const Variant& id) {
+  double n = id.to_double();
+  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table &&
+                  !scope.empty() && scope.front().to_double() == batch_->dept &&
+                  n >= static_cast<double>(batch_->low) && n <= static_cast<double>(batch_->high);
+  if (!in_batch) {
+    std::vector<Variant> params = scope;
+    params.push_back(id);
+    return a.query(record_sql(r, scope.size(), false), params);
+  }
+  if (!loaded_ || !same_values(loaded_scope_, scope)) {
+    Batch batch = *batch_;
+    clear();
+    batch_ = batch;
+    std::vector<Variant> params = scope;
+    params.emplace_back(static_cast<long long>(batch.low));
+    params.emplace_back(static_cast<long long>(batch.high));
+    auto rs = a.query(record_sql(r, scope.size(), true), params);
+    names_ = std::make_shared<const automation::ColumnNames>(rs->columns());
+    const auto& columns = rs->columns();
+    for (; !rs->Eof(); rs->MoveNext()) {
+      // A row whose id is no number matches no record's own statement either.
+      Variant row_id = rs->Fields(r.id);
+      if (!row_id.is_numeric_type()) continue;
+      std::vector<Variant> row;
+      row.reserve(columns.size());
+      for (const auto& c : columns) row.push_back(rs->Fields(c));
+      rows_[row_id.to_double()].push_back(std::move(row));
+    }
+    loaded_ = true;
+    loaded_scope_ = scope;
+  }
+  auto rs = std::make_shared<automation::MemoryRecordset>(names_);
+  if (auto it = rows_.find(n); it != rows_.end())
+    for (const auto& row : it->second) rs->add_row(row);
+  return rs;
+}
+
+}  // namespace qk::companions
