@@ -1,5 +1,8 @@
 #include "qk/sync/content_pending.h"
 
+#include <map>
+#include <tuple>
+
 #include "qk/sync/record_sources.h"
 
 namespace qk::sync {
@@ -116,18 +119,22 @@ std::map<int32_t, std::string> ContentPending::pending(const ScaleLine& where, K
   return out;
 }
 
-void record_delivered(ArchiveTools& a, const ScaleLine& where, Kind k, int32_t id,
-                      const std::string& rows, const std::string& hash, const std::string& time,
-                      const std::string& run) {
-  const archive::Table& t = delivered_table();
-  std::string kind(kind_name(k));
-  Where key{{"D_BNC", where.dept}, {"D_LINE", where.line}, {"D_KIND", kind}, {"D_ID", id}};
-  std::vector<std::string> columns = {"D_STORE", "D_SCALE", "D_FAMILY", "D_ROWS",
-                                      "D_HASH",  "D_TIME",  "D_RUN"};
-  std::vector<Variant> values = {where.store, where.scale, where.family, rows, hash, time, run};
-  if (a.update_rows(t, key, columns, values) > 0) return;
-  for (const auto& [column, value] : key) columns.push_back(column), values.push_back(value);
-  a.insert_row(t, columns, values);
+void record_delivered(ArchiveTools& a, const std::vector<DeliveredRecord>& records,
+                      const std::string& time, const std::string& run) {
+  if (records.empty()) return;
+  static const std::vector<std::string> columns = {
+      "D_BNC",    "D_LINE", "D_KIND", "D_ID",   "D_STORE", "D_SCALE",
+      "D_FAMILY", "D_ROWS", "D_HASH", "D_TIME", "D_RUN"};
+  // A record twice in one batch is kept as last delivered: one statement may not write a key
+  // twice.
+  std::map<std::tuple<int32_t, int32_t, Kind, int32_t>, const DeliveredRecord*> last;
+  for (const auto& r : records) last[{r.where.dept, r.where.line, r.kind, r.id}] = &r;
+  std::vector<std::vector<Variant>> rows;
+  rows.reserve(last.size());
+  for (const auto& [key, r] : last)
+    rows.push_back({r->where.dept, r->where.line, std::string(kind_name(r->kind)), r->id,
+                    r->where.store, r->where.scale, r->where.family, r->rows, r->hash, time, run});
+  a.put_rows(delivered_table(), columns, rows);
 }
 
 long forget_delivered(ArchiveTools& a, int32_t dept, int32_t line, std::optional<Kind> k,

@@ -342,14 +342,18 @@ class LineSync {
     try {
       a_.begin_write();
       std::vector<JournalEntry> confirmed;
+      std::vector<DeliveredRecord> kept;
       std::string now = utc_now();
       for (const auto& w : waiting_) {
         if (!w.source) {
           confirmed.push_back(w.entry);
           if (!w.rows.empty())
-            record_delivered(
-                a_, {w.entry.dept, w.entry.line, w.entry.family, w.entry.scale, w.entry.store},
-                w.kind, w.id, w.rows, w.entry.hash, now, run_ ? run_->id : "");
+            kept.push_back(
+                {{w.entry.dept, w.entry.line, w.entry.family, w.entry.scale, w.entry.store},
+                 w.kind,
+                 w.id,
+                 w.rows,
+                 w.entry.hash});
           continue;
         }
         ContextScope context(w.context);
@@ -371,6 +375,7 @@ class LineSync {
       }
       // The journal's rows commit with the resets: one exists exactly when its record was
       // confirmed and reset.
+      record_delivered(a_, kept, now, run_ ? run_->id : "");
       if (run_) write_journal(a_, *run_, now, confirmed);
       a_.commit();
     } catch (const std::exception& ex) {

@@ -332,6 +332,36 @@ void clsDbAccess::insert_rows(const archive::Table& t, const std::vector<std::st
   archive().insert_many(std::string(t.name), names, rows);
 }
 
+void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::string>& columns,
+                           const std::vector<std::vector<Variant>>& rows) {
+  // "insert … values (…), (…) on conflict (key) do update": both databases say it alike. A
+  // statement carries at most kRowsAtOnce rows, well below either's limit of parameters.
+  constexpr std::size_t kRowsAtOnce = 500;
+  std::string names, key, update, marks;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    std::string c(column_of(t, columns[i]).name);
+    names += (i ? ", " : "") + c;
+    marks += i ? ", ?" : "(?";
+    if (i < t.key.size())
+      key += (i ? ", " : "") + c;
+    else
+      update += (update.empty() ? "" : ", ") + c + " = excluded." + c;
+  }
+  marks += ")";
+  Archive& a = archive();
+  for (std::size_t at = 0; at < rows.size(); at += kRowsAtOnce) {
+    std::size_t n = std::min(kRowsAtOnce, rows.size() - at);
+    std::string sql = "insert into " + std::string(t.name) + " (" + names + ") values ";
+    std::vector<Variant> params;
+    params.reserve(n * columns.size());
+    for (std::size_t i = 0; i < n; ++i) {
+      sql += (i ? ", " : "") + marks;
+      params.insert(params.end(), rows[at + i].begin(), rows[at + i].end());
+    }
+    a.execute(sql + " on conflict (" + key + ") do update set " + update, params);
+  }
+}
+
 long clsDbAccess::update_rows(const archive::Table& t, const Where& where,
                               const std::vector<std::string>& columns,
                               const std::vector<Variant>& values) {

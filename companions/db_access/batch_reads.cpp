@@ -49,14 +49,41 @@ void BatchReads::clear() {
 automation::RecordsetPtr BatchReads::read(Archive& a, const RecordRead& r,
                                           const std::vector<Variant>& scope, const Variant& id) {
   double n = id.to_double();
-  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table &&
-                  !scope.empty() && scope.front().to_double() == batch_->dept &&
-                  n >= static_cast<double>(batch_->low) && n <= static_cast<double>(batch_->high);
-  if (!in_batch) {
+  if (!from_batch(a, r, scope, n, n)) {
     std::vector<Variant> params = scope;
     params.push_back(id);
     return a.query(record_sql(r, scope.size(), false), params);
   }
+  auto rs = std::make_shared<automation::MemoryRecordset>(names_);
+  if (auto it = rows_.find(n); it != rows_.end())
+    for (const auto& row : it->second) rs->add_row(row);
+  return rs;
+}
+
+automation::RecordsetPtr BatchReads::read_range(Archive& a, const RecordRead& r,
+                                                const std::vector<Variant>& scope, int64_t low,
+                                                int64_t high) {
+  if (!from_batch(a, r, scope, static_cast<double>(low), static_cast<double>(high))) {
+    std::vector<Variant> params = scope;
+    params.emplace_back(static_cast<long long>(low));
+    params.emplace_back(static_cast<long long>(high));
+    return a.query(record_sql(r, scope.size(), true), params);
+  }
+  // The rows by id, each id's in its own order: as "order by <id>, <order>" gives them.
+  auto rs = std::make_shared<automation::MemoryRecordset>(names_);
+  for (auto it = rows_.lower_bound(static_cast<double>(low));
+       it != rows_.end() && it->first <= static_cast<double>(high); ++it)
+    for (const auto& row : it->second) rs->add_row(row);
+  return rs;
+}
+
+bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<Variant>& scope,
+                            double low, double high) {
+  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table &&
+                  !scope.empty() && scope.front().to_double() == batch_->dept &&
+                  low >= static_cast<double>(batch_->low) &&
+                  high <= static_cast<double>(batch_->high);
+  if (!in_batch) return false;
   if (!loaded_ || !same_values(loaded_scope_, scope)) {
     Batch batch = *batch_;
     clear();
@@ -79,10 +106,7 @@ automation::RecordsetPtr BatchReads::read(Archive& a, const RecordRead& r,
     loaded_ = true;
     loaded_scope_ = scope;
   }
-  auto rs = std::make_shared<automation::MemoryRecordset>(names_);
-  if (auto it = rows_.find(n); it != rows_.end())
-    for (const auto& row : it->second) rs->add_row(row);
-  return rs;
+  return true;
 }
 
 }  // namespace qk::companions

@@ -43,6 +43,10 @@ class BatchReads {
   automation::RecordsetPtr read(Archive& a, const RecordRead& r,
                                 const std::vector<automation::Variant>& scope,
                                 const automation::Variant& id);
+  // The rows of the records low..high, as the batch's read orders them (a block of keys).
+  automation::RecordsetPtr read_range(Archive& a, const RecordRead& r,
+                                      const std::vector<automation::Variant>& scope, int64_t low,
+                                      int64_t high);
 
   // Whether reads are served by batch on this thread (on by default; the tests compare both).
   static void enable(bool on);
@@ -53,6 +57,11 @@ class BatchReads {
     int32_t dept;
     int64_t low, high;
   };
+  // Whether ids low..high lie in the batch (and reads are served from it); if so, its rows are
+  // read for `scope` unless they were.
+  bool from_batch(Archive& a, const RecordRead& r, const std::vector<automation::Variant>& scope,
+                  double low, double high);
+
   std::optional<Batch> batch_;
   // The rows read for the batch, by id, for the scope they were read with.
   bool loaded_ = false;

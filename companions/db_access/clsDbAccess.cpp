@@ -161,10 +161,9 @@ RecordsetPtr clsDbAccess::p_TASTIERA_PLU_objRetrieveBlockValues(const Variant& b
                                                                 const Variant& scale) {
   long k = key.to_int32();
   long first = first_key_of_block(k);
-  return archive().query(
-      "select * from TASTIERA_PLU where TP_BNC = ?1 and TP_SCALE = ?2 and TP_KEY between ?3 and ?4"
-      " order by TP_KEY, rowid",
-      {bnc.to_int32(), scale.to_int32(), first, first + kKeysPerBlock - 1});
+  Archive& a = archive();
+  return a.batch_reads.read_range(a, kKeyRows, {bnc.to_int32(), scale.to_int32()}, first,
+                                  first + kKeysPerBlock - 1);
 }
 
 void clsDbAccess::p_TASTIERA_PLU_UpdateFlagTrasm(const Variant& bnc, const Variant& key,

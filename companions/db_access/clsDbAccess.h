@@ -82,6 +82,8 @@ class clsDbAccess : public DbAccess,
                   const std::vector<Variant>& values) override;
   void insert_rows(const archive::Table& t, const std::vector<std::string>& columns,
                    const std::vector<std::vector<Variant>>& rows) override;
+  void put_rows(const archive::Table& t, const std::vector<std::string>& columns,
+                const std::vector<std::vector<Variant>>& rows) override;
   long update_rows(const archive::Table& t, const Where& where,
                    const std::vector<std::string>& columns,
                    const std::vector<Variant>& values) override;

@@ -141,6 +141,19 @@ class QK_API ArchiveTools : public virtual automation::Object {
                            const std::vector<std::vector<automation::Variant>>& rows) {
     for (const auto& r : rows) insert_row(t, columns, r);
   }
+  // Rows written by the table's key (its key columns come first in `columns`): each replaces
+  // the row of its key, or is added. In one statement where the database has a way.
+  virtual void put_rows(const archive::Table& t, const std::vector<std::string>& columns,
+                        const std::vector<std::vector<automation::Variant>>& rows) {
+    std::size_t keys = t.key.size();
+    std::vector<std::string> rest(columns.begin() + static_cast<std::ptrdiff_t>(keys), columns.end());
+    for (const auto& r : rows) {
+      Where key;
+      for (std::size_t i = 0; i < keys; ++i) key.emplace_back(columns[i], r[i]);
+      if (update_rows(t, key, rest, {r.begin() + static_cast<std::ptrdiff_t>(keys), r.end()}) == 0)
+        insert_row(t, columns, r);
+    }
+  }
   // Returns the number of rows changed.
   virtual long update_rows(const archive::Table& t, const Where& where,
                            const std::vector<std::string>& columns,

@@ -51,11 +51,17 @@ class ContentPending {
   std::map<int32_t, std::map<std::tuple<int32_t, std::string, int32_t>, Delivered>> lines_;
 };
 
-// A record without flags was confirmed on the line: its delivery is kept, in the caller's write
-// transaction.
-void record_delivered(ArchiveTools& a, const ScaleLine& where, Kind k, int32_t id,
-                      const std::string& rows, const std::string& hash, const std::string& time,
-                      const std::string& run);
+// A record without flags confirmed on a line, as its delivery is kept.
+struct DeliveredRecord {
+  ScaleLine where;
+  Kind kind;
+  int32_t id;
+  std::string rows, hash;
+};
+// Records without flags were confirmed: their deliveries are kept, in the caller's write
+// transaction (one statement for them all where the archive can).
+void record_delivered(ArchiveTools& a, const std::vector<DeliveredRecord>& records,
+                      const std::string& time, const std::string& run);
 // Forgets what was delivered to a department's line (of one kind, one record): it is pending
 // again, "never sent". Returns the records forgotten.
 long forget_delivered(ArchiveTools& a, int32_t dept, int32_t line, std::optional<Kind> k = {},
