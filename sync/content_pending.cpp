@@ -122,9 +122,9 @@ std::map<int32_t, std::string> ContentPending::pending(const ScaleLine& where, K
 void record_delivered(ArchiveTools& a, const std::vector<DeliveredRecord>& records,
                       const std::string& time, const std::string& run) {
   if (records.empty()) return;
-  static const std::vector<std::string> columns = {
-      "D_BNC",    "D_LINE", "D_KIND", "D_ID",   "D_STORE", "D_SCALE",
-      "D_FAMILY", "D_ROWS", "D_HASH", "D_TIME", "D_RUN"};
+  static const std::vector<std::string> columns = {"D_BNC",   "D_LINE",  "D_KIND",   "D_ID",
+                                                   "D_STORE", "D_SCALE", "D_FAMILY", "D_ROWS",
+                                                   "D_HASH",  "D_TIME",  "D_RUN"};
   // A record twice in one batch is kept as last delivered: one statement may not write a key
   // twice.
   std::map<std::tuple<int32_t, int32_t, Kind, int32_t>, const DeliveredRecord*> last;

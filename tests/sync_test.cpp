@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -58,6 +59,60 @@ TEST_P(Sync, PendingOnlySyncThenNothing) {
   std::ifstream again(out, std::ios::binary);
   std::string after((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>());
   EXPECT_EQ(after, sent);  // the second sync sent nothing
+}
+
+// A sync reads a batch's rows, and writes its bookkeeping, a batch at a time. With every record
+// read and written by a statement of its own (QK_ARCHIVE_BATCHES=off) a twin installation must
+// come to the same: the same bytes on every line (the clock's records aside), the same flags
+// after each step, the same journal and the same deliveries kept.
+TEST_P(Sync, BatchedAndOneByOneAgree) {
+  std::string twin = dir.file("twin"), twin_server;
+  if (!server.empty()) QK_NEW_PG_DATABASE_OR_SKIP(twin_server);
+  ASSERT_EQ(
+      qkp_in(twin, "init --demo" + (server.empty() ? "" : " --archive '" + twin_server + "'")), 0)
+      << err;
+  auto twin_sql = [&](const std::string& q) {
+    return twin_server.empty() ? sql_rows(twin + "/Archivi.sqlite", q)
+                               : PgServer::rows(twin_server, q);
+  };
+  const std::string flags =
+      "select 'k', TP_BNC, TP_SCALE, TP_KEY, TP_FLAGTRASM from TASTIERA_PLU union all "
+      "select 'b', BC_BNC, BC_FORM, 0, BC_FLAGTRASM from BARCODE union all "
+      "select 'l', TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM from TRACEABILITY union all "
+      "select 'a', ADV_BNC, Id, 0, ADV_FLAGTRASM from ADVERTISING order by 1, 2, 3, 4";
+  const std::string journal =
+      "select J_BNC, J_LINE, J_SCALE, J_FAMILY, J_KIND, J_ID, J_LENGTH, case when J_KIND = 'date' "
+      "then '' else J_HASH end as H from QK_JOURNAL order by 1, 2, 5, 6, 7, 8";
+  const std::string delivered =
+      "select D_BNC, D_LINE, D_KIND, D_ID, D_SCALE, D_FAMILY, D_ROWS, D_HASH from QK_DELIVERED "
+      "order by 1, 2, 3, 4";
+  std::regex clock("(^|\r\n)(2599990[0-9]{12}|<MSG OPE=FUN NPM=1 NCM=1 TYP=DATA [^\r]*)");
+  auto sync_every_line = [&](const std::string& installation, const std::string& how) {
+    std::string sent;
+    for (int line = 1; line <= 3; ++line) {
+      std::string out = dir.file("sent.txt");
+      std::remove(out.c_str());
+      EXPECT_LE(qkp_in(installation, "sync --line " + std::to_string(line) + how + " --out " + out),
+                3)
+          << err;
+      sent += std::regex_replace(dir.read("sent.txt"), clock, "$1<clock>");
+    }
+    return sent;
+  };
+  for (const char* how : {"", " --full"}) {
+    std::string batched = sync_every_line(home, how), one_by_one;
+    {
+      ScopedEnv off("QK_ARCHIVE_BATCHES", "off");
+      one_by_one = sync_every_line(twin, how);
+    }
+    EXPECT_GT(batched.size(), 1000u) << how;
+    EXPECT_EQ(batched, one_by_one) << how;
+    EXPECT_EQ(sql(flags), twin_sql(flags)) << how;
+  }
+  EXPECT_NE(sql(journal).find("|keys|"), std::string::npos);
+  EXPECT_EQ(sql(journal), twin_sql(journal));
+  EXPECT_NE(sql(delivered), "");
+  EXPECT_EQ(sql(delivered), twin_sql(delivered));
 }
 
 TEST_P(Sync, FailingTransportLeavesTheRestPending) {

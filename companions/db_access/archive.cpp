@@ -1,6 +1,7 @@
 #include "db_access/archive.h"
 
 #include <atomic>
+#include <cstdlib>
 
 #include "db_access/pg_archive.h"
 #include "db_access/sqlite_archive.h"
@@ -26,8 +27,11 @@ bool Archive::is_server(const std::string& location) {
 }
 
 std::shared_ptr<Archive> Archive::open(const std::string& location, bool any_version) {
-  if (is_server(location)) return PgArchive::open(location, any_version);
-  return SqliteArchive::open(location, any_version);
+  auto a = is_server(location) ? PgArchive::open(location, any_version)
+                               : SqliteArchive::open(location, any_version);
+  const char* batches = std::getenv("QK_ARCHIVE_BATCHES");
+  a->batched = !batches || std::string(batches) != "off";
+  return a;
 }
 
 void Archive::check_schema(bool any_version) {

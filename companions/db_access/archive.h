@@ -114,6 +114,9 @@ class Archive {
   // The rows of the batch the sync builds next (batch_reads.h); every write and every
   // transaction's start and end drop them.
   BatchReads batch_reads;
+  // Whether a batch's records are read, and rows written, a batch at a time (the default), or
+  // each with a statement of its own: QK_ARCHIVE_BATCHES=off, to compare the two.
+  bool batched = true;
 
  protected:
   explicit Archive(std::string path) : path_(std::move(path)) {}

@@ -264,7 +264,7 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
   params.emplace_back(static_cast<long long>(low(first)));
   params.emplace_back(static_cast<long long>(high(last)));
   // The records of these groups are built next: their reads are served by one read.
-  if (a.in_read_transaction())
+  if (a.batched && a.in_read_transaction())
     a.batch_reads.expect(t.name, scope.dept, low(first), high(last));
   std::map<int32_t, GroupState> states;
   a.each_row(sql, params, [&](std::vector<Variant>& row) {
@@ -329,7 +329,11 @@ void clsDbAccess::insert_rows(const archive::Table& t, const std::vector<std::st
                               const std::vector<std::vector<Variant>>& rows) {
   std::vector<std::string> names;
   for (const auto& c : columns) names.emplace_back(column_of(t, c).name);
-  archive().insert_many(std::string(t.name), names, rows);
+  Archive& a = archive();
+  if (a.batched)
+    a.insert_many(std::string(t.name), names, rows);
+  else
+    for (const auto& row : rows) a.Archive::insert_many(std::string(t.name), names, {row});
 }
 
 void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::string>& columns,
@@ -337,6 +341,8 @@ void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::strin
   // "insert … values (…), (…) on conflict (key) do update": both databases say it alike. A
   // statement carries at most kRowsAtOnce rows, well below either's limit of parameters.
   constexpr std::size_t kRowsAtOnce = 500;
+  Archive& a = archive();
+  if (!a.batched) return ArchiveTools::put_rows(t, columns, rows);
   std::string names, key, update, marks;
   for (std::size_t i = 0; i < columns.size(); ++i) {
     std::string c(column_of(t, columns[i]).name);
@@ -348,7 +354,6 @@ void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::strin
       update += (update.empty() ? "" : ", ") + c + " = excluded." + c;
   }
   marks += ")";
-  Archive& a = archive();
   for (std::size_t at = 0; at < rows.size(); at += kRowsAtOnce) {
     std::size_t n = std::min(kRowsAtOnce, rows.size() - at);
     std::string sql = "insert into " + std::string(t.name) + " (" + names + ") values ";

@@ -8,8 +8,6 @@ using automation::Variant;
 
 namespace {
 
-thread_local bool g_enabled = true;
-
 std::string record_sql(const RecordRead& r, std::size_t scope_size, bool batch) {
   std::string sql = "select * from " + std::string(r.table) + " where " + std::string(r.scope) +
                     " and " + std::string(r.id);
@@ -29,13 +27,9 @@ bool same_values(const std::vector<Variant>& a, const std::vector<Variant>& b) {
 
 }  // namespace
 
-void BatchReads::enable(bool on) {
-  g_enabled = on;
-}
-
 void BatchReads::expect(std::string_view table, int32_t dept, int64_t low, int64_t high) {
   clear();
-  if (g_enabled) batch_ = Batch{std::string(table), dept, low, high};
+  batch_ = Batch{std::string(table), dept, low, high};
 }
 
 void BatchReads::clear() {
@@ -79,8 +73,8 @@ automation::RecordsetPtr BatchReads::read_range(Archive& a, const RecordRead& r,
 
 bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<Variant>& scope,
                             double low, double high) {
-  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table &&
-                  !scope.empty() && scope.front().to_double() == batch_->dept &&
+  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table && !scope.empty() &&
+                  scope.front().to_double() == batch_->dept &&
                   low >= static_cast<double>(batch_->low) &&
                   high <= static_cast<double>(batch_->high);
   if (!in_batch) return false;

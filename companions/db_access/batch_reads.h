@@ -48,9 +48,6 @@ class BatchReads {
                                       const std::vector<automation::Variant>& scope, int64_t low,
                                       int64_t high);
 
-  // Whether reads are served by batch on this thread (on by default; the tests compare both).
-  static void enable(bool on);
-
  private:
   struct Batch {
     std::string table;

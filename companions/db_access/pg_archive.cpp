@@ -413,11 +413,20 @@ void PgArchive::insert_many(const std::string& table, const std::vector<std::str
         continue;
       }
       for (char c : text) switch (c) {
-          case '\\': buf += "\\\\"; break;
-          case '\t': buf += "\\t"; break;
-          case '\n': buf += "\\n"; break;
-          case '\r': buf += "\\r"; break;
-          default: buf += c;
+          case '\\':
+            buf += "\\\\";
+            break;
+          case '\t':
+            buf += "\\t";
+            break;
+          case '\n':
+            buf += "\\n";
+            break;
+          case '\r':
+            buf += "\\r";
+            break;
+          default:
+            buf += c;
         }
     }
     buf += '\n';
@@ -431,7 +440,8 @@ void PgArchive::insert_many(const std::string& table, const std::vector<std::str
     if (done) PQclear(done);
     done = next;
   }
-  if (!done) raise(automation::kDatabaseError, "\"" + sql + "\" got no answer (archive " + path_ + ")");
+  if (!done)
+    raise(automation::kDatabaseError, "\"" + sql + "\" got no answer (archive " + path_ + ")");
   PQclear(checked(done, "cannot run \"" + sql + "\""));
 }
 

@@ -146,7 +146,8 @@ class QK_API ArchiveTools : public virtual automation::Object {
   virtual void put_rows(const archive::Table& t, const std::vector<std::string>& columns,
                         const std::vector<std::vector<automation::Variant>>& rows) {
     std::size_t keys = t.key.size();
-    std::vector<std::string> rest(columns.begin() + static_cast<std::ptrdiff_t>(keys), columns.end());
+    std::vector<std::string> rest(columns.begin() + static_cast<std::ptrdiff_t>(keys),
+                                  columns.end());
     for (const auto& r : rows) {
       Where key;
       for (std::size_t i = 0; i < keys; ++i) key.emplace_back(columns[i], r[i]);
