@@ -333,7 +333,7 @@ void clsDbAccess::insert_rows(const archive::Table& t, const std::vector<std::st
   if (a.batched)
     a.insert_many(std::string(t.name), names, rows);
   else
-    for (const auto& row : rows) a.Archive::insert_many(std::string(t.name), names, {row});
+    a.Archive::insert_many(std::string(t.name), names, rows);  // a prepared insert per row
 }
 
 void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::string>& columns,
@@ -342,7 +342,7 @@ void clsDbAccess::put_rows(const archive::Table& t, const std::vector<std::strin
   // statement carries at most kRowsAtOnce rows, well below either's limit of parameters.
   constexpr std::size_t kRowsAtOnce = 500;
   Archive& a = archive();
-  if (!a.batched) return ArchiveTools::put_rows(t, columns, rows);
+  if (!a.batched || t.key.empty()) return ArchiveTools::put_rows(t, columns, rows);
   std::string names, key, update, marks;
   for (std::size_t i = 0; i < columns.size(); ++i) {
     std::string c(column_of(t, columns[i]).name);

@@ -142,10 +142,12 @@ class QK_API ArchiveTools : public virtual automation::Object {
     for (const auto& r : rows) insert_row(t, columns, r);
   }
   // Rows written by the table's key (its key columns come first in `columns`): each replaces
-  // the row of its key, or is added. In one statement where the database has a way.
+  // the row of its key, or is added (a table without a key only adds). In one statement where
+  // the database has a way.
   virtual void put_rows(const archive::Table& t, const std::vector<std::string>& columns,
                         const std::vector<std::vector<automation::Variant>>& rows) {
     std::size_t keys = t.key.size();
+    if (keys == 0) return insert_rows(t, columns, rows);
     std::vector<std::string> rest(columns.begin() + static_cast<std::ptrdiff_t>(keys),
                                   columns.end());
     for (const auto& r : rows) {
