@@ -34,7 +34,10 @@ void BatchReads::expect(std::string_view table, int32_t dept, int64_t low, int64
 
 void BatchReads::clear() {
   batch_.reset();
-  loaded_ = false;
+  forget_rows();
+}
+
+void BatchReads::forget_rows() {
   loaded_scope_.clear();
   names_.reset();
   rows_.clear();
@@ -78,13 +81,11 @@ bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<V
                   low >= static_cast<double>(batch_->low) &&
                   high <= static_cast<double>(batch_->high);
   if (!in_batch) return false;
-  if (!loaded_ || !same_values(loaded_scope_, scope)) {
-    Batch batch = *batch_;
-    clear();
-    batch_ = batch;
+  if (!names_ || !same_values(loaded_scope_, scope)) {
+    forget_rows();
     std::vector<Variant> params = scope;
-    params.emplace_back(static_cast<long long>(batch.low));
-    params.emplace_back(static_cast<long long>(batch.high));
+    params.emplace_back(static_cast<long long>(batch_->low));
+    params.emplace_back(static_cast<long long>(batch_->high));
     auto rs = a.query(record_sql(r, scope.size(), true), params);
     names_ = std::make_shared<const automation::ColumnNames>(rs->columns());
     const auto& columns = rs->columns();
@@ -97,7 +98,6 @@ bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<V
       for (const auto& c : columns) row.push_back(rs->Fields(c));
       rows_[row_id.to_double()].push_back(std::move(row));
     }
-    loaded_ = true;
     loaded_scope_ = scope;
   }
   return true;

@@ -59,9 +59,11 @@ class BatchReads {
   bool from_batch(Archive& a, const RecordRead& r, const std::vector<automation::Variant>& scope,
                   double low, double high);
 
+  void forget_rows();
+
   std::optional<Batch> batch_;
-  // The rows read for the batch, by id, for the scope they were read with.
-  bool loaded_ = false;
+  // The rows read for the batch (none until names_ is set), by id, for the scope they were read
+  // with.
   std::vector<automation::Variant> loaded_scope_;
   std::shared_ptr<const automation::ColumnNames> names_;
   std::map<double, std::vector<std::vector<automation::Variant>>> rows_;
