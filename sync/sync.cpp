@@ -40,6 +40,20 @@ RowSnapshot snapshot_of(const archive::Table& t, automation::Recordset& rs) {
 }
 
 // Counts what the component reports around one call.
+bool same_scope(const GroupRef& a, const GroupRef& b) {
+  return a.group == b.group && a.dept == b.dept && a.scale == b.scale;
+}
+
+// How many of `ids` (increasing), from the first, lie close enough together that one read of
+// first..last reads few rows of other records.
+std::size_t close_together(std::span<const int32_t> ids) {
+  std::size_t n = 1;
+  while (n < ids.size() &&
+         static_cast<int64_t>(ids[n]) - ids.front() < 2 * static_cast<int64_t>(n + 1))
+    ++n;
+  return n;
+}
+
 class Watch {
  public:
   Watch() : reports_(host::reports_on_this_thread()), notices_(host::notices_on_this_thread()) {}
@@ -257,15 +271,11 @@ class LineSync {
   // every key reads them in one go, one that sends a key here and there reads each alone) and
   // while they fit in the batch this read transaction builds.
   GroupState group_state(const GroupRef& ref, std::span<const int32_t> ids) {
-    bool same_scope = states_scope_ && states_scope_->group == ref.group &&
-                      states_scope_->dept == ref.dept && states_scope_->scale == ref.scale;
-    if (!same_scope || ref.id < states_first_ || ref.id > states_last_) {
+    if (!states_scope_ || !same_scope(*states_scope_, ref) || ref.id < states_first_ ||
+        ref.id > states_last_) {
       std::size_t room =
           std::max<std::size_t>(1, t_.batch() - std::min(t_.batch(), waiting_.size()));
-      std::size_t n = 1;
-      while (n < ids.size() && n < room &&
-             static_cast<int64_t>(ids[n]) - ids.front() < 2 * static_cast<int64_t>(n + 1))
-        ++n;
+      std::size_t n = close_together(ids.first(std::min(ids.size(), room)));
       states_ = a_.group_states(ref, ids.front(), ids[n - 1], line_);
       states_scope_ = ref;
       states_first_ = ids.front();
@@ -337,14 +347,40 @@ class LineSync {
     }
   }
 
+  // Names the records reset from waiting_[i] on that share its scope and lie close together as
+  // the records whose rows the archive reads at once; returns the index past the last of them.
+  std::size_t expect_resets_from(std::size_t i) {
+    const GroupRef& scope = *waiting_[i].group;
+    std::vector<int32_t> ids;
+    std::vector<std::size_t> at;
+    for (std::size_t k = i; k < waiting_.size(); ++k) {
+      const Waiting& w = waiting_[k];
+      if (!w.source) continue;
+      if (!w.group || !same_scope(*w.group, scope) || (!ids.empty() && w.group->id <= ids.back()))
+        break;
+      ids.push_back(w.group->id);
+      at.push_back(k);
+    }
+    std::size_t n = close_together(ids);
+    a_.expect_resets(scope, ids.front(), ids[n - 1]);
+    return at[n - 1] + 1;
+  }
+
   // "" when done (or failed for another reason, said); the conflict's text when it may be retried.
   std::string try_reset_waiting() {
     try {
       a_.begin_write();
+      // The flag writes of a batch's resets are written together, after their reads.
+      bool held = a_.hold_resets();
+      std::size_t named_until = 0;
       std::vector<JournalEntry> confirmed;
       std::vector<DeliveredRecord> kept;
+      // Each reset record and the rows its writes left alone; which of them set a guard.
+      std::vector<std::pair<const Waiting*, long>> left;
+      std::vector<std::size_t> guarded;
       std::string now = utc_now();
-      for (const auto& w : waiting_) {
+      for (std::size_t i = 0; i < waiting_.size(); ++i) {
+        const Waiting& w = waiting_[i];
         if (!w.source) {
           confirmed.push_back(w.entry);
           if (!w.rows.empty())
@@ -356,22 +392,32 @@ class LineSync {
                  w.entry.hash});
           continue;
         }
+        if (held && w.group && i >= named_until) named_until = expect_resets_from(i);
         ContextScope context(w.context);
         Watch watch;
+        if (w.group) guarded.push_back(left.size());
         a_.guard_resets(w.group ? &w.snapshot : nullptr);
         w.source->reset(w.id);
-        if (a_.guard_resets(nullptr) > 0) {
-          ++r_.tally[w.kind].changed;
-          o_.say(current_context() +
-                 ": changed in the archive while it was sent; what changed stays pending for "
-                 "the next sync");
-        }
+        left.emplace_back(&w, a_.guard_resets(nullptr));
         if (watch.reported()) {
           ++r_.tally[w.kind].reset_failed;
           problem("delivered, but its flags could not be reset; it will be sent again");
         } else {
           confirmed.push_back(w.entry);
         }
+      }
+      if (held) {
+        std::vector<long> later = a_.write_held_resets();
+        for (std::size_t g = 0; g < later.size() && g < guarded.size(); ++g)
+          left[guarded[g]].second += later[g];
+      }
+      for (const auto& [w, rows] : left) {
+        if (rows == 0) continue;
+        ContextScope context(w->context);
+        ++r_.tally[w->kind].changed;
+        o_.say(current_context() +
+               ": changed in the archive while it was sent; what changed stays pending for the "
+               "next sync");
       }
       // The journal's rows commit with the resets: one exists exactly when its record was
       // confirmed and reset.

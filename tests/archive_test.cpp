@@ -220,6 +220,108 @@ TEST_P(ArchiveContract, FlagWritesStayOnTheirStoresLinesAndResetsOnlyClear) {
   EXPECT_EQ(flags(), "01110000,11110000");
 }
 
+// A batch's resets held and written together leave the flags and the counts of rows left alone
+// that writing each at once leaves: two resets of one lot (written apart on a server), a row
+// changed or added since the snapshot, the component's own statement under a store limit.
+TEST_P(ArchiveContract, HeldResetsLeaveWhatEachResetLeaves) {
+  exec(
+      "insert into SCALE_LINES (SL_BNC, SL_LINE, SL_FAMILY, SL_SCALE, SL_STORE) values"
+      " (1, 1, '3000', 1, 'A'), (1, 2, '3000', 2, 'B'), (1, 3, '3000', 3, 'A')");
+  struct Reset {
+    int lot;
+    const char* write;  // the component's statement's flags, or "member:<line>"
+  };
+  struct Case {
+    const char* name;
+    std::optional<std::string> store;
+    std::vector<Reset> resets;
+    const char* meddle;  // run between the snapshots and the resets
+    const char* after;   // flags by lot and row
+    std::vector<long> left;
+  } cases[] = {
+      {"two lots by the member",
+       {},
+       {{7, "member:1"}, {8, "member:1"}},
+       "",
+       "01100000,01100000,01100000",
+       {0, 0}},
+      {"one lot twice",
+       {},
+       {{7, "01100000"}, {7, "10100000"}},
+       "",
+       "00100000,00100000,11100000",
+       {0, 0}},
+      {"a row changed",
+       {},
+       {{7, "01100000"}, {8, "01100000"}},
+       "update TRACEABILITY set TRC_DESC1 = 'x' where TRC_ID = 7 and TRC_ROW = 2",
+       "01100000,11100000,01100000",
+       {1, 0}},
+      {"a row added",
+       {},
+       {{8, "00000000"}},
+       "insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values (1, 8, 2, "
+       "'11100000')",
+       "11100000,11100000,00000000,11100000",
+       {1}},
+      {"a store's lines",
+       "A",
+       {{7, "00000000"}, {8, "00000000"}},
+       "",
+       "01000000,01000000,01000000",
+       {0, 0}},
+  };
+  companions::clsDbAccess db;
+  db.Initialize(Variant("Archivi.mdb"));
+  for (const auto& c : cases)
+    for (bool held : {false, true}) {
+      SCOPED_TRACE(std::string(c.name) + (held ? ", held" : ", each at once"));
+      exec("delete from TRACEABILITY");
+      exec(
+          "insert into TRACEABILITY (TRC_BNC, TRC_ID, TRC_ROW, TRC_FLAGTRASM) values"
+          " (1, 7, 1, '11100000'), (1, 7, 2, '11100000'), (1, 8, 1, '11100000')");
+      std::vector<RowSnapshot> snapshots;
+      for (const auto& r : c.resets) {
+        RowSnapshot& s = snapshots.emplace_back(RowSnapshot{"TRACEABILITY", {}});
+        for (auto rs = archive->query(
+                 "select rowid as R, ROW_VERSION as V from TRACEABILITY where TRC_ID = ?1 "
+                 "order by rowid",
+                 {r.lot});
+             !rs->Eof(); rs->MoveNext())
+          s.rows.emplace_back(static_cast<int64_t>(rs->Fields("R").to_double()),
+                              static_cast<int64_t>(rs->Fields("V").to_double()));
+      }
+      if (*c.meddle) exec(c.meddle);
+      db.limit_to_store(c.store);
+      db.begin_write();
+      if (held) {
+        ASSERT_TRUE(db.hold_resets());
+      }
+      std::vector<long> left;
+      for (std::size_t i = 0; i < c.resets.size(); ++i) {
+        const Reset& r = c.resets[i];
+        db.guard_resets(&snapshots[i]);
+        std::string write = r.write;
+        if (write.rfind("member:", 0) == 0)
+          db.p_TRACEABILITY_UpdateFlagTrasm(1, r.lot, std::stoi(write.substr(7)), "11100000");
+        else
+          db.p_GENERIC_ExecuteQuery("update TRACEABILITY set TRC_FLAGTRASM= '" + write +
+                                    "' where TRC_BNC= 1 and TRC_ID= " + std::to_string(r.lot));
+        left.push_back(db.guard_resets(nullptr));
+      }
+      if (held) {
+        std::vector<long> later = db.write_held_resets();
+        ASSERT_EQ(later.size(), left.size());
+        for (std::size_t i = 0; i < left.size(); ++i) left[i] += later[i];
+      }
+      db.commit();
+      db.limit_to_store(std::nullopt);
+      EXPECT_EQ(column_values("select TRC_FLAGTRASM from TRACEABILITY order by TRC_ID, TRC_ROW"),
+                c.after);
+      EXPECT_EQ(left, c.left);
+    }
+}
+
 // The records' states read together are what each record's own read gives: the same rows, in
 // the same order, grouped as the records group them.
 TEST_P(ArchiveContract, GroupStatesGroupRowsAsTheRecordsDo) {

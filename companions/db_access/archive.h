@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "db_access/batch_reads.h"
+#include "db_access/held_resets.h"
 #include "qk/archive_tools.h"
 #include "qk/recordset.h"
 #include "qk/variant.h"
@@ -57,6 +58,9 @@ class Archive {
   virtual bool in_transaction() = 0;
   // Whether the open transaction was begun to read (begin(false)): one snapshot until its end.
   bool in_read_transaction() const { return read_transaction_; }
+  // Whether a batch's reads may be served by one read: within a read transaction, or while a
+  // write transaction holds its resets and has written nothing since the batch was named.
+  bool reads_batched() const { return read_transaction_ || held_resets.holding(); }
   // Whether the database holds a table of that name (in any letter case).
   virtual bool has_table(const std::string& name) = 0;
   // The archive policy both databases keep: a newer schema is refused; unless `any_version`, an
@@ -93,6 +97,10 @@ class Archive {
   // ArchiveTools::group_states).
   virtual std::string suspect_sql(const archive::Table& t) const = 0;
 
+  // Whether each statement waits for a server's answer, so that a batch's writes are best sent
+  // as few statements.
+  virtual bool round_trips() const { return false; }
+
   // Waits for another connection's change (see ArchiveChanges::wait_for_change).
   virtual bool wait_for_change(double seconds) = 0;
 
@@ -117,14 +125,25 @@ class Archive {
   // Whether a batch's records are read, and rows written, a batch at a time (the default), or
   // each with a statement of its own: QK_ARCHIVE_BATCHES=off, to compare the two.
   bool batched = true;
+  // The guarded resets kept for one write (ArchiveTools::hold_resets); a transaction's start and
+  // end forget them.
+  HeldResets held_resets;
 
  protected:
   explicit Archive(std::string path) : path_(std::move(path)) {}
+  // Statements that embed their values (the generic ones, a batch's resets) differ each time:
+  // a database keeps at most so many prepared, so a long walk does not hold one per record.
+  static constexpr std::size_t kMaxCachedStatements = 512;
   // Called by a database at each write and at each transaction's start and end; `reading` when
   // a read transaction starts.
   void drop_batch(bool reading = false) {
     batch_reads.clear();
     read_transaction_ = reading;
+  }
+  // Called by a database at each transaction's start and end.
+  void transaction_edge(bool reading = false) {
+    drop_batch(reading);
+    held_resets.clear();
   }
 
   std::string path_;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <optional>
 
 #include "db_access/clsDbAccess.h"
 #include "db_access/pg_archive.h"
@@ -104,12 +105,13 @@ std::string store_line_condition(const Archive& a, const archive::Table& t, int 
 // "update T set F = ?n" of the table's flag column: the flags written with qk_flags, position by
 // position over what the row holds when it is written. Under a reset guard a position is only ever
 // cleared (a reset computed before another line's reset committed cannot restore that line's
-// flag); under a store limit only the store's lines change. Any other assignment is kept.
-std::string flag_assignment(const Archive& a, const std::string& table, const std::string& set) {
+// flag); under a store limit only the store's lines change. Any other assignment: nothing.
+std::optional<std::string> flag_assignment(const Archive& a, const std::string& table,
+                                           const std::string& set) {
   const archive::Table* t = archive::find_table(table);
-  if (!t || t->flags.empty()) return set;
+  if (!t || t->flags.empty()) return std::nullopt;
   std::size_t eq = set.find('=');
-  if (eq == std::string::npos) return set;
+  if (eq == std::string::npos) return std::nullopt;
   auto trim = [](std::string x) {
     x.erase(0, x.find_first_not_of(' '));
     x.erase(x.find_last_not_of(' ') + 1);
@@ -118,7 +120,7 @@ std::string flag_assignment(const Archive& a, const std::string& table, const st
   std::string column = trim(set.substr(0, eq)), value = trim(set.substr(eq + 1));
   if (!archive::same_name(column, t->flags) || value.size() < 2 || value[0] != '?' ||
       value.find_first_not_of("0123456789", 1) != std::string::npos)
-    return set;
+    return std::nullopt;
   // The positions the store may write, per department: "CASE dept WHEN 1 THEN '10100000' … END".
   std::string writable = "NULL";
   if (a.store_limit && !t->department.empty()) {
@@ -149,15 +151,25 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
   // statement SQLite keeps no statement journal.
   std::string head = "update " + table + " set";
   std::string update = update_set;
+  std::optional<std::string> flags;
   if (update_set.size() > head.size() &&
       archive::same_name(update_set.substr(0, head.size()), head))
-    update = head + flag_assignment(a, table, update_set.substr(head.size()));
+    flags = flag_assignment(a, table, update_set.substr(head.size()));
+  if (flags) update = head + *flags;
   update = "update or fail" + update.substr(std::string("update").size());
   if (!a.reset_guard || a.reset_guard->table != table) {
     a.execute(update + " where " + condition, params);
     return;
   }
   const auto& rows = a.reset_guard->rows;
+  // A guarded flag write only clears flags: held ones are written together later.
+  if (flags && a.held_resets.keep(table, update, condition, params, rows)) return;
+  a.guard_left += guarded_write(a, table, update, condition, params, rows);
+}
+
+long guarded_write(Archive& a, const std::string& table, const std::string& update,
+                   const std::string& condition, const std::vector<Variant>& params,
+                   const std::vector<std::pair<int64_t, int64_t>>& rows) {
   // "<update> where (<condition>) and ((rowid = ?n and ROW_VERSION = ?m) or …)", written once
   // per reset: built in one buffer.
   std::string sql;
@@ -178,7 +190,7 @@ void guarded_update(Archive& a, const std::string& table, const std::string& upd
                  ->Fields("n")
                  .to_int32();
   long updated = rows.empty() ? 0 : a.execute(sql, p);
-  a.guard_left += std::max<long>(all, static_cast<long>(rows.size())) - updated;
+  return std::max<long>(all, static_cast<long>(rows.size())) - updated;
 }
 
 std::string clsDbAccess::location() const {
@@ -264,8 +276,7 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
   params.emplace_back(static_cast<long long>(low(first)));
   params.emplace_back(static_cast<long long>(high(last)));
   // The records of these groups are built next: their reads are served by one read.
-  if (a.batched && a.in_read_transaction())
-    a.batch_reads.expect(t.name, scope.dept, low(first), high(last));
+  if (a.in_read_transaction()) expect_rows(scope, first, last);
   std::map<int32_t, GroupState> states;
   a.each_row(sql, params, [&](std::vector<Variant>& row) {
     // ID, ROW_ID, ROW_VERSION, SUSPECT, PENDING. The record a row belongs to, by the same
@@ -288,15 +299,40 @@ std::map<int32_t, GroupState> clsDbAccess::group_states(const GroupRef& scope, i
   return states;
 }
 
+void clsDbAccess::expect_rows(const GroupRef& scope, int32_t first, int32_t last) {
+  Archive& a = archive();
+  if (!a.batched) return;
+  bool blocks = scope.group == RecordGroup::KeyBlock;
+  a.batch_reads.expect(group_table(scope.group).name, scope.dept, blocks ? first_key(first) : first,
+                       blocks ? last_key(last) : last);
+}
+
 long clsDbAccess::guard_resets(const RowSnapshot* guard) {
   Archive& a = archive();
   long left = a.guard_left;
   a.guard_left = 0;
-  if (guard)
+  if (guard) {
     a.reset_guard = *guard;
-  else
+    if (a.held_resets.holding()) a.held_resets.next_guard();
+  } else {
     a.reset_guard.reset();
+  }
   return left;
+}
+
+bool clsDbAccess::hold_resets() {
+  Archive& a = archive();
+  if (!a.batched || !a.in_transaction() || a.in_read_transaction()) return false;
+  a.held_resets.start();
+  return true;
+}
+
+void clsDbAccess::expect_resets(const GroupRef& scope, int32_t first, int32_t last) {
+  if (archive().held_resets.holding()) expect_rows(scope, first, last);
+}
+
+std::vector<long> clsDbAccess::write_held_resets() {
+  return archive().held_resets.write(archive());
 }
 
 RecordsetPtr clsDbAccess::select_rows(const archive::Table& t, const Where& where) {

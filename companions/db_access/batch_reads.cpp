@@ -1,5 +1,7 @@
 #include "db_access/batch_reads.h"
 
+#include <algorithm>
+
 #include "db_access/archive.h"
 
 namespace qk::companions {
@@ -12,10 +14,15 @@ std::string record_sql(const RecordRead& r, std::size_t scope_size, bool batch) 
   std::string sql = "select * from " + std::string(r.table) + " where " + std::string(r.scope) +
                     " and " + std::string(r.id);
   std::string next = "?" + std::to_string(scope_size + 1);
+  std::string order = r.order.empty() ? "" : std::string(r.order);
   if (batch)
     return sql + " between " + next + " and ?" + std::to_string(scope_size + 2) + " order by " +
-           std::string(r.id) + ", " + std::string(r.order);
-  return sql + " = " + next + " order by " + std::string(r.order);
+           std::string(r.id) + (order.empty() ? "" : ", " + order);
+  return sql + " = " + next + (order.empty() ? "" : " order by " + order);
+}
+
+std::size_t scope_size(const RecordRead& r) {
+  return static_cast<std::size_t>(std::count(r.scope.begin(), r.scope.end(), '?'));
 }
 
 bool same_values(const std::vector<Variant>& a, const std::vector<Variant>& b) {
@@ -38,6 +45,7 @@ void BatchReads::clear() {
 }
 
 void BatchReads::forget_rows() {
+  loaded_read_ = {};
   loaded_scope_.clear();
   names_.reset();
   rows_.clear();
@@ -55,6 +63,15 @@ automation::RecordsetPtr BatchReads::read(Archive& a, const RecordRead& r,
   if (auto it = rows_.find(n); it != rows_.end())
     for (const auto& row : it->second) rs->add_row(row);
   return rs;
+}
+
+automation::RecordsetPtr BatchReads::read_statement(Archive& a, const std::string& sql,
+                                                    const std::vector<Variant>& values) {
+  static const std::string key_rows_of_department =
+      record_sql(kKeyRowsOfDepartment, scope_size(kKeyRowsOfDepartment), false);
+  if (values.size() != scope_size(kKeyRowsOfDepartment) + 1 || sql != key_rows_of_department)
+    return nullptr;
+  return read(a, kKeyRowsOfDepartment, {values.begin(), values.end() - 1}, values.back());
 }
 
 automation::RecordsetPtr BatchReads::read_range(Archive& a, const RecordRead& r,
@@ -76,12 +93,12 @@ automation::RecordsetPtr BatchReads::read_range(Archive& a, const RecordRead& r,
 
 bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<Variant>& scope,
                             double low, double high) {
-  bool in_batch = batch_ && a.in_read_transaction() && batch_->table == r.table && !scope.empty() &&
+  bool in_batch = batch_ && a.reads_batched() && batch_->table == r.table && !scope.empty() &&
                   scope.front().to_double() == batch_->dept &&
                   low >= static_cast<double>(batch_->low) &&
                   high <= static_cast<double>(batch_->high);
   if (!in_batch) return false;
-  if (!names_ || !same_values(loaded_scope_, scope)) {
+  if (!names_ || loaded_read_ != r.scope || !same_values(loaded_scope_, scope)) {
     forget_rows();
     std::vector<Variant> params = scope;
     params.emplace_back(static_cast<long long>(batch_->low));
@@ -98,6 +115,7 @@ bool BatchReads::from_batch(Archive& a, const RecordRead& r, const std::vector<V
       for (const auto& c : columns) row.push_back(rs->Fields(c));
       rows_[row_id.to_double()].push_back(std::move(row));
     }
+    loaded_read_ = r.scope;
     loaded_scope_ = scope;
   }
   return true;

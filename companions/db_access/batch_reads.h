@@ -23,14 +23,17 @@ namespace qk::companions {
 class Archive;
 
 // A record's rows: "select * from <table> where <scope> and <id> = ?n order by <order>", the
-// scope's parameters numbered first. The batch's read is "... and <id> between ? and ? order by
-// <id>, <order>".
+// scope's parameters numbered first (no order: the statement asks none). The batch's read is
+// "... and <id> between ? and ? order by <id>, <order>".
 struct RecordRead {
   std::string_view table, scope, id, order;
 };
 inline constexpr RecordRead kKeyRows{"TASTIERA_PLU", "TP_BNC = ?1 and TP_SCALE = ?2", "TP_KEY",
                                      "rowid"};
 inline constexpr RecordRead kLotRows{"TRACEABILITY", "TRC_BNC = ?1", "TRC_ID", "TRC_ROW"};
+// A key's rows on every scale of its department: the 5000 and 2000 keys' flags, read by the
+// component's own statement.
+inline constexpr RecordRead kKeyRowsOfDepartment{"TASTIERA_PLU", "TP_BNC = ?1", "TP_KEY", ""};
 
 class BatchReads {
  public:
@@ -43,6 +46,10 @@ class BatchReads {
   automation::RecordsetPtr read(Archive& a, const RecordRead& r,
                                 const std::vector<automation::Variant>& scope,
                                 const automation::Variant& id);
+  // A statement of the component's own (numbered placeholders, its values) that is one of the
+  // reads above: its rows, from the batch or by its own statement; nullptr for any other.
+  automation::RecordsetPtr read_statement(Archive& a, const std::string& sql,
+                                          const std::vector<automation::Variant>& values);
   // The rows of the records low..high, as the batch's read orders them (a block of keys).
   automation::RecordsetPtr read_range(Archive& a, const RecordRead& r,
                                       const std::vector<automation::Variant>& scope, int64_t low,
@@ -62,8 +69,9 @@ class BatchReads {
   void forget_rows();
 
   std::optional<Batch> batch_;
-  // The rows read for the batch (none until names_ is set), by id, for the scope they were read
-  // with.
+  // The rows read for the batch (none until names_ is set), by id, for the read and the scope
+  // they were read with.
+  std::string_view loaded_read_;
   std::vector<automation::Variant> loaded_scope_;
   std::shared_ptr<const automation::ColumnNames> names_;
   std::map<double, std::vector<std::vector<automation::Variant>>> rows_;

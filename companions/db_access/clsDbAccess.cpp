@@ -108,7 +108,10 @@ Archive& clsDbAccess::archive() {
 
 RecordsetPtr clsDbAccess::p_objRetrieveGenericRecordset(const Variant& sql) {
   auto p = parameterize(translate_access_sql(sql_text(sql)));
-  return archive().query(cp1252_to_utf8(p.sql), p.values);
+  std::string text = cp1252_to_utf8(p.sql);
+  Archive& a = archive();
+  if (auto rows = a.batch_reads.read_statement(a, text, p.values)) return rows;
+  return a.query(text, p.values);
 }
 
 void clsDbAccess::p_GENERIC_ExecuteQuery(const Variant& sql) {

@@ -77,6 +77,9 @@ class clsDbAccess : public DbAccess,
   std::map<int32_t, GroupState> group_states(const GroupRef& scope, int32_t first, int32_t last,
                                              int32_t line) override;
   long guard_resets(const RowSnapshot* guard) override;
+  bool hold_resets() override;
+  void expect_resets(const GroupRef& scope, int32_t first, int32_t last) override;
+  std::vector<long> write_held_resets() override;
   RecordsetPtr select_rows(const archive::Table& t, const Where& where) override;
   void insert_row(const archive::Table& t, const std::vector<std::string>& columns,
                   const std::vector<Variant>& values) override;
@@ -116,6 +119,8 @@ class clsDbAccess : public DbAccess,
   // Stores a numeric reset's flags on the group's rows, only on the guard's unchanged rows when
   // one is set, in one transaction.
   void update_flags(const GroupRef& ref, const std::string& stored);
+  // Names the records first..last of a scope as the batch whose rows are read next.
+  void expect_rows(const GroupRef& scope, int32_t first, int32_t last);
 
   std::shared_ptr<Archive> archive_;
   std::string new_archive_name_, new_archive_path_, new_archive_target_;
@@ -126,9 +131,15 @@ void register_db_access();
 
 // Runs "<update_set> where <condition>" (numbered placeholders, values in params); under the
 // connection's reset guard for that table, only on the guard's rows whose version is unchanged,
-// adding to the guard's count the rows it left alone.
+// adding to the guard's count the rows it left alone; while the connection holds its resets, a
+// guarded flag write is kept for later (see HeldResets).
 void guarded_update(Archive& a, const std::string& table, const std::string& update_set,
                     const std::string& condition, const std::vector<Variant>& params);
+// Runs "<update> where (<condition>)" on those of `rows` (rowid, version) whose version is
+// unchanged; returns the rows it left alone (changed, added or gone).
+long guarded_write(Archive& a, const std::string& table, const std::string& update,
+                   const std::string& condition, const std::vector<Variant>& params,
+                   const std::vector<std::pair<int64_t, int64_t>>& rows);
 
 // Drops this thread's shared connection to a location, so that the next class opens it anew
 // (an archive made again on a server).

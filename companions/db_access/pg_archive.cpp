@@ -288,6 +288,10 @@ const PgArchive::Prepared& PgArchive::prepare(const std::string& sql) {
   usable();
   auto it = statements_.find(sql);
   if (it != statements_.end()) return it->second;
+  if (statements_.size() >= kMaxCachedStatements) {
+    PQclear(checked(PQexec(conn_, "DEALLOCATE ALL"), "cannot forget the prepared statements"));
+    statements_.clear();
+  }
   Prepared p{"qk" + std::to_string(statements_.size() + 1), 0};
   std::vector<bool> used;
   std::string text = pg_dialect(sql, &used);
@@ -464,7 +468,7 @@ void PgArchive::begin(bool write) {
   PQclear(checked(PQexec(conn_, write ? "BEGIN" : "BEGIN ISOLATION LEVEL REPEATABLE READ"),
                   "cannot begin a transaction"));
   depth_ = 1;
-  drop_batch(!write);
+  transaction_edge(!write);
   // Writers take turns, as on SQLite: one lock, taken first, so two writers never hold row locks
   // the other waits for (an import and a sync's resets touch the same tables in other orders).
   // A writer waits for the one before it, up to kWriterWaitSeconds.
@@ -488,7 +492,7 @@ void PgArchive::end(bool commit) {
   if (depth_ == 0) return;
   if (!commit) aborted_ = true;
   if (--depth_ > 0) return;
-  drop_batch();
+  transaction_edge();
   bool rollback = aborted_;
   aborted_ = false;
   // The server rolled back what a lost connection held: a rollback has nothing left to do, and

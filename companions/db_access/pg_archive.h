@@ -38,6 +38,7 @@ class PgArchive : public Archive, public std::enable_shared_from_this<PgArchive>
   std::string suspect_sql(const archive::Table& t) const override;
   int64_t next_version() override;
   int schema_version() override;
+  bool round_trips() const override { return true; }
   bool wait_for_change(double seconds) override;
   void upgrade() override;
   std::unique_ptr<ArchiveTools::Lock> lock_line(const std::string& store, int32_t line, bool wait,

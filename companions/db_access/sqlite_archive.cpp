@@ -23,7 +23,6 @@ namespace qk::companions {
 
 namespace {
 constexpr int kBusyTimeoutMs = 3000;  // a writer elsewhere: wait briefly, then report
-constexpr std::size_t kMaxCachedStatements = 512;
 
 // A file path inside a "file:" name: the characters a name of that form gives a meaning escaped.
 std::string uri_path(const std::string& path) {
@@ -211,8 +210,6 @@ SqliteArchive::Statement& SqliteArchive::prepare(const std::string& sql) {
     sqlite3_clear_bindings(it->second.stmt);
     return it->second;
   }
-  // Statements that embed their values (the generic ones) differ per record: keep the cache
-  // bounded so a long walk does not hold one prepared statement per record.
   if (statements_.size() >= kMaxCachedStatements) {
     for (auto& [text, st] : statements_) sqlite3_finalize(st.stmt);
     statements_.clear();
@@ -362,12 +359,12 @@ void SqliteArchive::execute_script(const std::string& sql) {
 
 void SqliteArchive::begin(bool write) {
   execute(write ? "BEGIN IMMEDIATE" : "BEGIN");
-  drop_batch(!write);
+  transaction_edge(!write);
 }
 
 void SqliteArchive::end(bool commit) {
   if (!in_transaction()) return;
-  drop_batch();
+  transaction_edge();
   if (commit)
     execute("COMMIT");
   else

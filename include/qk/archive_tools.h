@@ -130,6 +130,20 @@ class QK_API ArchiveTools : public virtual automation::Object {
   // guard (nullptr) returns how many rows its writes left alone that way.
   virtual long guard_resets(const RowSnapshot* guard) = 0;
 
+  // A batch's resets written together, within a write transaction. After hold_resets() the
+  // guarded flag writes of the resets that follow are kept, and the component's reads of the
+  // records named with expect_resets (as group_states takes them) come from one read;
+  // write_held_resets() writes what was kept, in a few statements per table, and returns for
+  // each guard set meanwhile, in order, the rows its kept writes left alone (guard_resets still
+  // counts those written at once). A guarded write only clears flags, so writing the kept ones
+  // together, after the reads, gives what writing each in its turn gives. false: this archive
+  // writes each reset at once.
+  virtual bool hold_resets() { return false; }
+  virtual void expect_resets(const GroupRef& scope, int32_t first, int32_t last) {
+    (void)scope, (void)first, (void)last;
+  }
+  virtual std::vector<long> write_held_resets() { return {}; }
+
   // Rows of a table whose columns equal `where` (every row when empty), ordered by the table's
   // identity columns and then by insertion. Text comes back in the component's 8-bit form.
   virtual automation::RecordsetPtr select_rows(const archive::Table& t, const Where& where) = 0;
