@@ -39,7 +39,6 @@ RowSnapshot snapshot_of(const archive::Table& t, automation::Recordset& rs) {
   return s;
 }
 
-// Counts what the component reports around one call.
 bool same_scope(const GroupRef& a, const GroupRef& b) {
   return a.group == b.group && a.dept == b.dept && a.scale == b.scale;
 }
@@ -54,6 +53,7 @@ std::size_t close_together(std::span<const int32_t> ids) {
   return n;
 }
 
+// Counts what the component reports around one call.
 class Watch {
  public:
   Watch() : reports_(host::reports_on_this_thread()), notices_(host::notices_on_this_thread()) {}

@@ -14,7 +14,7 @@ std::string record_sql(const RecordRead& r, std::size_t scope_size, bool batch) 
   std::string sql = "select * from " + std::string(r.table) + " where " + std::string(r.scope) +
                     " and " + std::string(r.id);
   std::string next = "?" + std::to_string(scope_size + 1);
-  std::string order = r.order.empty() ? "" : std::string(r.order);
+  std::string order(r.order);
   if (batch)
     return sql + " between " + next + " and ?" + std::to_string(scope_size + 2) + " order by " +
            std::string(r.id) + (order.empty() ? "" : ", " + order);

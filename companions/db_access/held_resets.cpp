@@ -87,6 +87,14 @@ bool HeldResets::keep(const std::string& table, const std::string& update,
 std::vector<long> HeldResets::write(Archive& a) {
   std::vector<long> left(guards_, 0);
   a.batch_reads.clear();  // what was read for the batch is about to change
+  // Where a statement costs no round trip, each write's own statement is the cheaper: SQLite
+  // copies an update's join before it writes, which costs more than the statements it saves.
+  if (!a.round_trips()) {
+    for (const Kept& k : kept_)
+      left[k.guard] += guarded_write(a, k.table, k.update, k.condition, k.params, k.rows);
+    clear();
+    return left;
+  }
   // The writes of one text, in statements whose rows are each one write's only.
   std::map<std::string, std::vector<std::size_t>> same_text;
   for (std::size_t i = 0; i < kept_.size(); ++i) {
@@ -94,15 +102,6 @@ std::vector<long> HeldResets::write(Archive& a) {
     same_text[k.table + '\n' + k.update + '\n' + k.condition + '\n' + k.form].push_back(i);
   }
   for (const auto& [text, writes] : same_text) {
-    // Where a statement costs no round trip, each write's own statement is the cheaper: SQLite
-    // copies an update's join before it writes, which costs more than the statements it saves.
-    if (!a.round_trips()) {
-      for (std::size_t i : writes) {
-        const Kept& k = kept_[i];
-        left[k.guard] += guarded_write(a, k.table, k.update, k.condition, k.params, k.rows);
-      }
-      continue;
-    }
     std::vector<std::size_t> together;
     std::unordered_set<int64_t> rows;
     for (std::size_t i : writes) {
